@@ -1,0 +1,25 @@
+#include "protocol/json_text.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+
+#include <exception>
+
+namespace businessserver {
+
+bool ParseJson(std::string_view text, Json::Value& document) {
+// Kept: the library's newer reader accepts other texts, and stored documents depend on the difference.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+  Json::Reader reader;
+#pragma GCC diagnostic pop
+  try {
+    return reader.parse(text.data(), text.data() + text.size(), document, true);
+  } catch (const std::exception&) {  // nesting beyond the reader's limit
+    return false;
+  }
+}
+
+std::string StyledText(const Json::Value& document) { return document.toStyledString(); }
+
+}  // namespace businessserver

@@ -1,0 +1,19 @@
+// JSON texts in and out, in the one dialect that the device's documents rely on: the classic reader (comments kept,
+// trailing commas refused, text after the document ignored) and the styled writer (tabs, one value a line).
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <string_view>
+
+namespace businessserver {
+
+// Parses text into document. False when it is not JSON or nests too deep; the document then holds what the reader had
+// built before it met the error. Never throws.
+bool ParseJson(std::string_view text, Json::Value& document);
+
+// The styled text of a document, ending in a line feed.
+std::string StyledText(const Json::Value& document);
+
+}  // namespace businessserver

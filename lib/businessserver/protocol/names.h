@@ -1,0 +1,165 @@
+// Every name that crosses the bus or the store, spelled once. Misspellings are the protocol's own and are kept.
+#pragma once
+
+namespace businessserver {
+
+// ---- bus message types ----
+inline constexpr char kAvsSimulatorTrigger[] = "AVS_SIMULATOR_TRIGGER";
+inline constexpr char kAvsParkRectChange[] = "AVS_PARK_RECT_CHANGE";
+inline constexpr char kBusBroadlistenMessage[] = "BUS_BROADLISTEN_MESSAGE";
+inline constexpr char kSysDeviceNameChanged[] = "SYS_DEVICE_NAME_CHANGED";
+inline constexpr char kHttpBroadcastMessageRoot[] = "HTTP_BROADCAST_MESSAGE_ROOT";
+inline constexpr char kBusRequestMessage[] = "BUS_REQUEST_MESSAGE";
+inline constexpr char kBusExtRequestMessage[] = "BUS_EXT_REQUEST_MESSAGE";
+inline constexpr char kBusNetPush[] = "BUS_NET_PUSH";
+inline constexpr char kBusBroadcastMessage[] = "BUS_BROADCAST_MESSAGE";
+inline constexpr char kBusSimulatorTrigger[] = "BUS_SIMULATOR_TRIGGER";
+inline constexpr char kHttpRequestMessageRoot[] = "HTTP_REQUEST_MESSAGE_ROOT";
+
+// What the server listens to, in the order of subscription.
+inline constexpr const char* DP_METHOD[] = {
+    kAvsSimulatorTrigger,      kAvsParkRectChange, kBusBroadlistenMessage, kSysDeviceNameChanged,
+    kHttpBroadcastMessageRoot, kBusRequestMessage, kBusExtRequestMessage,  kBusNetPush,
+};
+inline constexpr int kDpMethodCount = sizeof DP_METHOD / sizeof DP_METHOD[0];
+static_assert(kDpMethodCount == 8);
+
+// ---- request and reply envelope ----
+inline constexpr char kType[] = "type";
+inline constexpr char kBody[] = "body";
+inline constexpr char kState[] = "state";
+inline constexpr char kErrorMsg[] = "error_msg";
+
+struct RequestStatus {
+  int state;
+  const char* error_msg;
+};
+inline constexpr RequestStatus kAllDone = {200, "All done"};
+inline constexpr RequestStatus kRequestDataError = {401, "request data is Error"};
+inline constexpr RequestStatus kRequestNotJson = {402, "request data is not json"};
+inline constexpr RequestStatus kErrorType = {403, "error type"};
+inline constexpr RequestStatus kSetError = {404, "set error"};
+inline constexpr RequestStatus kExternalControlOff = {405, "device don`t open external control"};
+
+// ---- configuration commands ----
+inline constexpr char kSetTtyioCfg[] = "set_ttyio_cfg";
+inline constexpr char kGetTtyioCfg[] = "get_ttyio_cfg";
+inline constexpr char kSetExtTtyioCfg[] = "set_ext_ttyio_cfg";
+inline constexpr char kGetExtTtyioCfg[] = "get_ext_ttyio_cfg";
+inline constexpr char kSetRs485proCfg[] = "set_rs485pro_cfg";
+inline constexpr char kGetRs485proCfg[] = "get_rs485pro_cfg";
+inline constexpr char kSetParkingColorCfg[] = "set_parking_color_cfg";
+inline constexpr char kGetParkingColorCfg[] = "get_parking_color_cfg";
+inline constexpr char kSetParkingReserveCfg[] = "set_parking_reserve_cfg";
+inline constexpr char kGetParkingReserveCfg[] = "get_parking_reserve_cfg";
+inline constexpr char kSetEncCfg[] = "set_enc_cfg";
+inline constexpr char kGetEncCfg[] = "get_enc_cfg";
+inline constexpr char kSetCtrMdl[] = "set_ctr_mdl";
+inline constexpr char kGetCtrMdl[] = "get_ctr_mdl";
+inline constexpr char kSetDevPos[] = "set_dev_pos";
+inline constexpr char kGetDevPos[] = "get_dev_pos";
+inline constexpr char kSetIbcName[] = "set_ibc_name";
+inline constexpr char kGetIbcName[] = "get_ibc_name";
+inline constexpr char kSetIbcConntime[] = "set_ibc_conntime";
+inline constexpr char kGetIbcConntime[] = "get_ibc_conntime";
+inline constexpr char kSetIbcBroper[] = "set_ibc_broper";
+inline constexpr char kGetIbcBroper[] = "get_ibc_broper";
+inline constexpr char kSetIbcId[] = "set_ibc_id";
+inline constexpr char kGetIbcId[] = "get_ibc_id";
+inline constexpr char kSetIbcPow[] = "set_ibc_pow";
+inline constexpr char kGetIbcPow[] = "get_ibc_pow";
+inline constexpr char kSetIbcTxp[] = "set_ibc_txp";
+inline constexpr char kGetIbcTxp[] = "get_ibc_txp";
+inline constexpr char kGetIbcMac[] = "get_ibc_mac";
+inline constexpr char kResetIbc[] = "reset_ibc";
+inline constexpr char kSetBt[] = "set_bt";
+inline constexpr char kGetBt[] = "get_bt";
+inline constexpr char kGetFrameStatus[] = "get_frame_status";
+inline constexpr char kGetNetStatus[] = "get_net_status";
+inline constexpr char kGetDeviceFrameStatus[] = "get_device_frame_status";
+inline constexpr char kQuaryControledLog[] = "quary_controled_log";
+inline constexpr char kGetLatestIvsresult[] = "get_latest_ivsresult";
+inline constexpr char kCheckDev[] = "check_dev";
+inline constexpr char kSetDevLed[] = "set_dev_led";
+inline constexpr char kCmd[] = "cmd";
+
+// Declared for the front end, handled nowhere: both answer as unknown commands.
+inline constexpr char kSetCurrentColor[] = "set_current_color";
+inline constexpr char kGetParkingAreaCfg[] = "get_parking_area_cfg";
+
+// ---- external-control commands ----
+inline constexpr char kCheckControledDevice[] = "check_controled_device";
+inline constexpr char kExternalControlFramestatus[] = "external_control_framestatus";
+
+// ---- broadcast and listen message types (the "type" of their documents) ----
+inline constexpr char kSendTtyioData[] = "send_ttyio_data";
+inline constexpr char kSetTtyioHalt[] = "set_ttyio_halt";
+inline constexpr char kTtyioDataBro[] = "ttyio_data_bro";
+inline constexpr char kLedcolorChanged[] = "ledcolor_changed";
+inline constexpr char kFramestatusChanged[] = "framestatus_changed";
+inline constexpr char kFrameChanged[] = "frame_changed";
+inline constexpr char kClearAllDestAddr[] = "ClearAllDestAddr";
+
+// ---- keys of documents ----
+inline constexpr char kData[] = "data";
+inline constexpr char kDataLen[] = "data_len";
+inline constexpr char kHalt[] = "halt";
+inline constexpr char kLevel[] = "level";
+inline constexpr char kModel[] = "model";
+inline constexpr char kPos[] = "pos";
+inline constexpr char kName[] = "name";
+inline constexpr char kTime[] = "time";
+inline constexpr char kPower[] = "power";
+inline constexpr char kLed[] = "led";
+inline constexpr char kLedColor[] = "led_color";
+inline constexpr char kCmdline[] = "cmdline";
+inline constexpr char kUuid[] = "uuid";
+inline constexpr char kMajor[] = "major";
+inline constexpr char kMinor[] = "minor";
+inline constexpr char kDevicename[] = "devicename";
+inline constexpr char kParkingNum[] = "parking_num";
+inline constexpr char kParkingareacfg[] = "parkingareacfg";
+inline constexpr char kParkingframe[] = "parkingframe";
+inline constexpr char kParkingframeenable[] = "parkingframeenable";
+
+inline constexpr char kTtyionum[] = "ttyionum";
+inline constexpr char kBaudrate[] = "baudrate";
+inline constexpr char kCheckbit[] = "checkbit";
+inline constexpr char kDatabit[] = "databit";
+inline constexpr char kStopbit[] = "stopbit";
+
+inline constexpr char kProto[] = "proto";
+inline constexpr char kFEna[] = "f_ena";
+inline constexpr char kFAddr[] = "f_addr";
+inline constexpr char kREna[] = "r_ena";
+inline constexpr char kRAddr[] = "r_addr";
+inline constexpr char kLEna[] = "l_ena";
+inline constexpr char kLAddr[] = "l_addr";
+inline constexpr const char* kFrameAddr[] = {"frame1_addr", "frame2_addr", "frame3_addr"};
+
+inline constexpr char kExternalcontrolEnable[] = "externalcontrol_enable";
+inline constexpr char kParkingledcolorcfg[] = "parkingledcolorcfg";
+inline constexpr char kParkingfreeledcolor[] = "parkingfreeledcolor";
+inline constexpr char kParkingoccupyledcolor[] = "parkingoccupyledcolor";
+inline constexpr char kParkingretainledcolor[] = "parkingretainledcolor";
+inline constexpr char kParkingalarmledcolor[] = "parkingalarmledcolor";
+
+inline constexpr char kProCfg[] = "pro_cfg";
+
+inline constexpr char kTotle[] = "totle";
+inline constexpr char kFree[] = "free";
+inline constexpr char kCmDev[] = "cm_dev";
+inline constexpr char kSAddr[] = "s_addr";
+inline constexpr char kIp[] = "ip";
+inline constexpr char kTn[] = "tn";
+inline constexpr char kFn[] = "fn";
+
+inline constexpr char kFrameStatus[] = "frame_status";
+inline constexpr char kLogIp[] = "log_ip";
+inline constexpr char kLogMsg[] = "log_msg";
+inline constexpr char kLogTime[] = "log_time";
+inline constexpr char kLogIndex[] = "log_index";
+inline constexpr char kLogs[] = "logs";
+inline constexpr char kExternalControl[] = "external_control";
+
+}  // namespace businessserver
