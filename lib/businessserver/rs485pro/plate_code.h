@@ -1,0 +1,34 @@
+// Licence plates on the serial line: a Chinese character travels as one byte, its index in a fixed table. No state,
+// no I/O.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace businessserver {
+
+constexpr size_t kPlateCharacterCount = 41;
+constexpr uint8_t kUnknownCharacter = 255;  // what the line carries for a character outside the table
+
+struct PlateCharacter {
+  const char* text;  // UTF-8, for people
+  uint16_t gbk;      // as GbkCharacter makes it
+};
+
+// A two-byte character as a number: the byte that comes first in the text is the high one.
+constexpr uint16_t GbkCharacter(uint8_t first, uint8_t second) { return static_cast<uint16_t>(first << 8 | second); }
+
+// The code of a character (see GbkCharacter), or kUnknownCharacter.
+uint8_t iGetCharatorCode(uint16_t character);
+
+// The way back: the table's entry, or null when no character has this code.
+const PlateCharacter* PlateCharacterOf(uint8_t code);
+
+constexpr size_t kPlateFieldMax = 8;
+
+// Writes a plate field: 7 bytes, or 8 for a plate of type 19 (long_plate) that begins with a character. plate is GBK,
+// of any length. What the field has no room for is left out; what the plate leaves is 0. Returns the field's length.
+size_t EncodePlateField(std::string_view plate, bool long_plate, uint8_t (&field)[kPlateFieldMax]);
+
+}  // namespace businessserver
