@@ -1,0 +1,14 @@
+// How free text is written into a log record.
+#pragma once
+
+#include <spdlog/common.h>
+
+#include <string_view>
+
+namespace platform {
+
+// Appends text so that the record stays one line of valid UTF-8, whatever a peer sent: control characters and bytes
+// that are not UTF-8 become \n, \t or \xNN. A backslash stays as it is.
+void AppendLogText(std::string_view text, spdlog::memory_buf_t* line);
+
+}  // namespace platform

@@ -1,0 +1,170 @@
+#include "lx_logging.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <spdlog/details/null_mutex.h>
+#include <spdlog/logger.h>
+#include <spdlog/sinks/base_sink.h>
+#include <spdlog/sinks/rotating_file_sink.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstring>
+#include <memory>
+
+#include "log_text.h"
+#include "signals.h"
+
+namespace {
+
+constexpr char kLogSource[] = "platform/linux/logging";
+constexpr size_t kFileSize = 1024 * 1024;
+constexpr size_t kOlderFiles = 2;  // beside the one that is written
+// The text is put into place by CLxLogStream.
+constexpr char kRecordForm[] = "%Y-%m-%d %H:%M:%S.%e %v";
+
+int shown_from = lxlogging::kInfo;
+
+// Standard error may be a pipe that nobody reads: a record then waits for a moment, later ones not at all, until the
+// reader is back and is told how many it missed.
+class StandardErrorSink : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
+ protected:
+  void sink_it_(const spdlog::details::log_msg& msg) override {
+    spdlog::memory_buf_t record;
+    if (torn_) record.push_back('\n');
+    if (lost_ > 0) {
+      const spdlog::details::log_msg notice(
+          "", spdlog::level::info, fmt::format("3 {}:{} {} log records were lost here", kLogSource, __LINE__, lost_));
+      formatter_->format(notice, record);
+    }
+    formatter_->format(msg, record);
+    const size_t written = Write(record);
+    torn_ = written > 0 ? written < record.size() : torn_;
+    lost_ = written == record.size() ? 0 : lost_ + 1;
+  }
+  void flush_() override {}
+
+ private:
+  // Returns how many bytes went out.
+  size_t Write(const spdlog::memory_buf_t& record) {
+    size_t done = 0;
+    while (done < record.size()) {
+      // A pipe that is ready takes PIPE_BUF bytes without blocking, and perhaps no more.
+      pollfd ready = {STDERR_FILENO, POLLOUT, 0};
+      if (poll(&ready, 1, lost_ > 0 ? 0 : kPatienceMs) <= 0 || (ready.revents & POLLOUT) == 0) break;
+      const ssize_t count =
+          write(STDERR_FILENO, record.data() + done, std::min<size_t>(record.size() - done, PIPE_BUF));
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) break;
+      done += static_cast<size_t>(count);
+    }
+    return done;
+  }
+
+  static constexpr int kPatienceMs = 100;
+  unsigned long lost_ = 0;
+  bool torn_ = false;  // the last thing written is the head of a lost record
+};
+
+std::shared_ptr<spdlog::logger> MakeLogger(spdlog::sink_ptr sink) {
+  auto logger = std::make_shared<spdlog::logger>("", std::move(sink));
+  logger->set_pattern(kRecordForm);
+  logger->flush_on(spdlog::level::trace);
+  return logger;
+}
+
+// Never destroyed: records of static destructors come out too.
+spdlog::logger& ToStandardError() {
+  static auto* const logger = [] {
+    platform::IgnoreBrokenPipes();
+    return new auto(MakeLogger(std::make_shared<StandardErrorSink>()));
+  }();
+  return **logger;
+}
+
+std::shared_ptr<spdlog::logger>& FileLogger() {
+  static auto* const logger = new std::shared_ptr<spdlog::logger>;
+  return *logger;
+}
+
+bool OpenLogFile(const char* path) {
+  spdlog::file_event_handlers on_file;
+  on_file.after_open = [](const spdlog::filename_t&, std::FILE* file) {
+    // Programs started through the shell must not keep rotated files alive.
+    fcntl(fileno(file), F_SETFD, FD_CLOEXEC);
+  };
+  try {
+    FileLogger() = MakeLogger(
+        std::make_shared<spdlog::sinks::rotating_file_sink_st>(path, kFileSize, kOlderFiles, false, on_file));
+    FileLogger()->set_error_handler([reported = false](const std::string& error) mutable {
+      if (reported) return;
+      reported = true;
+      ToStandardError().log(spdlog::source_loc{}, spdlog::level::info,
+                            fmt::format("3 {}:{} the log file fails: {}", kLogSource, __LINE__, error));
+    });
+    return true;
+  } catch (const spdlog::spdlog_ex& e) {
+    lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0) << "no log file: " << e.what();
+    return false;
+  }
+}
+
+// A closed standard descriptor would become that of the first socket, and log records would go to the bus.
+void OpenStandardDescriptors() {
+  int fd = open("/dev/null", O_RDWR);
+  while (fd >= 0 && fd <= STDERR_FILENO) fd = dup(fd);
+  if (fd >= 0) close(fd);
+}
+
+bool ParseLevel(const char* text) {
+  int level = 0;
+  const char* const end = text + strlen(text);
+  const auto [parsed, error] = std::from_chars(text, end, level);
+  if (error != std::errc() || parsed != end) return false;
+  shown_from = level;
+  return true;
+}
+
+}  // namespace
+
+int InitLxLogging(int argc, char** argv) {
+  OpenStandardDescriptors();
+  int result = 1;
+  for (int i = 1; i < argc; ++i) {
+    const std::string_view option = argv[i];
+    const char* const value = i + 1 < argc ? argv[i + 1] : nullptr;
+    if (option == "-v" && value != nullptr && ParseLevel(value)) {
+      ++i;
+    } else if (option == "-f" && value != nullptr) {
+      if (!OpenLogFile(value)) result = -1;
+      ++i;
+    } else {
+      lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0) << "argument ignored: " << option;
+    }
+  }
+  return result;
+}
+
+void ExitLxLogging() { FileLogger().reset(); }
+
+namespace lxlogging {
+
+bool IsShown(int level) { return level >= shown_from; }
+
+CLxLogStream::CLxLogStream(int level, const char* source_file, int source_line, int)
+    : shown_(IsShown(level)), level_(level), source_file_(source_file), source_line_(source_line) {}
+
+CLxLogStream::~CLxLogStream() {
+  if (!shown_) return;
+  spdlog::memory_buf_t line;
+  fmt::format_to(fmt::appender(line), "{} {}:{} ", level_, source_file_, source_line_);
+  platform::AppendLogText(text_, &line);
+  spdlog::logger& logger = FileLogger() ? *FileLogger() : ToStandardError();
+  logger.log(spdlog::source_loc{}, spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));
+}
+
+}  // namespace lxlogging
