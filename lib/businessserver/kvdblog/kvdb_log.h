@@ -16,7 +16,7 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
 
   // Remembers the key (stored without a terminating NUL) and loads the document. A missing or unusable document
   // becomes the default, in memory and in the store; one with a wrong index or too many records is put right in both.
-  // When the store cannot be read the document in memory stays as it is (empty at first) and nothing is written.
+  // When the store cannot be read the document in memory stays as it is (at first the default), nothing is written.
   void Start(const std::string& key);
   void GetLogFromKvdb();  // loads it again, in the same way
 

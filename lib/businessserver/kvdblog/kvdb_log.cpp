@@ -1,0 +1,103 @@
+#include "kvdblog/kvdb_log.h"
+
+#include <cstdint>
+#include <string_view>
+
+#include "kvdb.h"
+#include "log.h"
+#include "protocol/json_text.h"
+#include "protocol/names.h"
+
+namespace businessserver {
+
+namespace {
+
+constexpr char kLogSource[] = "lib/businessserver/kvdblog/kvdb_log";
+
+constexpr Json::ArrayIndex kMaxRecords = 8;
+
+constexpr std::string_view kDefaultText = "\t{\t\t\"log_index\" : 0\t}";
+static_assert(kDefaultText.size() == 21, "the device's own text");
+
+bool HasUsableForm(const Json::Value& document) {
+  if (!document.isObject()) return false;
+  const Json::Value& logs = document[kLogs];
+  return logs.isNull() || logs.isArray();
+}
+
+bool IsRecordIndex(const Json::Value& index) {
+  return index.isNull() || (index.isInt() && index.asInt() >= 0 && index.asInt() < static_cast<int>(kMaxRecords));
+}
+
+// Puts index and number of records right in a document of usable form; true when something had to be changed.
+bool Repair(Json::Value& document) {
+  bool repaired = false;
+  Json::Value& logs = document[kLogs];
+  if (logs.size() > kMaxRecords) {
+    logs.resize(kMaxRecords);
+    repaired = true;
+  }
+  if (!IsRecordIndex(document[kLogIndex])) {
+    document[kLogIndex] = static_cast<int>(logs.size() % kMaxRecords);
+    repaired = true;
+  }
+  if (logs.isNull()) document.removeMember(kLogs);
+  return repaired;
+}
+
+}  // namespace
+
+KvdbLog::~KvdbLog() { BS_LOG(kLifecycle) << "~KvdbLog"; }
+
+void KvdbLog::Start(const std::string& key) {
+  key_ = key;
+  GetLogFromKvdb();
+}
+
+void KvdbLog::GetLogFromKvdb() {
+  const int found = Kvdb_GetKeyAbsolutely(key_.data(), static_cast<uint16_t>(key_.size()), GetKeyCallBack, this);
+  if (found == 0) {
+    TakeDefault();
+    Write(std::string(kDefaultText));
+  } else if (found < 0 && document_.isNull()) {
+    TakeDefault();  // in memory only: a store that is late must not lose its log
+  }
+}
+
+void KvdbLog::GetKeyCallBack(const char*, int, const char* value, int value_length, void* self) {
+  if (value == nullptr || value_length < 0 || self == nullptr) return;
+  static_cast<KvdbLog*>(self)->TakeStored(value, value_length);
+}
+
+void KvdbLog::TakeStored(const char* value, int value_length) {
+  const std::string_view text(value, static_cast<size_t>(value_length));
+  if (!ParseJson(text, document_) || !HasUsableForm(document_)) {
+    BS_LOG(kError) << key_ << " is unusable, an empty log takes its place";
+    TakeDefault();
+    Write(std::string(kDefaultText));
+  } else if (Repair(document_)) {
+    BS_LOG(kError) << key_ << " had a wrong index or too many records, put right";
+    Write(StyledText(document_));
+  }
+}
+
+void KvdbLog::TakeDefault() { ParseJson(kDefaultText, document_); }
+
+int KvdbLog::AddKvdbLog(const Json::Value& record) {
+  const int index = document_[kLogIndex].asInt();
+  Json::Value& logs = document_[kLogs];
+  if (logs.size() >= kMaxRecords) {
+    logs[index] = record;
+  } else {
+    logs.append(record);
+  }
+  document_[kLogIndex] = index == static_cast<int>(kMaxRecords) - 1 ? 0 : index + 1;
+  // Kept: a failed write (-1) counts as written; callers only tell 0 from the rest.
+  return Write(StyledText(document_)) != 0 ? 1 : 0;
+}
+
+int KvdbLog::Write(const std::string& text) const {
+  return Kvdb_SetKey(key_.data(), static_cast<uint16_t>(key_.size()), text.data(), static_cast<uint32_t>(text.size()));
+}
+
+}  // namespace businessserver
