@@ -7,7 +7,6 @@
 #include <boost/enable_shared_from_this.hpp>
 #include <cstdint>
 #include <map>
-#include <vector>
 
 #include "evt_timer.h"
 #include "protocol/frame_info.h"
@@ -25,7 +24,7 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
 
   void SetDataCallback(BusinessServer* context, DataCallback callback);
 
-  // Starts the ageing check on the loop, every period_ms milliseconds and once at once.
+  // Starts the ageing check on the loop, every period_ms milliseconds, the first one at once.
   void Start(unsigned period_ms, lxconn::EVT_LOOP* loop);
 
   // The timer's callback; self is the NetPush. Nothing is thrown: an exception of the server's is logged.
