@@ -1,0 +1,98 @@
+// What the beacon module is told, and when.
+#include <algorithm>
+#include <cstring>
+#include <exception>
+
+#include "protocol/json_text.h"
+#include "server/business_server.h"
+
+namespace businessserver {
+
+namespace {
+
+constexpr size_t kUuidBytes = 16;
+constexpr size_t kUuidTextSize = 128;
+
+struct BeaconIdentity {
+  char uuid[kUuidTextSize] = {};
+  unsigned short major = 0;
+  unsigned short minor = 0;
+};
+
+void ToJson(const BeaconIdentity& identity, Json::Value& out) {
+  out[kUuid] = std::string(FieldText(identity.uuid));
+  out[kMajor] = static_cast<int>(identity.major);
+  out[kMinor] = static_cast<int>(identity.minor);
+}
+
+}  // namespace
+
+void BusinessServer::InitIbcCfg() {
+  try {
+    Json::Value period, send_power, test_power;
+    GetKeyValueAndReplyBuf(kIbcBroper, period);
+    beacon_.broadcast_period = period[kTime].asUInt();
+    GetKeyValueAndReplyBuf(kIbcPower, send_power);
+    beacon_.send_power = send_power[kPower].asInt();
+    // Kept: the key called "txpower" is the module's measured power, the key called "power" its transmit power.
+    GetKeyValueAndReplyBuf(kIbcTxpower, test_power);
+    beacon_.test_power = test_power[kPower].asInt();
+    UpdateIbcName();
+    blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
+    blue_tooth_->SetSendPower(beacon_.send_power);
+    blue_tooth_->SetTestPower(beacon_.test_power);
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
+}
+
+int BusinessServer::InitBlueTooth() {
+  UpdateIbcName();
+  blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
+  return blue_tooth_->SetSendPower(beacon_.send_power);
+}
+
+void BusinessServer::UpdateIbcName() {
+  Json::Value document;
+  if (GetKeyValueAndReplyBuf(kSysDeviceName, document) == 0) return;
+  const std::string name = document[kDevicename].asString();
+  blue_tooth_->SetBluetoothName(name.data(), static_cast<int>(name.size()));
+}
+
+int BusinessServer::SetBlueToothCfg(const Json::Value& body) {
+  int result = 0;
+  try {
+    if (!body[kUuid].isNull()) {
+      // A UUID travels as text: its first 16 bytes are the identity, a shorter one is filled with zero bytes.
+      unsigned char uuid[kUuidBytes] = {};
+      const std::string text = body[kUuid].asString();
+      memcpy(uuid, text.data(), std::min(text.size(), sizeof uuid));
+      if (blue_tooth_->SetUUID(uuid) != 0) result = -1;
+    }
+    if (!body[kMajor].isNull() && blue_tooth_->SetMajor(static_cast<unsigned short>(body[kMajor].asUInt())) != 0) {
+      result = -1;
+    }
+    if (!body[kMinor].isNull() && blue_tooth_->SetMinor(static_cast<unsigned short>(body[kMinor].asUInt())) != 0) {
+      result = -1;
+    }
+    Json::Value document;
+    GetBlueToothInfo(document);  // a silent module is recorded as an empty identity
+    const std::string text = StyledText(document);
+    StoreText(kSysBlueTooth, text);
+    BS_LOG(kInfo) << text;
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+    result = -1;
+  }
+  return result;
+}
+
+int BusinessServer::GetBlueToothInfo(Json::Value& out) {
+  BeaconIdentity identity;
+  int measured_power = 0;
+  const int result = blue_tooth_->GetDeviceInfo(identity.uuid, &identity.major, &identity.minor, &measured_power);
+  ToJson(identity, out);
+  return result;
+}
+
+}  // namespace businessserver

@@ -1,0 +1,66 @@
+// Stored documents with their defaults, and the two settings that are cached from them.
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "kvdb.h"
+#include "protocol/json_text.h"
+#include "server/business_server.h"
+
+namespace businessserver {
+
+int BusinessServer::GetKeyValueAndReplyBuf(const char* key, int key_length, Json::Value& document, int default_index) {
+  const auto stored_length = static_cast<uint16_t>(key_length);
+  const std::string_view name(key, strnlen(key, stored_length));
+  std::string text;
+  if (kvdb_client_->GetKey(key, stored_length, &text, true) && ParseJson(text, document)) {
+    BS_LOG(kInfo) << "Read key form kvdb " << name;
+    return 1;
+  }
+  BS_LOG(kInfo) << "switch";
+  const std::string_view default_text = DefaultDocument(default_index);
+  if (default_text.empty()) return 0;
+  if (!ParseJson(default_text, document)) {
+    BS_LOG(kError) << "Default Cfg is Error Json : " << name;
+    return 0;
+  }
+  BS_LOG(kInfo) << "GetKvdb End";
+  // Kept: defaults are stored with their NUL counted, as the other processes of the device store theirs.
+  const auto default_length = static_cast<uint32_t>(default_text.size() + 1);
+  return kvdb_client_->SetKey(key, stored_length, default_text.data(), default_length) ? 1 : 0;
+}
+
+int BusinessServer::GetKeyValueAndReplyBuf(const StoredDocument& stored, Json::Value& document) {
+  return GetKeyValueAndReplyBuf(stored.key, stored.key_length, document, stored.default_index);
+}
+
+int BusinessServer::SetKeyValueAndReplyBuf(const char* key, unsigned char key_length, const char* value,
+                                           int value_length) {
+  return Kvdb_SetKey(key, key_length, value, static_cast<uint32_t>(value_length));
+}
+
+int BusinessServer::StoreText(const StoredDocument& stored, const std::string& text) {
+  return SetKeyValueAndReplyBuf(stored.key, stored.key_length, text.data(), static_cast<int>(text.size()));
+}
+
+void BusinessServer::InitDevCtrlMdl() {
+  try {
+    Json::Value document;
+    GetKeyValueAndReplyBuf(kDevCtrlMdl, document);
+    led_.control_model = document[kModel].asUInt();
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
+}
+
+void BusinessServer::InitDevPos() {
+  try {
+    Json::Value document;
+    GetKeyValueAndReplyBuf(kDevPos, document);
+    own_status_.pos = document[kPos].asUInt();
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
+}
+
+}  // namespace businessserver
