@@ -1,0 +1,49 @@
+// The space-state indicator: three LED lines on one GPIO bank. Knows colour numbers, not parking states.
+#pragma once
+
+#include <boost/enable_shared_from_this.hpp>
+#include <cstdint>
+
+#include "devicesdk/register_block.h"
+
+namespace businessserver {
+
+// Every pattern is one store to the whole data register: lines that a method does not name go off.
+class LedControl : public boost::enable_shared_from_this<LedControl> {
+ public:
+  LedControl() = default;
+  ~LedControl();  // the LEDs keep their pattern
+  LedControl(const LedControl&) = delete;
+  LedControl& operator=(const LedControl&) = delete;
+
+  // Routes the pins, makes the three lines outputs, switches all off. A second call opens and maps again; nothing is
+  // released.
+  void GPIO_Init();
+
+  void LED1_SET();
+  void LED2_SET();
+  void LED3_SET();
+  void LED12_SET();
+  void LED13_SET();
+  void LED23_SET();
+  void LED_WHITE();
+  void LED_CLOSE();
+
+  // Shows colour 0 to 7; any other number leaves the pattern alone.
+  void OpenLed(int color);
+
+  // On a second block that this board does not have: no effect.
+  void LED1_CLEAR();
+  void LED2_CLEAR();
+  void ResetLed();
+
+  uint32_t DataRegister() const { return gpio_.Read(kGpioData); }
+
+ private:
+  int memory_fd_ = -1;          // kept open
+  RegisterBlock second_block_;  // never mapped
+  RegisterBlock pin_mux_;
+  RegisterBlock gpio_;
+};
+
+}  // namespace businessserver
