@@ -12,6 +12,8 @@
 
 namespace businessserver {
 
+struct BeaconExchange;
+
 // Operations return 0, or -1 after a log line: the value is refused, the port is not open, or the module did not
 // answer as it should.
 class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
@@ -46,10 +48,8 @@ class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
   int GetTtyioRet();
 
  private:
-  struct Exchange;
-
-  bool Send(const Exchange& exchange, const BeaconText& command);
-  int Set(const Exchange& exchange, const BeaconText& command);
+  bool Send(const BeaconExchange& exchange, const BeaconText& command);
+  int Set(const BeaconExchange& exchange, const BeaconText& command);
   bool AwaitReply(std::string_view beginning, BeaconText& reply);
   bool Receive(BeaconText& reply);
 
