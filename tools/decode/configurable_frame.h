@@ -1,0 +1,32 @@
+// The frame whose fields a configuration lists, read back. Two things are not told by the bytes themselves: whether
+// the sender left the space's name out, and whether the plate was of the long type; all readings are tried.
+#pragma once
+
+#include <json/value.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "rs485pro/frame_fields.h"
+#include "serial_decoder.h"
+
+namespace decode {
+
+struct FieldList {
+  std::vector<const businessserver::FrameField*> fields;  // those that put bytes into the frame, in frame order
+  businessserver::FrameSettings settings;
+  std::string problem;  // not empty: the device would refuse this list, and why
+};
+
+FieldList ReadFieldList(const Json::Value& document);
+
+// The frame at the head of the bytes. When it does not fit, kind is kUnknown and size is 1, or the whole frame's when
+// only its check byte is wrong.
+DecodedFrame DecodeConfigurable(const uint8_t* bytes, size_t size, const FieldList& list);
+
+// Whether the bytes begin with the list's header (and it has one).
+bool BeginsWithHeader(const uint8_t* bytes, size_t size, const FieldList& list);
+
+}  // namespace decode
