@@ -1,0 +1,42 @@
+#include "protocol/json_text.h"
+
+#include <gtest/gtest.h>
+
+namespace businessserver {
+namespace {
+
+TEST(JsonText, WritesWhatTheLibraryWrites) {
+  for (const char* text :
+       {"null", "{}", "[]", "[1,[2,{\"a\":null}]]", "{\"b\":-1.5,\"a\":\"\\u4eac\\n\\\"\",\"c\":4294967295}",
+        "// before\n{\"a\":1 /* after */,\n// inside\n\"b\":[1,2]} // end"}) {
+    Json::Value document;
+    ASSERT_TRUE(ParseJson(text, document)) << text;
+    EXPECT_EQ(StyledText(document), document.toStyledString()) << text;
+  }
+}
+
+TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
+  struct Row {
+    const char* name;
+    std::string text;
+    bool accepted;
+  };
+  const Row rows[] = {
+      {"counted terminator", std::string("{\"a\":1}\0", 8), true},
+      {"text after the document", "{\"a\":1} x", true},
+      {"comment", "{\"a\":/* c */1}", true},
+      {"trailing comma", "{\"a\":1,}", false},
+      {"empty", "", false},
+      {"nesting beyond the reader", std::string(100000, '['), false},
+  };
+  for (const Row& row : rows) {
+    Json::Value document;
+    EXPECT_EQ(ParseJson(row.text, document), row.accepted) << row.name;
+    if (row.text.size() > 4 && row.text.size() < 20) {
+      EXPECT_EQ(document["a"].asInt(), 1) << row.name << ": what was read stays";
+    }
+  }
+}
+
+}  // namespace
+}  // namespace businessserver

@@ -1,0 +1,241 @@
+// The request envelope, the configuration commands and external control.
+#include "server_fixture.h"
+
+namespace businessserver {
+namespace {
+
+std::string OfSize(size_t size) {
+  const std::string head = R"({"type":"get_dev_pos","pad":")";
+  return head + std::string(size - head.size() - 2, 'x') + "\"}";
+}
+
+TEST_F(ServerTest, AnswersEveryEnvelope) {
+  struct Row {
+    const char* name;
+    std::string text;
+    int state;
+    const char* error_msg;
+    const char* echoed_type;  // JSON text; null: no such key
+  };
+  const Row rows[] = {
+      {"empty", "", 401, "request data is Error", nullptr},
+      {"2048 bytes", OfSize(2048), 401, "request data is Error", nullptr},
+      {"2047 bytes", OfSize(2047), 200, "All done", "\"get_dev_pos\""},
+      {"open brace", "{", 402, "request data is not json", nullptr},
+      {"trailing comma", R"({"type":"get_dev_pos",})", 402, "request data is not json", nullptr},
+      {"deep nesting", std::string(2000, '['), 402, "request data is not json", nullptr},
+      {"comment", "/* c */ {\"type\":\"reset_ibc\"} // d", 200, "All done", "\"reset_ibc\""},
+      {"list", "[1]", 404, "set error", nullptr},
+      {"number", "7", 404, "set error", nullptr},
+      {"null", "null", 403, "error type", "null"},
+      {"no type", "{}", 403, "error type", "null"},
+      {"type is a number", R"({"type":5})", 403, "error type", "5"},
+      {"type is an object", R"({"type":{}})", 404, "set error", "{}"},
+      {"other letter case", R"({"type":"Get_dev_pos"})", 403, "error type", "\"Get_dev_pos\""},
+      {"command of the other path", R"({"type":"check_controled_device"})", 403, "error type",
+       "\"check_controled_device\""},
+      {"declared, never handled", R"({"type":"set_current_color"})", 403, "error type", "\"set_current_color\""},
+  };
+  Run([&] {
+    for (const Row& row : rows) {
+      const Json::Value reply = Request(row.text);
+      EXPECT_EQ(reply["state"].asInt(), row.state) << row.name;
+      EXPECT_EQ(reply["error_msg"].asString(), row.error_msg) << row.name;
+      EXPECT_EQ(reply.isMember("type"), row.echoed_type != nullptr) << row.name;
+      if (row.echoed_type != nullptr) {
+        EXPECT_EQ(reply["type"], Parsed(row.echoed_type)) << row.name;
+      }
+      if (row.state != 200) {
+        EXPECT_FALSE(reply.isMember("body")) << row.name;
+      }
+    }
+    EXPECT_EQ(Request(OfSize(2048), kBusExtRequestMessage)["state"].asInt(), 401);
+    EXPECT_EQ(Request(R"({"type":"get_ttyio_cfg"})", kBusExtRequestMessage)["state"].asInt(), 403);
+  });
+}
+
+// Every document that can be set: the bytes stored, the key, and what its reading command then answers.
+TEST_F(ServerTest, StoresTheStyledBodyUnderItsKey) {
+  struct Row {
+    const char* set;
+    const char* get;
+    const StoredDocument& stored;
+    const char* body;
+  };
+  const Row rows[] = {
+      {"set_ttyio_cfg", "get_ttyio_cfg", kDeviceTtyio,
+       R"({"ttyionum":1,"baudrate":19200,"checkbit":0,"databit":8,"stopbit":2,"note":"extra keys stay"})"},
+      {"set_parking_color_cfg", "get_parking_color_cfg", kBusLedColor, R"({"parkingledcolorcfg":{}})"},
+      {"set_parking_reserve_cfg", "get_parking_reserve_cfg", kParkingReserve, R"([1,"any"])"},
+      {"set_enc_cfg", "get_enc_cfg", kEncCfg, R"({"level":1,"data":"AAAA","data_len":40})"},
+      {"set_dev_pos", "get_dev_pos", kDevPos, R"({"pos":3})"},
+      {"set_dev_pos", "get_dev_pos", kDevPos, "null"},
+      {"set_ext_ttyio_cfg", "get_ext_ttyio_cfg", kExtTtyio,
+       R"({"proto":255,"frame1_addr":1,"frame2_addr":2,"frame3_addr":3})"},
+      {"set_ctr_mdl", "get_ctr_mdl", kDevCtrlMdl, R"({"model":1})"},
+      {"set_rs485pro_cfg", "get_rs485pro_cfg", kRs485pro, R"({"pro_cfg":[{"header":"AA"}]})"},
+  };
+  Run([&] {
+    for (const Row& row : rows) {
+      const std::string body = std::string(",\"body\":") + row.body + "}";
+      EXPECT_EQ(Request(std::string("{\"type\":\"") + row.set + "\"" + body)["state"].asInt(), 200) << row.set;
+      EXPECT_EQ(Fake().store[KeyOf(row.stored)], StyledText(Parsed(row.body))) << row.set;
+      EXPECT_EQ(Request(std::string("{\"type\":\"") + row.get + "\"}")["body"], Parsed(row.body)) << row.get;
+    }
+  });
+}
+
+TEST_F(ServerTest, AnswersReadingsWithDefaults) {
+  const std::pair<const char*, const StoredDocument*> rows[] = {
+      {"get_ibc_name", &kIbcName}, {"get_ibc_conntime", &kIbcConntime}, {"get_ibc_broper", &kIbcBroper},
+      {"get_ibc_id", &kIbcId},     {"get_ibc_pow", &kIbcPower},         {"get_ibc_txp", &kIbcTxpower}};
+  Run([&] {
+    for (const auto& [name, stored] : rows) {
+      const Json::Value reply = Request(std::string("{\"type\":\"") + name + "\"}");
+      EXPECT_EQ(reply["body"], Parsed(std::string(DefaultDocument(stored->default_index)))) << name;
+      EXPECT_EQ(Fake().store[KeyOf(*stored)], DefaultOf(*stored)) << name;
+    }
+    const Json::Value reserve = Request(R"({"type":"get_parking_reserve_cfg"})");
+    EXPECT_EQ(reserve["body"]["reservecfg"]["reserve"][0]["endsec"].asInt(), 30) << "answered";
+    EXPECT_EQ(Fake().store.count(KeyOf(kParkingReserve)), 0u) << "but never stored";
+    EXPECT_TRUE(Fake().Logged(3, "Default Cfg is Error Json : bus_parking_reserve_cfg_value"));
+    Fake().store[KeyOf(kDevPos)] = "abc";
+    EXPECT_EQ(Request(R"({"type":"get_dev_pos"})")["body"]["pos"].asInt(), 0);
+    EXPECT_EQ(Fake().store[KeyOf(kDevPos)], DefaultOf(kDevPos)) << "an unreadable document is replaced";
+  });
+}
+
+TEST_F(ServerTest, RefusedBodiesStoreNothing) {
+  const char* const rows[] = {
+      R"({"type":"set_ctr_mdl","body":{"model":2}})",
+      R"({"type":"set_ctr_mdl","body":{"model":"1"}})",
+      R"({"type":"set_ctr_mdl","body":[1]})",
+      R"({"type":"set_ibc_name","body":{"name":"sixteen bytes ok"}})",
+      R"({"type":"set_ibc_broper","body":{"time":300}})",
+      R"({"type":"set_ibc_pow","body":{"power":-4}})",
+      R"({"type":"set_ibc_txp","body":{"power":"x"}})",
+      R"({"type":"set_ibc_pow","body":{"power":4}})",  // the module does not answer
+      R"({"type":"set_bt","body":7})",
+      R"({"type":"set_rs485pro_cfg","body":{"pro_cfg":[{"nothing":1}]}})",
+      R"({"type":"set_dev_led","body":{"led":6}})",  // the LED follows the state
+      R"({"type":"get_bt"})",
+  };
+  Run([&] {
+    for (const char* text : rows) {
+      const auto before = Fake().store;
+      EXPECT_EQ(Request(text)["state"].asInt(), 404) << text;
+      EXPECT_EQ(Fake().store, before) << text;
+    }
+  });
+}
+
+TEST_F(ServerTest, StoreFailureIsToldAndTheComponentFallsBack) {
+  Run([&] {
+    Request(R"({"type":"set_ctr_mdl","body":{"model":1}})");
+    Fake().store_down = true;
+    EXPECT_EQ(Request(R"({"type":"set_dev_pos","body":{"pos":1}})")["state"].asInt(), 404);
+    const Json::Value reply = Request(R"({"type":"get_dev_pos"})");
+    EXPECT_EQ(reply["state"].asInt(), 200);
+    EXPECT_EQ(reply["body"]["pos"].asInt(), 0);
+  });
+}
+
+TEST_F(ServerTest, ActionsAndLiveState) {
+  Run([&] {
+    Fake().shell.clear();
+    EXPECT_EQ(Request(R"({"type":"cmd","body":{"cmdline":"reboot now"}})")["state"].asInt(), 200);
+    EXPECT_EQ(Request(R"({"type":"cmd"})")["state"].asInt(), 200);
+    EXPECT_EQ(Fake().shell, (std::vector<std::string>{"reboot now", ""}));
+    for (const char* name : {"set_ibc_conntime", "set_ibc_id", "get_ibc_mac", "reset_ibc"}) {
+      const auto before = Fake().store;
+      const Json::Value reply = Request(std::string("{\"type\":\"") + name + R"(","body":{"id":1}})");
+      EXPECT_EQ(reply["state"].asInt(), 200) << name;
+      EXPECT_FALSE(reply.isMember("body")) << name;
+      EXPECT_EQ(Fake().store, before) << name;
+    }
+    const Json::Value beacon = Request(R"({"type":"get_bt"})");
+    EXPECT_EQ(beacon["body"], Parsed(R"({"uuid":"","major":0,"minor":0})")) << "filled although nothing answers";
+    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
+    EXPECT_EQ(Request(R"({"type":"get_device_frame_status"})")["body"], Parsed(R"({"frame_status":1,"led_color":0})"));
+  });
+}
+
+TEST_F(ServerTest, DeviceCheckHoldsTheLedForItsTime) {
+  Run([&] {
+    Fake().sent.clear();
+    Request(R"({"type":"check_dev","body":{"led":3,"time":5}})");
+    EXPECT_EQ(LedRegister(), 255u);
+    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
+    Fake().Advance(4999);
+    EXPECT_EQ(LedRegister(), 255u);
+    Fake().Advance(1);
+    EXPECT_EQ(LedRegister(), 4u) << "the state that came meanwhile";
+    const auto colors = Broadcasts("ledcolor_changed");
+    ASSERT_EQ(colors.size(), 2u);
+    EXPECT_EQ(colors[0]["led_color"].asInt(), 3);
+    EXPECT_EQ(colors[1]["led_color"].asInt(), 0);
+    Request(R"({"type":"check_dev","body":{"led":2,"time":5}})");
+    Fake().Advance(3000);
+    Request(R"({"type":"check_dev","body":{"led":5,"time":5}})");  // starts the time anew
+    Fake().Advance(4000);
+    EXPECT_EQ(LedRegister(), 12u);
+    Fake().Advance(1000);
+    EXPECT_EQ(LedRegister(), 4u);
+    Request(R"({"type":"check_dev","body":{"led":3,"time":-1}})");
+    Fake().Advance(0);
+    EXPECT_EQ(LedRegister(), 4u) << "a negative time ends at once";
+  });
+}
+
+TEST_F(ServerTest, DirectControlAndTheWayBack) {
+  Run([&] {
+    Request(R"({"type":"set_ctr_mdl","body":{"model":1}})");
+    Fake().sent.clear();
+    EXPECT_EQ(Request(R"({"type":"set_dev_led","body":{"led":6}})")["state"].asInt(), 200);
+    EXPECT_EQ(LedRegister(), 20u);
+    ASSERT_EQ(Broadcasts("ledcolor_changed").size(), 1u);
+    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
+    EXPECT_EQ(LedRegister(), 20u);
+    EXPECT_EQ(Request(R"({"type":"set_dev_led","body":{"led":-1}})")["state"].asInt(), 200);
+    EXPECT_EQ(LedRegister(), 20u);
+    Request(R"({"type":"check_dev","body":{"led":3,"time":1}})");
+    Fake().Advance(1000);
+    EXPECT_EQ(LedRegister(), 20u) << "the operator's colour again";
+    Fake().sent.clear();
+    Request(R"({"type":"set_ctr_mdl","body":{"model":0}})");
+    EXPECT_EQ(LedRegister(), 4u) << "the state's colour at once";
+    EXPECT_EQ(Broadcasts("ledcolor_changed").size(), 0u) << "it was chosen before, silently";
+  });
+}
+
+TEST_F(ServerTest, ExternalControlIsRefusedRecordedAndAdmitted) {
+  const char* const command = R"({"type":"external_control_framestatus","body":{"ip":"10.0.0.9","frame_status":2}})";
+  const auto log = [&] { return Request(R"({"type":"quary_controled_log"})")["body"]; };
+  Run([&] {
+    Json::Value reply = Request(R"({"type":"check_controled_device"})", kBusExtRequestMessage);
+    EXPECT_EQ(reply["state"].asInt(), 405);
+    EXPECT_EQ(reply["error_msg"].asString(), "device don`t open external control");
+    EXPECT_EQ(reply["type"].asString(), "check_controled_device");
+    EXPECT_EQ(Request(command, kBusExtRequestMessage)["state"].asInt(), 405);
+    Request(command, kBusExtRequestMessage);
+    ASSERT_EQ(log()["logs"].size(), 1u) << "recorded although refused, a repeat once";
+    EXPECT_EQ(log()["logs"][0]["log_ip"].asString(), "10.0.0.9");
+    EXPECT_EQ(log()["logs"][0]["log_msg"].asString(), "external_control");
+    EXPECT_EQ(log()["logs"][0]["log_time"].asString().size(), strlen("2026-01-31 08:05:09"));
+    EXPECT_EQ(LedRegister(), 8u);
+    Request(R"({"type":"set_parking_color_cfg","body":{"externalcontrol_enable":1,
+                "parkingledcolorcfg":{"parkingretainledcolor":2}}})");
+    EXPECT_EQ(LedRegister(), 16u) << "the state that the refused command left";
+    EXPECT_EQ(Request(R"({"type":"check_controled_device"})", kBusExtRequestMessage)["state"].asInt(), 200);
+    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
+    EXPECT_EQ(LedRegister(), 16u) << "results do not show";
+    for (const char* body : {R"({"ip":{},"frame_status":1})", R"({"ip":"x","frame_status":"y"})", "[]"}) {
+      const auto text = std::string(R"({"type":"external_control_framestatus","body":)") + body + "}";
+      EXPECT_EQ(Request(text, kBusExtRequestMessage)["state"].asInt(), 404) << body;
+    }
+    EXPECT_EQ(log()["logs"].size(), 1u);
+  });
+}
+
+}  // namespace
+}  // namespace businessserver

@@ -1,0 +1,165 @@
+// What the server writes to and hears on the external line, the beacon's start, and pushes from neighbours.
+#include "server_fixture.h"
+
+namespace businessserver {
+namespace {
+
+std::string Bytes(std::initializer_list<int> bytes) { return std::string(bytes.begin(), bytes.end()); }
+
+std::string Push(uint32_t sender, int pos, uint32_t spaces, uint32_t free) {
+  Json::Value push;
+  push["s_addr"] = sender;
+  push["pos"] = pos;
+  push["totle"] = spaces;
+  push["free"] = free;
+  return StyledText(push);
+}
+
+TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
+  const auto configure = [&](const std::string& body) {
+    Request("{\"type\":\"set_ext_ttyio_cfg\",\"body\":" + body + "}");
+    TakeAll(external_);
+  };
+  const auto result_writes = [&](const std::string& record) {
+    TakeAll(external_);
+    Fake().Deliver(kAvsParkRectChange, record);
+    return TakeAll(external_);
+  };
+  const std::string occupied = Record(Space(1));
+  const std::string frame = Bytes({0xBB, 0x88, 0xBB, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0x33});
+  LX_ParkingResult repeat = Space(1, kNoPlate, kTriggerRepeatable);
+  repeat.second_flag = 0;
+  Run([&] {
+    EXPECT_EQ(result_writes(occupied), frame);
+    EXPECT_EQ(result_writes(Record(repeat)), "") << "a repeat of a triggered result";
+    configure(R"({"proto":7,"f_ena":1})");
+    EXPECT_EQ(result_writes(occupied), frame) << "an unknown protocol: the configurable frame alone";
+    configure(R"({"proto":255})");
+    EXPECT_EQ(result_writes(occupied), "");
+    configure(R"({"proto":1,"frame1_addr":5,"frame2_addr":6,"frame3_addr":7})");
+    EXPECT_EQ(result_writes(Record(Space(1), {}, Space(0))),
+              Bytes({0xAA, 4, 5, 1, 0xAA, 0x55}) + Bytes({0xAA, 4, 7, 2, 0xAB, 0x55}));
+    configure(R"({"proto":0,"f_ena":1,"f_addr":1,"l_ena":1,"l_addr":2})");
+    const std::string displays = Bytes({0xAA, 1, 0x17, 1, '1', 0x8F}) + Bytes({0xAA, 2, 0x17, 1, '0', 0x8D});
+    EXPECT_EQ(result_writes(Record(Space(0))), displays) << "own free spaces in front, nothing on the left";
+    Fake().Advance(4000);
+    EXPECT_EQ(TakeAll(external_).substr(0, displays.size()), displays) << "refreshed by the tick";
+    Fake().Deliver(kBusBroadlistenMessage, R"({"type":"set_ttyio_halt","body":{"halt":1}})");
+    Fake().Advance(8000);
+    EXPECT_EQ(result_writes(occupied), "");
+    Fake().Deliver(kBusBroadlistenMessage, R"({"type":"set_ttyio_halt"})");  // a missing value clears it
+    Fake().Advance(4000);
+    EXPECT_NE(TakeAll(external_), "");
+  });
+}
+
+TEST_F(ServerTest, OldProtocolDocumentIsCompleted) {
+  Fake().store[KeyOf(kExtTtyio)] = R"({"proto":1,"frame1_addr":5})";
+  Run([&] {
+    const Json::Value stored = Parsed(Fake().store[KeyOf(kExtTtyio)]);
+    EXPECT_EQ(stored, Parsed(R"({"proto":1,"frame1_addr":0,"frame2_addr":0,"frame3_addr":0})"));
+  });
+}
+
+TEST_F(ServerTest, SendsOnlyBytesThatItWasGiven) {
+  struct Row {
+    const char* name;
+    const char* body;
+    std::string sent;
+  };
+  const Row rows[] = {
+      {"as counted", R"({"data":"AQID","data_len":3})", Bytes({1, 2, 3})},
+      {"fewer than given", R"({"data":"AQID","data_len":2})", Bytes({1, 2})},
+      {"more than given", R"({"data":"AQID","data_len":2000000000})", Bytes({1, 2, 3})},
+      {"negative", R"({"data":"AQID","data_len":-1})", ""},
+      {"not base64", R"({"data":"*QID","data_len":3})", ""},
+      {"count is a text", R"({"data":"AQID","data_len":"3"})", ""},
+      {"nothing", "{}", ""},
+  };
+  Run([&] {
+    for (const Row& row : rows) {
+      TakeAll(external_);
+      Fake().Deliver(kBusBroadlistenMessage, std::string("{\"type\":\"send_ttyio_data\",\"body\":") + row.body + "}");
+      EXPECT_EQ(TakeAll(external_), row.sent) << row.name;
+    }
+  });
+}
+
+TEST_F(ServerTest, BroadcastsReceivedBursts) {
+  Run([&] {
+    external_.Say(Bytes({0, 255, 16}));
+    Fake().Advance(10);
+    const auto bursts = Broadcasts("ttyio_data_bro");
+    ASSERT_EQ(bursts.size(), 1u);
+    EXPECT_EQ(bursts[0], Parsed(R"({"data":"AP8Q","data_len":3})"));
+  });
+}
+
+TEST_F(ServerTest, IncompleteLineSettingsAreReplaced) {
+  for (const char* text : {R"({"ttyionum":2,"baudrate":"9600","checkbit":0,"databit":8,"stopbit":1})", "{}", "[]"}) {
+    ResetFake();
+    Fake().store[KeyOf(kDeviceTtyio)] = text;
+    Run([&] { EXPECT_EQ(Fake().store[KeyOf(kDeviceTtyio)], DefaultOf(kDeviceTtyio)) << text; });
+  }
+  ResetFake();
+  const char* const unusable = R"({"ttyionum":2,"baudrate":9600,"checkbit":0,"databit":9,"stopbit":1})";
+  Fake().store[KeyOf(kDeviceTtyio)] = unusable;
+  Run([&] {
+    EXPECT_TRUE(Fake().Logged(3, "Unsupported data size"));
+    EXPECT_EQ(Fake().store[KeyOf(kDeviceTtyio)], unusable) << "well formed: not corrected";
+  });
+}
+
+TEST_F(ServerTest, TellsTheBeaconItsSettingsAtStart) {
+  Fake().store[KeyOf(kSysDeviceName)] = R"({"devicename":"gate 7"})";
+  Run([&] {
+    EXPECT_EQ(TakeAll(beacon_), "DTM:NAM-gate 7\r\nDTM:INT-500\r\nDTM:TXP-4\r\nDTM:MEA--55\r\n");
+    Fake().Deliver(kSysDeviceNameChanged, "");
+    EXPECT_EQ(TakeAll(beacon_), "DTM:NAM-gate 7\r\n");
+    Request(R"({"type":"set_bt","body":{"uuid":"short","major":70000}})");
+    EXPECT_EQ(TakeAll(beacon_), "DTM:UID-0x73686F72740000000000000000000000\r\nDTM:MAJ-0x1170\r\nDTM:INF\r\n");
+    EXPECT_EQ(Parsed(Fake().store[KeyOf(kSysBlueTooth)]), Parsed(R"({"uuid":"","major":0,"minor":0})"));
+  });
+}
+
+TEST_F(ServerTest, NeighboursCountUntilTheyFallSilent) {
+  Run([&] {
+    Fake().Deliver(kAvsParkRectChange, Record(Space(0)));
+    Fake().Deliver(kBusNetPush, Push(0x0A01A8C0, 1, 3, 2));
+    Json::Value counts = Request(R"({"type":"get_net_status"})")["body"];
+    EXPECT_EQ(counts["l_frees"].asUInt(), 2u);
+    EXPECT_EQ(counts["totle"].asUInt(), 4u);
+    Fake().Advance(150000);
+    counts = Request(R"({"type":"get_net_status"})")["body"];
+    EXPECT_EQ(counts["totle"].asUInt(), 1u) << "this device's own push keeps it alive";
+  });
+}
+
+TEST_F(ServerTest, DropsPushesThatAreNone) {
+  const std::string wrong_type = R"({"s_addr":9,"totle":{},"free":0,"pos":0})";
+  Run([&] {
+    Fake().sent.clear();
+    for (const std::string& text :
+         {Push(0, 1, 1, 1), Push(kLoopbackAddress, 1, 1, 1), std::string("{"), wrong_type, std::string("[]"),
+          std::string(R"({"s_addr":"x"})"), std::string(R"({"s_addr":9,"cm_dev":[{"ip":[]}]})")}) {
+      Fake().Deliver(kBusNetPush, text);
+      EXPECT_TRUE(Fake().sent.empty()) << text;
+    }
+  });
+}
+
+TEST_F(ServerTest, ImplausibleCountsClearTheLists) {
+  Run([&] {
+    Fake().sent.clear();
+    Fake().Deliver(kBusNetPush, Push(0x0A01A8C0, 1, 2000000, 1));
+    EXPECT_EQ(Broadcasts("frame_changed").size(), 0u);
+    Fake().Deliver(kBusNetPush, Push(0x0A01A8C0, 1, 2000000, 1));
+    ASSERT_NE(Fake().LastSent(kHttpRequestMessageRoot), nullptr);
+    EXPECT_EQ(Parsed(Fake().LastSent(kHttpRequestMessageRoot)->data), Parsed(R"({"type":"ClearAllDestAddr"})"));
+    Fake().Deliver(kBusNetPush, Push(0x0B01A8C0, 1, 3, 1));
+    EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"]["totle"].asUInt(), 3u);
+  });
+}
+
+}  // namespace
+}  // namespace businessserver
