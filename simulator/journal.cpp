@@ -1,0 +1,96 @@
+#include "journal.h"
+
+#include <json/writer.h>
+
+#include "plain_words.h"
+
+namespace desk {
+namespace {
+
+constexpr size_t kEventsKept = 20000;
+constexpr size_t kLongestLine = 400;
+
+}  // namespace
+
+const char* SourceName(Source source) {
+  switch (source) {
+    case Source::kDesk:
+      return "desk";
+    case Source::kScript:
+      return "script";
+    case Source::kRecogniser:
+      return "recogniser";
+    case Source::kNeighbour:
+      return "neighbour";
+    case Source::kLed:
+      return "led";
+    case Source::kBroadcast:
+      return "broadcast";
+    case Source::kRepublished:
+      return "republished";
+    case Source::kRequest:
+      return "request";
+    case Source::kReply:
+      return "reply";
+    case Source::kBus:
+      return "bus";
+    case Source::kSerialOut:
+      return "serial out";
+    case Source::kSerialIn:
+      return "serial in";
+    case Source::kDisplay:
+      return "display";
+    case Source::kBeacon:
+      return "beacon";
+    case Source::kStore:
+      return "store";
+    case Source::kLog:
+      return "daemon log";
+  }
+  return "";
+}
+
+const std::string* FindFact(const Facts& facts, const std::string& name) {
+  for (const auto& [fact, value] : facts) {
+    if (fact == name) return &value;
+  }
+  return nullptr;
+}
+
+void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix) {
+  const std::string inner = prefix.empty() ? "" : prefix + ".";
+  if (document.isObject()) {
+    for (const auto& name : document.getMemberNames()) AddDocumentFacts(document[name], facts, inner + name);
+  } else if (document.isArray()) {
+    for (Json::ArrayIndex i = 0; i < document.size(); ++i) {
+      AddDocumentFacts(document[i], facts, inner + std::to_string(i));
+    }
+  } else {
+    facts.emplace_back(prefix, document.isNull() ? "null" : document.asString());
+  }
+}
+
+std::string FactsText(const Facts& facts) {
+  std::string text;
+  for (const auto& [name, value] : facts) text += (text.empty() ? "" : " ") + name + "=" + value;
+  return text;
+}
+
+std::string OneLine(const Json::Value& document) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  std::string text = Json::writeString(builder, document);
+  if (text.size() > kLongestLine)
+    text = text.substr(0, kLongestLine) + "... (" + std::to_string(text.size()) + " bytes)";
+  return decode::Printable(text);
+}
+
+void Journal::Add(Source source, const std::string& text, Facts facts) {
+  events_.push_back({next_++, std::chrono::system_clock::now(), source, text, std::move(facts)});
+  if (events_.size() > kEventsKept) events_.pop_front();
+  const Event event = events_.back();  // a listener may add events of its own
+  for (const auto& listener : listeners_) listener(event);
+}
+
+}  // namespace desk
