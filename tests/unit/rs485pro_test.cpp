@@ -1,0 +1,171 @@
+#include "rs485pro/rs485pro.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "fake_platform/fake_platform.h"
+#include "hex_bytes.h"
+#include "protocol/stored_documents.h"
+
+namespace businessserver {
+namespace {
+
+// 京A12345 on an occupied space "A01".
+LX_ParkingResult Result() {
+  LX_ParkingResult r = {};
+  strcpy(r.plate, "\276\251A12345");
+  r.plate_color = 1, r.plate_confidence = 87, r.plate_type = 5, r.vehicle_color = 7, r.vehicle_color_class = 4;
+  r.time_stamp = 0x01020304, r.head_confidence = 99, r.occupy_line = 0x10A, r.space_status = 1, r.trigger = 2;
+  strcpy(r.space_name, "A01");
+  return r;
+}
+
+std::string Frame(Rs485ProBuild& builder, const LX_ParkingResult& result) {
+  unsigned length = 0;
+  const uint8_t* frame = builder.GetDevRs485ProData(length, 7, 0x0A09, &result);
+  return HexBytes(frame, length);
+}
+
+std::string Cfg(const std::string& entries) { return "{\"pro_cfg\":[" + entries + "]}"; }
+
+// What the rows below change in the result.
+using R = LX_ParkingResult;
+void Same(R&) {}
+void NoPlate(R& r) { strcpy(r.plate, kNoPlate); }
+void LongPlate(R& r) { strcpy(r.plate, "\324\301AD12345"), r.plate_type = kLongPlateType; }
+void LongTypeOnly(R& r) { strcpy(r.plate, "ABCDEFGHIJ"), r.plate_type = kLongPlateType; }
+void NoName(R& r) { r.space_name[0] = 0; }
+void ForeignName(R& r) { r.space_name[2] = '\x80'; }
+void AboveLimits(R& r) {
+  r.plate_color = 6, r.plate_confidence = 101, r.plate_type = 20, r.trigger = 9, r.vehicle_color_class = 5;
+  r.space_status = 4, r.head_confidence = 1000, strcpy(r.plate, "_");
+}
+void Negative(R& r) {
+  r.plate_color = -1, r.plate_confidence = -2, r.plate_type = -3, r.trigger = -4, r.vehicle_color = -5;
+  r.space_status = -6, r.head_confidence = -7;
+}
+
+TEST(Rs485Frame, Bytes) {
+  const std::string codes = Cfg(R"({"enable":1},{"licensecolor":1},{"licenseconf":1},{"licensetype":1},{"trigger":1},)"
+                                R"({"carcolor":1},{"framestatus":9},{"occupyline":1},{"headconf":true})");
+  const std::string checked = Cfg(R"({"checkbegin":0},{"checkend":9},{"header":"10"},{"license":1},{"checksum":1})");
+  const auto fixed = [](const std::string& rest) { return Cfg(R"({"header":"BB8812"},)" + rest); };
+  // clang-format off
+  const struct { const char* name; std::string cfg; void (*change)(R&); const char* bytes; } kRows[] = {
+      {"default, no plate",     std::string(DefaultDocument(kRs485pro.default_index)), NoPlate,
+                                "BB 88 BB 00 00 00 00 00 00 00 01 07 00 00 00 09 0A 00 00 03 41 30 31 33"},
+      {"one-byte fields",       codes, Same,        "AA 00 57 05 02 07 01 0A 63"},
+      {"above their limits",    codes, AboveLimits, "BB 04 64 00 00 01 00 0A 64"},
+      {"below zero",            codes, Negative,    "AA 04 FE FD FC 01 FA 0A F9"},
+      {"numbers",               Cfg(R"({"time":1},{"freenum":1},{"framenum":1})"), Same, "04 03 02 01 07 00 00 00 09 0A 00 00"},
+      {"order, twice, off",     Cfg(R"({"end":"33"},{"enable":1},{"enable":0},{"enable":2})"), Same, "33 AA AA"},
+      {"header up to its 00",   Cfg(R"({"header":"BB880011"})"), Same, "BB 88"},
+      {"odd, no digit",         Cfg(R"({"header":"xBC"})"), Same, "0B 0C"},
+      {"32 digits at most",     Cfg(R"({"header":"0102030405060708090a0b0c0d0e0f10FFFF"})"), Same,
+                                "01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10"},
+      {"first key of an entry", Cfg(R"({"header":"22","enable":1})"), Same, "AA"},
+      {"plate of type 19",      Cfg(R"({"license":1},{"end":"33"})"), LongPlate, "92 41 44 31 32 33 34 35 33"},
+      {"foreign name",          Cfg(R"({"framename":1},{"end":"33"})"), ForeignName, "33"},
+      {"no name",               Cfg(R"({"framename":1},{"end":"33"})"), NoName, "00 33"},
+      {"encode",                Cfg(R"({"encode":5},{"enable":1})"), Same, "AA"},
+      {"XOR",                   fixed(R"({"checkbegin":0},{"checkend":3},{"checksum":0})"), Same, "BB 88 12 33"},
+      {"sum",                   fixed(R"({"checkbegin":1},{"checkend":4},{"checksum":1})"), Same, "BB 88 12 9A"},
+      {"check end 0",           fixed(R"({"checkbegin":0},{"checkend":0},{"checksum":0})"), Same, "BB 88 12"},
+      {"check end too far",     fixed(R"({"checkbegin":0},{"checkend":5},{"checksum":0})"), Same, "BB 88 12"},
+      {"check of nothing",      fixed(R"({"checkbegin":1},{"checkend":2},{"checksum":0})"), Same, "BB 88 12"},
+      {"check, plate of 7",     checked, Same,         "10 00 41 31 32 33 34 35 50"},
+      {"check, plate of 8",     checked, LongPlate,    "10 92 41 44 31 32 33 34 35 26"},
+      {"check, type 19 of 7",   checked, LongTypeOnly, "10 41 42 43 44 45 46 47 EC"},
+      {"check, plate outside",  Cfg(R"({"license":1},{"header":"1020"},{"checkbegin":8},{"checkend":10},{"checksum":1})"),
+                                LongPlate, "92 41 44 31 32 33 34 35 10 20 10"},
+  };
+  // clang-format on
+  for (const auto& row : kRows) {
+    Rs485ProBuild builder;
+    LX_ParkingResult result = Result();
+    row.change(result);
+    ASSERT_TRUE(builder.SetRs485Str(row.cfg)) << row.name;
+    EXPECT_EQ(Frame(builder, result), row.bytes) << row.name;
+  }
+}
+
+TEST(Rs485Frame, PlateColors) {
+  Rs485ProBuild builder;
+  ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"licensecolor":1})")));
+  std::string sent;
+  LX_ParkingResult result = Result();
+  for (result.plate_color = 0; result.plate_color < 7; ++result.plate_color) sent += Frame(builder, result) + " ";
+  EXPECT_EQ(sent, "04 00 01 03 02 04 04 ");
+}
+
+TEST(Rs485Cfg, Refused) {
+  ResetFake();
+  std::string twenty_one = R"({"enable":1})";
+  for (int i = 1; i < 21; ++i) twenty_one += R"(,{"enable":1})";
+  const char* const kUnchanged = "AA 33";  // what the configuration before builds
+  const std::pair<std::string, const char*> kRows[] = {
+      {"no json", kUnchanged},
+      {Cfg(twenty_one), kUnchanged},
+      {"null", kUnchanged},
+      {"[]", kUnchanged},
+      {R"({"pro_cfg":"header"})", kUnchanged},
+      {R"({"pro_cfg":{"0":{"enable":1}}})", kUnchanged},
+      {Cfg("{}"), ""},
+      {Cfg("null"), ""},
+      {Cfg("[1]"), ""},
+      {Cfg(R"({"enable":"on"})"), ""},
+      {Cfg(R"({"header":["BB"]})"), ""},
+      {Cfg(R"({"checkend":-1},{"enable":1})"), ""},
+      {Cfg(R"({"enable":1},{"Enable":1},{"end":"33"})"), "AA"},  // what stands before the unknown name stays
+  };
+  for (const auto& [cfg, frame_after] : kRows) {
+    Rs485ProBuild builder;
+    ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"enable":1},{"end":"33"})")));
+    EXPECT_FALSE(builder.SetRs485Str(cfg)) << cfg;
+    EXPECT_EQ(Frame(builder, Result()), frame_after) << cfg;
+  }
+  EXPECT_TRUE(Fake().Logged(3, "No Such Rs485Cfg Name"));
+}
+
+TEST(Rs485Cfg, SettingsOutliveTheListThatNamedThem) {
+  Rs485ProBuild builder;
+  ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"checkbegin":0},{"checkend":3},{"header":"BB88"})")));
+  ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"header":"1122"},{"checksum":0})")));
+  EXPECT_EQ(Frame(builder, Result()), "11 22 33");
+}
+
+// Any list with any record: the frame fits, and carries nothing of the frame before it.
+TEST(Rs485Frame, GeneratedListsAndRecords) {
+  const char* const kNames[] = {"header",     "license",  "framename", "time",    "license", "framename",
+                                "checkbegin", "checkend", "checksum",  "freenum", "end"};
+  std::mt19937 random(20240611);
+  Rs485ProBuild builder;
+  for (int round = 0; round < 2000; ++round) {
+    std::string entries;
+    for (unsigned i = 0, count = random() % 21; i < count; ++i) {
+      const std::string name = kNames[random() % std::size(kNames)];
+      const std::string value = std::to_string(random() % (name == "checksum" ? 2 : 40));
+      const std::string text = name == "header" || name == "end" ? '"' + std::string(random() % 50, 'A') + '"' : value;
+      entries += (i == 0 ? "{\"" : ",{\"") + name + "\":" + text + "}";
+    }
+    ASSERT_TRUE(builder.SetRs485Str(Cfg(entries))) << entries;
+
+    LX_ParkingResult records[2];
+    for (auto& record : records) {
+      auto* const bytes = reinterpret_cast<uint8_t*>(&record);
+      for (size_t i = 0; i < sizeof record; ++i) bytes[i] = static_cast<uint8_t>(random() | 1);  // no terminators
+      for (char& c : record.space_name) c = static_cast<char>(c & 0x7F);
+      if (random() % 2 != 0) record.plate_type = kLongPlateType;
+    }
+    Frame(builder, records[0]);
+    const std::string first = Frame(builder, records[1]);
+    Frame(builder, records[0]);
+    ASSERT_EQ(Frame(builder, records[1]), first) << entries;
+    ASSERT_LE(builder.Length(), kFrameCapacity);
+  }
+}
+
+}  // namespace
+}  // namespace businessserver
