@@ -47,6 +47,7 @@ TEST(KvdbLog, DamagedDocumentsArePutRight) {
       {"null", kDefault, true},
       {R"({"log_index":2,"logs":"none"})", kDefault, true},
       {R"({"log_index":8,"logs":[1,2]})", R"({"log_index":2,"logs":[1,2]})", true},
+      {R"({"log_index":-1})", R"({"log_index":0})", true},
       {R"({"log_index":4000000000,"logs":[1]})", R"({"log_index":1,"logs":[1]})", true},
       {R"({"log_index":"3","logs":[1,2,3,4,5,6,7,8]})", R"({"log_index":0,"logs":[1,2,3,4,5,6,7,8]})", true},
       {R"({"log_index":5,"logs":[1,2,3,4,5,6,7,8,9]})", R"({"log_index":5,"logs":[1,2,3,4,5,6,7,8]})", true},

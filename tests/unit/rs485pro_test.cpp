@@ -78,7 +78,9 @@ TEST(Rs485Frame, Bytes) {
       {"check, plate of 7",     checked, Same,         "10 00 41 31 32 33 34 35 50"},
       {"check, plate of 8",     checked, LongPlate,    "10 92 41 44 31 32 33 34 35 26"},
       {"check, type 19 of 7",   checked, LongTypeOnly, "10 41 42 43 44 45 46 47 EC"},
-      {"check, plate outside",  Cfg(R"({"license":1},{"header":"1020"},{"checkbegin":8},{"checkend":10},{"checksum":1})"),
+      {"check before the plate", Cfg(R"({"checkbegin":0},{"checkend":3},{"header":"1020"},{"license":1},{"checksum":1})"),
+                                LongPlate, "10 20 92 41 44 31 32 33 34 35 30"},
+      {"check behind the plate", Cfg(R"({"license":1},{"header":"1020"},{"checkbegin":8},{"checkend":10},{"checksum":1})"),
                                 LongPlate, "92 41 44 31 32 33 34 35 10 20 10"},
   };
   // clang-format on
