@@ -1,0 +1,69 @@
+#include "devicesdk/device_sdk.h"
+
+#include <boost/shared_ptr.hpp>
+#include <stdexcept>
+
+#include "pty_line.h"
+
+namespace businessserver {
+namespace {
+
+class DeviceSdkTest : public BoardTest {
+ protected:
+  using Chunks = std::vector<std::string>;
+
+  static void Collect(void* data, int len, void* arg) {
+    Chunks& chunks = *static_cast<Chunks*>(arg);
+    chunks.emplace_back(static_cast<const char*>(data), len);
+    if (chunks.back() == "bad") throw std::runtime_error("no memory");
+  }
+  void SetUp() override {
+    MakeMemoryDevice();
+    ASSERT_EQ(0, device_->Init());
+    device_->SetTtyioReadDataCallback(Collect, &chunks_, DpClient_GetEvtLoopFromPoll(nullptr));
+  }
+
+  PtyLine line_{2};
+  boost::shared_ptr<DeviceSdk> device_{new DeviceSdk};
+  Chunks chunks_;
+};
+
+TEST_F(DeviceSdkTest, HandsOverBurstsAsTheyCameDownTheLine) {
+  const std::string late("\0\xFF", 2);
+  Fake().on_sleep = [&](unsigned) {  // within the gap: still the same burst
+    if (Fake().shell.size() == 1) line_.Say(late);
+  };
+  line_.Say("one");
+  Fake().Advance(100);
+  line_.Say(std::string(1024, 'a') + std::string(476, 'b'));
+  Fake().Advance(100);
+  EXPECT_EQ((Chunks{"one" + late, std::string(1024, 'a'), std::string(476, 'b')}), chunks_);
+}
+
+TEST_F(DeviceSdkTest, PollsOnAfterAConsumerThrewAndEndsWithTheFacade) {
+  line_.Say("bad");
+  Fake().Advance(50);
+  EXPECT_TRUE(Fake().Logged(3, "no memory"));
+  line_.Say("good");
+  Fake().Advance(50);
+  device_.reset();
+  line_.Say("to nobody");
+  Fake().Advance(50);
+  EXPECT_EQ((Chunks{"bad", "good"}), chunks_);
+}
+
+TEST_F(DeviceSdkTest, SendsAndLights) {
+  line_.Say("dropped by the send");
+  EXPECT_EQ(4, device_->SendTtyioData("\xAA\x01\x17\xBB", 4));
+  EXPECT_EQ("\xAA\x01\x17\xBB", line_.Heard(4));
+  Fake().Advance(20);
+  EXPECT_EQ(Chunks{}, chunks_);
+  device_->OpenLed(6);
+  EXPECT_EQ(20u, Register(kLedGpio + 0x3FC));
+  EXPECT_EQ(0, device_->SetTtyioParity(8, 0, 2, 38400));
+  EXPECT_EQ(5, device_->SetTtyioParity(9, 0, 1, 300)) << "refused, and the line stays as it was";
+  EXPECT_EQ(tcflag_t{B38400 | CSTOPB}, line_.Settings().c_cflag & (CBAUD | CSTOPB));
+}
+
+}  // namespace
+}  // namespace businessserver
