@@ -91,10 +91,20 @@ class ServerTest : public BoardTest {
 
   static uint32_t LedRegister() { return Register(kLedGpioBlock.base + kGpioData); }
 
-  // Everything that the server wrote to a line since the last call, told by a mark that follows it.
-  static std::string TakeAll(PtyLine& line) {
+  // Everything that the server wrote to a line since the last call.
+  std::string TakeBeacon() { return TakeAll("dev/ttyAMA1", beacon_); }
+  std::string TakeExternal() { return TakeAll("dev/ttyAMA2", external_); }
+
+  PtyLine beacon_{TTY_DEV_UART1};
+  PtyLine external_{TTY_DEV_UART2};
+
+ private:
+  // A mark written behind the server's bytes tells where they end.
+  static std::string TakeAll(const char* path, PtyLine& line) {
     const std::string mark = "\x01<end>\x02";
-    EXPECT_EQ(write(line.near_end(), mark.data(), mark.size()), static_cast<ssize_t>(mark.size()));
+    const int fd = open(path, O_WRONLY | O_NOCTTY);
+    EXPECT_EQ(write(fd, mark.data(), mark.size()), static_cast<ssize_t>(mark.size()));
+    close(fd);
     std::string bytes;
     do {
       const std::string next = line.Heard(1);
@@ -106,9 +116,6 @@ class ServerTest : public BoardTest {
     } while (bytes.size() < mark.size() || bytes.compare(bytes.size() - mark.size(), mark.size(), mark) != 0);
     return bytes.substr(0, bytes.size() - mark.size());
   }
-
-  PtyLine beacon_{TTY_DEV_UART1};
-  PtyLine external_{TTY_DEV_UART2};
 };
 
 }  // namespace businessserver

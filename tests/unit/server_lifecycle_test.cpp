@@ -79,15 +79,15 @@ TEST_F(ServerTest, RestartsTheSiblingsAfterADayWithoutTriggeredResults) {
                                              "sleep 1000000",    "./alg_proc &",     "./cpulimit -l 40  -e alg_proc &",
                                              "./watchdog -v 2 &"};
   Run([&] {
-    Fake().Advance(23 * kHour);
+    Fake().Advance(23 * kHour, 1000);
     Fake().Deliver(kAvsSimulatorTrigger, Record(Space(1)));
     Fake().shell.clear();
     for (int hour = 0; hour < 23; ++hour) {
-      Fake().Advance(kHour);
+      Fake().Advance(kHour, 1000);
       Fake().Deliver(kAvsParkRectChange, Record(Space(1)));  // these do not count
     }
     EXPECT_TRUE(Fake().shell.empty());
-    Fake().Advance(2 * kHour);
+    Fake().Advance(2 * kHour, 1000);
     EXPECT_EQ(Fake().shell, expected);
   });
 }

@@ -18,12 +18,12 @@ std::string Push(uint32_t sender, int pos, uint32_t spaces, uint32_t free) {
 TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
   const auto configure = [&](const std::string& body) {
     Request("{\"type\":\"set_ext_ttyio_cfg\",\"body\":" + body + "}");
-    TakeAll(external_);
+    TakeExternal();
   };
   const auto result_writes = [&](const std::string& record) {
-    TakeAll(external_);
+    TakeExternal();
     Fake().Deliver(kAvsParkRectChange, record);
-    return TakeAll(external_);
+    return TakeExternal();
   };
   const std::string occupied = Record(Space(1));
   const std::string frame = Bytes({0xBB, 0x88, 0xBB, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0x33});
@@ -43,13 +43,13 @@ TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
     const std::string displays = Bytes({0xAA, 1, 0x17, 1, '1', 0x8F}) + Bytes({0xAA, 2, 0x17, 1, '0', 0x8D});
     EXPECT_EQ(result_writes(Record(Space(0))), displays) << "own free spaces in front, nothing on the left";
     Fake().Advance(4000);
-    EXPECT_EQ(TakeAll(external_).substr(0, displays.size()), displays) << "refreshed by the tick";
+    EXPECT_EQ(TakeExternal().substr(0, displays.size()), displays) << "refreshed by the tick";
     Fake().Deliver(kBusBroadlistenMessage, R"({"type":"set_ttyio_halt","body":{"halt":1}})");
     Fake().Advance(8000);
     EXPECT_EQ(result_writes(occupied), "");
     Fake().Deliver(kBusBroadlistenMessage, R"({"type":"set_ttyio_halt"})");  // a missing value clears it
     Fake().Advance(4000);
-    EXPECT_NE(TakeAll(external_), "");
+    EXPECT_NE(TakeExternal(), "");
   });
 }
 
@@ -78,9 +78,9 @@ TEST_F(ServerTest, SendsOnlyBytesThatItWasGiven) {
   };
   Run([&] {
     for (const Row& row : rows) {
-      TakeAll(external_);
+      TakeExternal();
       Fake().Deliver(kBusBroadlistenMessage, std::string("{\"type\":\"send_ttyio_data\",\"body\":") + row.body + "}");
-      EXPECT_EQ(TakeAll(external_), row.sent) << row.name;
+      EXPECT_EQ(TakeExternal(), row.sent) << row.name;
     }
   });
 }
@@ -113,11 +113,11 @@ TEST_F(ServerTest, IncompleteLineSettingsAreReplaced) {
 TEST_F(ServerTest, TellsTheBeaconItsSettingsAtStart) {
   Fake().store[KeyOf(kSysDeviceName)] = R"({"devicename":"gate 7"})";
   Run([&] {
-    EXPECT_EQ(TakeAll(beacon_), "DTM:NAM-gate 7\r\nDTM:INT-500\r\nDTM:TXP-4\r\nDTM:MEA--55\r\n");
+    EXPECT_EQ(TakeBeacon(), "DTM:NAM-gate 7\r\nDTM:INT-500\r\nDTM:TXP-4\r\nDTM:MEA--55\r\n");
     Fake().Deliver(kSysDeviceNameChanged, "");
-    EXPECT_EQ(TakeAll(beacon_), "DTM:NAM-gate 7\r\n");
+    EXPECT_EQ(TakeBeacon(), "DTM:NAM-gate 7\r\n");
     Request(R"({"type":"set_bt","body":{"uuid":"short","major":70000}})");
-    EXPECT_EQ(TakeAll(beacon_), "DTM:UID-0x73686F72740000000000000000000000\r\nDTM:MAJ-0x1170\r\nDTM:INF\r\n");
+    EXPECT_EQ(TakeBeacon(), "DTM:UID-0x73686F72740000000000000000000000\r\nDTM:MAJ-0x1170\r\nDTM:INF\r\n");
     EXPECT_EQ(Parsed(Fake().store[KeyOf(kSysBlueTooth)]), Parsed(R"({"uuid":"","major":0,"minor":0})"));
   });
 }

@@ -59,19 +59,20 @@ void BusinessServer::InitExtProtoConst() {
   try {
     Json::Value document;
     GetKeyValueAndReplyBuf(kExtTtyio, document);
-    serial_output_.proto = document[kProto].asUInt();
-    serial_output_.front.enabled = document[kFEna].asUInt();
-    serial_output_.front.address = document[kFAddr].asUInt();
-    serial_output_.right.enabled = document[kREna].asUInt();
-    serial_output_.right.address = document[kRAddr].asUInt();
-    serial_output_.left.enabled = document[kLEna].asUInt();
-    serial_output_.left.address = document[kLAddr].asUInt();
+    const Json::Value& settings = document;
+    serial_output_.proto = settings[kProto].asUInt();
+    serial_output_.front.enabled = settings[kFEna].asUInt();
+    serial_output_.front.address = settings[kFAddr].asUInt();
+    serial_output_.right.enabled = settings[kREna].asUInt();
+    serial_output_.right.address = settings[kRAddr].asUInt();
+    serial_output_.left.enabled = settings[kLEna].asUInt();
+    serial_output_.left.address = settings[kLAddr].asUInt();
     std::fill(std::begin(serial_output_.space_addresses), std::end(serial_output_.space_addresses), 0);
-    if (!HasAllSpaceAddresses(document)) {  // written before the relay protocol existed
+    if (!HasAllSpaceAddresses(settings)) {  // written before the relay protocol existed
       for (const char* key : kFrameAddr) document[key] = 0;
       StoreText(kExtTtyio, StyledText(document));
     }
-    for (size_t i = 0; i < kSpaces; ++i) serial_output_.space_addresses[i] = document[kFrameAddr[i]].asUInt();
+    for (size_t i = 0; i < kSpaces; ++i) serial_output_.space_addresses[i] = settings[kFrameAddr[i]].asUInt();
   } catch (const std::exception& error) {
     BS_LOG(kError) << error.what();
   }

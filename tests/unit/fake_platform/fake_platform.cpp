@@ -61,9 +61,10 @@ int EVT_TIMER::Start(unsigned first_delay_ms, unsigned period_ms) {
 }
 
 // Fires the earliest timer due at or before `until`; false when there is none.
-static bool FireNext(uint64_t until) {
+static bool FireNext(uint64_t until, unsigned shortest_period) {
   FakeTimer* next = nullptr;
   for (FakeTimer* timer : AllTimers()) {
+    if (timer->period != 0 && timer->period < shortest_period) timer->due = until + timer->period;
     if (timer->armed && timer->due <= until && (next == nullptr || timer->due < next->due)) next = timer;
   }
   if (next == nullptr) return false;
@@ -76,9 +77,9 @@ static bool FireNext(uint64_t until) {
 
 }  // namespace lxconn
 
-void FakePlatform::Advance(uint64_t milliseconds) {
+void FakePlatform::Advance(uint64_t milliseconds, unsigned shortest_period) {
   const uint64_t until = now_ms + milliseconds;
-  while (lxconn::FireNext(until)) {
+  while (lxconn::FireNext(until, shortest_period)) {
   }
   now_ms = until;
 }

@@ -40,15 +40,16 @@ struct FakePlatform {
 
   // The rest
   std::vector<LogRecord> log;
-  std::vector<std::string> shell;      // command lines, and "sleep N" for sleeps of N microseconds made between them
-  std::vector<std::string> calls;      // platform calls whose order matters, e.g. "DpClient_Start(0)"
-  uint32_t watchdog_key = 7;           // what RegisterWatchDogKey returns
+  std::vector<std::string> shell;  // command lines, and "sleep N" for sleeps of N microseconds made between them
+  std::vector<std::string> calls;  // platform calls whose order matters, e.g. "DpClient_Start(0)"
+  uint32_t watchdog_key = 7;       // what RegisterWatchDogKey returns
   int feedings = 0;
   uint64_t now_ms = 0;
   std::function<void(unsigned)> on_sleep;  // microseconds; a test may let the world move on meanwhile
 
-  // Turns the clock, firing each timer that falls due, in order.
-  void Advance(uint64_t milliseconds);
+  // Turns the clock, firing each timer that falls due, in order. Repeating timers of a shorter period than
+  // shortest_period stand still meanwhile, so that a day passes without its millions of polls.
+  void Advance(uint64_t milliseconds, unsigned shortest_period = 0);
 
   // Hands a message to the server as the bus would: record and payload in one block of exactly their size plus NUL.
   void Deliver(const std::string& type, const std::string& data, uint32_t id = 1);
