@@ -138,6 +138,16 @@ TEST(Rs485Cfg, SettingsOutliveTheListThatNamedThem) {
   EXPECT_EQ(Frame(builder, Result()), "11 22 33");
 }
 
+TEST(Rs485Cfg, NewListForgetsThePlateOfTheLast) {
+  Rs485ProBuild builder;
+  LX_ParkingResult result = Result();
+  LongPlate(result);
+  ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"checkbegin":0},{"checkend":3},{"license":1})")));
+  Frame(builder, result);
+  ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"header":"112244"},{"checksum":0})")));
+  EXPECT_EQ(Frame(builder, result), "11 22 44 33") << "no byte more for a plate that is not there";
+}
+
 // Any list with any record: the frame fits, and carries nothing of the frame before it.
 TEST(Rs485Frame, GeneratedListsAndRecords) {
   const char* const kNames[] = {"header",     "license",  "framename", "time",    "license", "framename",
