@@ -2,6 +2,7 @@
 
 #include <sodium.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -73,6 +74,12 @@ void AddSerialBytes(const Json::Value& document, Facts& facts) {
   facts.emplace_back("text", decode::Printable(bytes));
 }
 
+// "cm_dev.0.ip"
+bool IsAddress(const std::string& name) {
+  const std::string ending = std::string(".") + bs::kIp;
+  return name.size() > ending.size() && name.compare(name.size() - ending.size(), ending.size(), ending) == 0;
+}
+
 }  // namespace
 
 std::string PayloadText(const std::string& payload) {
@@ -107,11 +114,14 @@ void BusWatch::HandleBroadcast(const BusMessage& message) {
     return;
   }
   Facts body;
-  AddDocumentFacts(document[bs::kBody], body);
+  if (document.isMember(bs::kBody)) AddDocumentFacts(document[bs::kBody], body);
   AddSerialBytes(document, body);
   const std::string type = TextOf(document[bs::kType]);
   Facts facts = {{bs::kType, type}};
   facts.insert(facts.end(), body.begin(), body.end());
+  for (auto& [name, value] : body) {
+    if (IsAddress(name)) value = decode::AddressText(static_cast<uint32_t>(strtoul(value.c_str(), nullptr, 10)));
+  }
   journal_.Add(Source::kBroadcast, type + " " + decode::Printable(FactsText(body)), facts);
 }
 
@@ -144,7 +154,7 @@ void BusWatch::HandleReply(const BusMessage& message) {
     for (const char* key : {bs::kState, bs::kErrorMsg, bs::kType}) {
       if (document.isMember(key)) facts.emplace_back(key, TextOf(document[key]));
     }
-    AddDocumentFacts(document[bs::kBody], facts);
+    if (document.isMember(bs::kBody)) AddDocumentFacts(document[bs::kBody], facts);
     text = TextOf(document[bs::kState]) + " " + TextOf(document[bs::kErrorMsg]) + "  (" + TextOf(document[bs::kType]) +
            ")";
     if (document.isMember(bs::kBody)) text += " " + OneLine(document[bs::kBody]);

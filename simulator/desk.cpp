@@ -62,6 +62,17 @@ bool WriteBrokerConfiguration(const std::string& from, const std::string& to) {
   return shipped.eof() && own.good();
 }
 
+// "a | b" for the lines a and b.
+std::string LinesText(const std::string& lines) {
+  std::string text;
+  for (size_t at = 0; at < lines.size();) {
+    const size_t end = std::min(lines.find("\r\n", at), lines.size());
+    text += (text.empty() ? "" : " | ") + decode::Printable(lines.substr(at, end - at));
+    at = end + 2;
+  }
+  return text;
+}
+
 }  // namespace
 
 Desk::Desk(DeskPlan plan)
@@ -84,13 +95,14 @@ Desk::Desk(DeskPlan plan)
       broker_(loop_, "broker"),
       store_(loop_, "store"),
       daemon_(loop_, "daemon") {
-  bus_.OnMessage([this](const BusMessage& message) { bus_watch_.Handle(message); });
+  bus_.OnMessage([this](const BusMessage& message) {
+    LookAtLamp();  // the lamp changes before the daemon says so
+    bus_watch_.Handle(message);
+  });
   beacon_.OnCommand([this](const std::string& command, const std::string& answer) {
     const std::string meaning = decode::DescribeBeaconLine(command);
-    const std::string said = !beacon_.plugged() ? "(unplugged)" : answer.empty() ? "(silence)" : answer;
-    journal_.Add(Source::kBeacon,
-                 decode::Printable(command) + (meaning.empty() ? "" : "  " + meaning) + "  -> " +
-                     decode::Printable(said.substr(0, said.find_last_not_of("\r\n") + 1)),
+    const std::string said = !beacon_.plugged() ? "(unplugged)" : answer.empty() ? "(silence)" : LinesText(answer);
+    journal_.Add(Source::kBeacon, decode::Printable(command) + (meaning.empty() ? "" : "  " + meaning) + "  -> " + said,
                  {{"command", command}, {"answer", answer}});
   });
 }
@@ -213,6 +225,10 @@ void Desk::StopProcess(Process& process) { process.Stop(); }
 void Desk::Tick() {
   for (Process* process : {&broker_, &store_, &daemon_}) process->Check();
   if (!bus_.connected()) ready_ = false;
+  LookAtLamp();
+}
+
+void Desk::LookAtLamp() {
   const uint32_t data = board_.LedData();
   if (data == led_data_) return;
   led_data_ = data;

@@ -95,6 +95,7 @@ class Desk {
   void ConfigureProcesses();
   void WatchProcess(Process& process);
   void Tick();
+  void LookAtLamp();
   void AskSignOfLife();
   void SendRequest(const std::string& topic, const std::string& command, const std::string& body);
   void PublishResult(const std::string& what, bool change);

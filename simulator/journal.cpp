@@ -9,6 +9,7 @@ namespace {
 
 constexpr size_t kEventsKept = 20000;
 constexpr size_t kLongestLine = 400;
+constexpr char kNothing[] = "null";
 
 }  // namespace
 
@@ -66,13 +67,15 @@ void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::stri
       AddDocumentFacts(document[i], facts, inner + std::to_string(i));
     }
   } else {
-    facts.emplace_back(prefix, document.isNull() ? "null" : document.asString());
+    facts.emplace_back(prefix, document.isNull() ? kNothing : document.asString());
   }
 }
 
 std::string FactsText(const Facts& facts) {
   std::string text;
-  for (const auto& [name, value] : facts) text += (text.empty() ? "" : " ") + name + "=" + value;
+  for (const auto& [name, value] : facts) {
+    if (value != kNothing) text += (text.empty() ? "" : " ") + name + "=" + value;
+  }
   return text;
 }
 

@@ -40,7 +40,7 @@ using Facts = std::vector<std::pair<std::string, std::string>>;
 // The value of the first fact of that name, or nullptr.
 const std::string* FindFact(const Facts& facts, const std::string& name);
 void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix = "");
-std::string FactsText(const Facts& facts);  // "led_color=0 time=3"
+std::string FactsText(const Facts& facts);  // "led_color=0 time=3", without those that are null
 
 // A JSON document on one line; long ones are cut.
 std::string OneLine(const Json::Value& document);

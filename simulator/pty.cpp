@@ -52,15 +52,19 @@ bool Pty::Open(const std::string& path, std::string& problem) {
 void Pty::Send(const std::string& bytes) {
   if (unsent_.size() + bytes.size() > kMostUnsent) return;
   unsent_ += bytes;
-  Serve();
+  Flush();
 }
 
-void Pty::Serve() {
+void Pty::Flush() {
   while (!unsent_.empty()) {
     const ssize_t sent = write(far_, unsent_.data(), unsent_.size());
     if (sent <= 0) break;
     unsent_.erase(0, static_cast<size_t>(sent));
   }
+}
+
+void Pty::Serve() {
+  Flush();
   std::string received;
   char chunk[4096];
   for (ssize_t size; (size = read(far_, chunk, sizeof chunk)) > 0;) received.append(chunk, static_cast<size_t>(size));

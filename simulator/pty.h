@@ -29,6 +29,7 @@ class Pty {
 
  private:
   void Serve();
+  void Flush();
 
   Loop& loop_;
   int far_ = -1;
