@@ -47,6 +47,7 @@ TEST_F(DeviceSdkTest, PollsOnAfterAConsumerThrewAndEndsWithTheFacade) {
   line_.Say("good");
   Fake().Advance(50);
   device_.reset();
+  EXPECT_NE(tcflag_t{B9600}, line_.Settings().c_cflag & CBAUD) << "the port is left as it was found";
   line_.Say("to nobody");
   Fake().Advance(50);
   EXPECT_EQ((Chunks{"bad", "good"}), chunks_);

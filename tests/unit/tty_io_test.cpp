@@ -53,7 +53,7 @@ class TtyTest : public BoardTest {
 
 TEST_F(TtyTest, RoutesThePinsOfAllPortsAndLeavesThePortAsFound) {
   const tcflag_t found = line_.Settings().c_iflag;
-  MakeMemoryDevice(kPinMux + 0x107);
+  MakeMemoryDevice(kPinMux);
   Open();  // with a memory device too short to map
   MakeMemoryDevice();
   Open();

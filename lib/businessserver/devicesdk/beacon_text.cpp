@@ -90,7 +90,9 @@ bool IsOneOf(const int (&values)[N], int value) {
 
 }  // namespace
 
-std::string_view BeaconText::Text() const { return {bytes, strnlen(bytes, sizeof bytes)}; }
+std::string_view BeaconText::Text() const {
+  return {bytes, strnlen(bytes, std::min(static_cast<size_t>(std::max(size, 0)), sizeof bytes))};
+}
 
 BeaconText UuidCommand(const unsigned char* uuid) {
   char digits[2 * kBeaconUuidSize + 1];

@@ -33,7 +33,7 @@ struct BeaconText {
   char bytes[kBeaconTextSize] = {};
   int size = 0;
 
-  std::string_view Text() const;  // up to the first 0, at most all of it
+  std::string_view Text() const;  // up to the first 0, at most size bytes
   bool BeginsWith(std::string_view prefix) const { return Text().substr(0, prefix.size()) == prefix; }
 };
 

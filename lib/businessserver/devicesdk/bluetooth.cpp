@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 
 #include "log.h"
@@ -90,19 +89,17 @@ int BlueTooth::Set(const BeaconExchange& exchange, const BeaconText& command) {
 }
 
 // One read. Where nothing came, reply keeps what the last read brought.
-bool BlueTooth::Receive(BeaconText& reply) {
+void BlueTooth::Receive(BeaconText& reply) {
   BeaconText received;
   received.size = tty_->TTY_RecvNB(received.bytes, kBeaconTextSize);
-  if (received.size < 1) return false;
-  std::fill(received.bytes + received.size, received.bytes + kBeaconTextSize, '\0');
-  reply = received;
-  return true;
+  if (received.size > 0) reply = received;
 }
 
 // A reply counts only when one read returns its beginning first.
 bool BlueTooth::AwaitReply(std::string_view beginning, BeaconText& reply) {
   for (int poll = 0; poll < kReplyPolls; ++poll) {
-    if (Receive(reply) && reply.BeginsWith(beginning)) return true;
+    Receive(reply);
+    if (reply.BeginsWith(beginning)) return true;
     SleepMicroseconds(kPollMicroseconds);
   }
   return false;

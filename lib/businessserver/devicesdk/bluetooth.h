@@ -51,7 +51,7 @@ class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
   bool Send(const BeaconExchange& exchange, const BeaconText& command);
   int Set(const BeaconExchange& exchange, const BeaconText& command);
   bool AwaitReply(std::string_view beginning, BeaconText& reply);
-  bool Receive(BeaconText& reply);
+  void Receive(BeaconText& reply);
 
   int memory_fd_ = -1;  // open during Uart1_Init only
   RegisterBlock pin_mux_;

@@ -18,6 +18,7 @@ namespace {
 
 constexpr char kLogSource[] = "lib/businessserver/devicesdk/tty_io";
 constexpr unsigned kGapMicroseconds = 30000;
+constexpr int kSpaceParity = 115;  // 's'
 
 struct Speed {
   int baudrate;
@@ -56,19 +57,13 @@ bool SetDataBits(int databits, termios& settings) {
 bool SetParityCode(int parity, termios& settings) {
   switch (parity) {
     case 0:
-      settings.c_cflag &= ~static_cast<tcflag_t>(PARENB);
+    case kSpaceParity:
       return true;
     case 1:
       settings.c_cflag |= PARENB | PARODD;
-      settings.c_iflag = INPCK | IGNPAR;
       return true;
     case 2:
       settings.c_cflag |= PARENB;
-      settings.c_cflag &= ~static_cast<tcflag_t>(PARODD);
-      settings.c_iflag = INPCK | IGNPAR;
-      return true;
-    case 115:
-      settings.c_cflag &= ~static_cast<tcflag_t>(PARENB | CSTOPB);
       return true;
     default:
       return false;
@@ -77,11 +72,7 @@ bool SetParityCode(int parity, termios& settings) {
 
 bool SetStopBits(int stopbits, termios& settings) {
   if (stopbits != 1 && stopbits != 2) return false;
-  if (stopbits == 2) {
-    settings.c_cflag |= CSTOPB;
-  } else {
-    settings.c_cflag &= ~static_cast<tcflag_t>(CSTOPB);
-  }
+  if (stopbits == 2) settings.c_cflag |= CSTOPB;
   return true;
 }
 
@@ -99,18 +90,15 @@ const char* Refusal(int code) {
 }  // namespace
 
 int BuildLineSettings(int databits, int parity, int stopbits, int baudrate, termios& settings) {
-  settings = {};
+  settings = {};  // raw: no canonical mode, no echo, no signals, nothing done to the output
+  // Kept: with parity, too, the input is not checked, so devices that send without it are still heard.
   settings.c_iflag = IGNPAR;
   if (!SetDataBits(databits, settings)) return kTtyBadDataBits;
   if (!SetParityCode(parity, settings)) return kTtyBadParity;
   if (!SetStopBits(stopbits, settings)) return kTtyBadStopBits;
+  settings.c_cflag |= SpeedCode(baudrate);  // and not in the speed fields
   settings.c_cc[VTIME] = 0;
   settings.c_cc[VMIN] = 1;
-  settings.c_lflag = 0;
-  settings.c_cflag |= SpeedCode(baudrate);
-  // Kept: takes back the parity check of the input, so devices that send without parity are still heard.
-  settings.c_iflag = IGNPAR;
-  settings.c_oflag = 0;
   return kTtyOk;
 }
 
