@@ -56,6 +56,7 @@ void KvdbLog::Start(const std::string& key) {
 
 void KvdbLog::GetLogFromKvdb() {
   const int found = Kvdb_GetKeyAbsolutely(key_.data(), static_cast<uint16_t>(key_.size()), GetKeyCallBack, this);
+  loaded_ = found >= 0;
   if (found == 0) {
     TakeDefault();
     Write(std::string(kDefaultText));
@@ -84,6 +85,7 @@ void KvdbLog::TakeStored(const char* value, int value_length) {
 void KvdbLog::TakeDefault() { ParseJson(kDefaultText, document_); }
 
 int KvdbLog::AddKvdbLog(const Json::Value& record) {
+  if (!loaded_) GetLogFromKvdb();
   const int index = document_[kLogIndex].asInt();
   Json::Value& logs = document_[kLogs];
   if (logs.size() >= kMaxRecords) {

@@ -36,6 +36,7 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
 
   Json::Value document_;
   std::string key_;
+  bool loaded_ = false;  // the store has answered; until then every added record asks it again first
 };
 
 }  // namespace businessserver
