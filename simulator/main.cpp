@@ -1,5 +1,6 @@
 // The board on a desk, as a program: plays scripts, tells what happens, and shows a live screen.
 #include <signal.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -10,12 +11,19 @@
 
 #include "desk.h"
 #include "narrator.h"
+#include "screen.h"
 #include "script.h"
 #include "script_runner.h"
 
 namespace {
 
+// Exit status: everything expected was seen, something was not, the desk could not be set up.
+constexpr int kAllSeen = 0;
+constexpr int kNotSeen = 1;
+constexpr int kNotStarted = 2;
+
 volatile sig_atomic_t g_stop = 0;
+bool Interrupted() { return g_stop != 0; }
 
 void CatchSignals() {
   struct sigaction action {};
@@ -27,55 +35,140 @@ void CatchSignals() {
 struct Options {
   desk::DeskPlan plan;
   std::vector<std::string> scripts;
+  bool screen = false;
   bool stay = false;
   bool log = false;
 };
 
+bool OnTerminal() { return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0; }
+
+// Keys arrive one by one and unseen, as long as this lives.
+class SingleKeys {
+ public:
+  SingleKeys() {
+    if (tcgetattr(STDIN_FILENO, &before_) != 0) return;
+    termios single = before_;
+    single.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
+    tcsetattr(STDIN_FILENO, TCSANOW, &single);
+    changed_ = true;
+  }
+  ~SingleKeys() {
+    if (changed_) tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+  }
+
+ private:
+  termios before_{};
+  bool changed_ = false;
+};
+
+void SayHowToPoke() {
+  std::cout << R"(
+The device stays up. Poke it from another terminal:
+
+  mosquitto_rr -p 5291 -V 5 -t BUS_REQUEST_MESSAGE -e reply/me -m '{"type":"get_ttyio_cfg"}'
+  redis-cli -p 5299 hget kvdb bus_led_color_value
+
+Here: s opens the live screen, q or Ctrl-C ends everything.
+
+)" << std::flush;
+}
+
+// Shows the screen; false when it, or the user, asks for the end.
+bool ShowScreen(desk::Screen& screen, desk::Narrator& narrator, std::string& problem) {
+  desk::Screen::End end = desk::Screen::End::kQuit;
+  narrator.Mute(true);
+  const bool shown = screen.Run(Interrupted, end, problem);
+  narrator.Mute(false);
+  return shown && end == desk::Screen::End::kLeave && !Interrupted();
+}
+
+int Stay(const Options& options, desk::Desk& device, desk::Screen& screen, desk::Narrator& narrator) {
+  std::string problem;
+  if (options.screen && !ShowScreen(screen, narrator, problem)) {
+    if (problem.empty()) return kAllSeen;
+    std::cerr << "simulator: " << problem << "\n";
+    return kNotStarted;
+  }
+  SayHowToPoke();
+  const SingleKeys keys;
+  for (bool going_on = true; going_on && !Interrupted();) {
+    char key = '\0';
+    const bool typed = OnTerminal();
+    if (typed) {
+      device.loop().Watch(STDIN_FILENO, [&key] {
+        if (read(STDIN_FILENO, &key, 1) <= 0) g_stop = 1;  // the terminal is gone
+      });
+    }
+    device.loop().RunUntil([&key] { return key != '\0' || Interrupted(); }, desk::Loop::Milliseconds(1000));
+    if (typed) device.loop().Unwatch(STDIN_FILENO);
+    if (key == 's') going_on = ShowScreen(screen, narrator, problem);
+    if (key == 'q') going_on = false;
+    if (!problem.empty()) std::cerr << problem << "\n";
+    problem.clear();
+  }
+  return kAllSeen;
+}
+
 int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
   desk::Desk device(options.plan);
   desk::Narrator narrator(stdout, isatty(STDOUT_FILENO) != 0);
+  desk::Screen screen(device);
   device.journal().Listen([&](const desk::Event& event) { narrator.Tell(event); });
   if (options.log) device.daemon_log().Listen([&](const desk::Event& event) { narrator.Tell(event); });
   std::string problem;
   if (!device.Start(problem)) {
     std::cerr << "simulator: " << problem << "\n";
-    return 2;
+    return kNotStarted;
   }
-  const auto interrupted = [] { return g_stop != 0; };
-  desk::ScriptRunner runner(device, interrupted);
+  desk::ScriptRunner runner(device, Interrupted);
   for (const auto& script : scripts) {
     if (runner.Run(script, problem)) continue;
-    std::cerr << problem << "\n";
-    return 1;
+    std::cout << std::flush;
+    std::cerr << "\n" << problem << "\n";
+    return kNotSeen;
   }
-  if (!scripts.empty())
+  if (!scripts.empty()) {
     std::cout << "\nAll " << runner.expectations_met() << " expectations were seen.\n" << std::flush;
-  if (options.stay || scripts.empty()) {
-    device.loop().RunUntil(interrupted, desk::Loop::Milliseconds::max() / 4000000);
   }
-  return 0;
+  return options.stay || options.screen || scripts.empty() ? Stay(options, device, screen, narrator) : kAllSeen;
+}
+
+bool ReadScripts(const std::vector<std::string>& files, std::vector<desk::Script>& scripts) {
+  std::vector<std::string> mistakes;
+  for (const auto& file : files) {
+    scripts.emplace_back();
+    desk::ReadScript(file, scripts.back(), mistakes);
+  }
+  for (const auto& mistake : mistakes) std::cerr << mistake << "\n";
+  return mistakes.empty();
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   Options options;
-  const auto here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  std::error_code no_matter;
+  const auto here = std::filesystem::read_symlink("/proc/self/exe", no_matter).parent_path();
   options.plan.directory = "desk";
   options.plan.daemon = (here / "business_server").string();
   options.plan.packaging = DESK_PACKAGING;
 
-  CLI::App app("The parking camera's board on a desk");
-  app.add_option("--script", options.scripts, "Plays this script; may be given several times");
-  app.add_option("--directory", options.plan.directory, "Where the device's files go");
+  CLI::App app(
+      "The parking camera's board on a desk, with broker, store and daemon around it.\n"
+      "Without a script it comes up and stays until Ctrl-C.");
+  app.add_option("--script", options.scripts, "Plays this script; may be given several times")->type_name("FILE");
+  app.add_flag("--screen", options.screen, "Opens the live screen (after the scripts, if there are any)");
+  app.add_flag("--stay", options.stay, "Stays up after the scripts, until Ctrl-C");
+  app.add_flag("--log", options.log, "Shows the daemon's log among the events");
+  app.add_option("--directory", options.plan.directory, "Where the device's files go")->capture_default_str();
+  app.add_flag("--keep-store", options.plan.keep_store, "Goes on with the documents stored in an earlier run");
+  app.add_option("--daemon", options.plan.daemon, "The daemon's program")->capture_default_str();
+  app.add_option("--packaging", options.plan.packaging, "Where mosquitto.conf and redis.conf are")
+      ->capture_default_str();
   CLI11_PARSE(app, argc, argv);
 
-  std::vector<desk::Script> scripts(options.scripts.size());
-  std::vector<std::string> mistakes;
-  for (size_t i = 0; i < scripts.size(); ++i) desk::ReadScript(options.scripts[i], scripts[i], mistakes);
-  for (const auto& mistake : mistakes) std::cerr << mistake << "\n";
-  if (!mistakes.empty()) return 2;
-
+  std::vector<desk::Script> scripts;
+  if (!ReadScripts(options.scripts, scripts)) return kNotStarted;
   CatchSignals();
   return RunDesk(options, scripts);
 }

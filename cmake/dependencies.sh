@@ -1,0 +1,62 @@
+# shellcheck shell=bash
+# The Debian packages that building, running and testing need. Sourced by ./run and ./test; Debian 12's names.
+#   install_missing GROUP...   installs, through apt-get, what these groups lack; prints nothing when that is nothing
+# Groups: build, run, test, arm.
+
+# The presets configure the tests with everything else, so the test library belongs to building.
+packages_build=(
+  g++ cmake ninja-build pkg-config
+  libjsoncpp-dev libboost-dev libmosquitto-dev libhiredis-dev libevent-dev libspdlog-dev libsodium-dev libsystemd-dev
+  libcli11-dev libncurses-dev libgtest-dev
+)
+packages_run=(mosquitto mosquitto-clients redis-server redis-tools)
+packages_test=(
+  git clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
+)
+packages_arm=(g++-arm-linux-gnueabihf qemu-user)
+
+reason_build="the compiler and the libraries that the programs are built with"
+reason_run="the broker, the store and their command-line clients"
+reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer"
+reason_arm="the cross-compiler for the 32-bit board and its emulator"
+
+# Prints those of the given packages that are not installed.
+missing_packages() {
+  local package
+  for package in "$@"; do
+    [ "$(dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | sort -u)" = installed ] || echo "$package"
+  done
+}
+
+install_missing() {
+  local group list reason missing=() lacking
+  for group in "$@"; do
+    list="packages_$group[@]"
+    reason="reason_$group"
+    mapfile -t lacking < <(missing_packages "${!list}")
+    [ ${#lacking[@]} -gt 0 ] || continue
+    echo "installing ${lacking[*]}: ${!reason}"
+    missing+=("${lacking[@]}")
+  done
+  [ ${#missing[@]} -gt 0 ] || return 0
+
+  local as_root=()
+  if [ "$(id -u)" != 0 ]; then
+    if ! command -v sudo >/dev/null; then
+      echo "these packages need root: run  apt-get install ${missing[*]}  as root, then this again" >&2
+      return 1
+    fi
+    as_root=(sudo)
+  fi
+  local log
+  log=$(mktemp)
+  if ! { "${as_root[@]}" apt-get update &&
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends "${missing[@]}"; } \
+    >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    echo "apt-get could not install ${missing[*]}" >&2
+    return 1
+  fi
+  rm -f "$log"
+}
