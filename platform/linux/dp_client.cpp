@@ -6,14 +6,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <deque>
 #include <memory>
 #include <string>
-#include <utility>
-#include <vector>
 
+#include "bus_messages.h"
 #include "evt_loop.h"
 #include "lx_logging.h"
 #include "mqtt_link.h"
@@ -24,14 +20,7 @@ namespace {
 constexpr char kLogSource[] = "platform/linux/bus";
 
 constexpr unsigned kTickMs = 1000;
-// Handlers answer before they return: the rest are requests of types that nobody answers.
-constexpr size_t kMaxWaitingRequests = 256;
 constexpr size_t kMaxIdleBuffer = 64 * 1024;
-constexpr size_t kMaxTypeName = sizeof(_TagDpMsg::type_name) - 1;
-
-struct FreeDeleter {
-  void operator()(void* memory) const { std::free(memory); }
-};
 
 struct Properties {
   mosquitto_property* list = nullptr;
@@ -40,34 +29,6 @@ struct Properties {
   Properties(const Properties&) = delete;
   Properties& operator=(const Properties&) = delete;
 };
-
-// Where the answer to a request goes.
-struct WaitingRequest {
-  uint32_t message_id = 0;
-  std::string response_topic;
-  bool has_correlation = false;
-  std::string correlation;
-};
-
-// Ids of requests with a response topic are odd, all others even: an answer to a request that is no longer known is
-// then not mistaken for one that everybody may read.
-constexpr bool HasResponseTopic(uint32_t message_id) { return (message_id & 1) != 0; }
-
-bool ReadWaitingRequest(const mosquitto_property* properties, WaitingRequest* request) {
-  char* topic = nullptr;
-  if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false) == nullptr) return false;
-  const std::unique_ptr<char, FreeDeleter> topic_owner(topic);
-  if (topic == nullptr || *topic == '\0') return false;
-  request->response_topic = topic;
-
-  void* data = nullptr;
-  uint16_t size = 0;
-  request->has_correlation =
-      mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &size, false) != nullptr;
-  const std::unique_ptr<void, FreeDeleter> data_owner(data);
-  if (data != nullptr) request->correlation.assign(static_cast<const char*>(data), size);
-  return true;
-}
 
 }  // namespace
 
@@ -98,7 +59,6 @@ struct DpPollHandle final : private platform::MqttLink::Listener {
   void OnMqttDown() override;
   void ScheduleTick(unsigned milliseconds);
   void Tick();
-  uint32_t RememberRequest(const mosquitto_property* properties);
   static void OnTick(evutil_socket_t, short, void* self) { static_cast<DpPollHandle*>(self)->Tick(); }
 
   const std::shared_ptr<lxconn::EVT_LOOP> loop_;
@@ -107,10 +67,9 @@ struct DpPollHandle final : private platform::MqttLink::Listener {
   DpMsgCallback on_message_ = nullptr;
   DpStatusCallback on_status_ = nullptr;
   void* user_ = nullptr;
-  Clock::time_point next_report_;       // of status 101, not before
-  std::deque<WaitingRequest> waiting_;  // oldest first
-  uint32_t last_id_ = 0;
-  std::vector<_TagDpMsg> buffer_;  // record and payload; its element's size keeps it aligned
+  Clock::time_point next_report_;  // of status 101, not before
+  platform::WaitingRequests waiting_;
+  platform::RecordBuffer buffer_;
 };
 
 void DpPollHandle::ScheduleTick(unsigned milliseconds) {
@@ -137,50 +96,22 @@ void DpPollHandle::Tick() {
   }
 }
 
-uint32_t DpPollHandle::RememberRequest(const mosquitto_property* properties) {
-  last_id_ = (last_id_ | 1) + 1;
-  WaitingRequest request;
-  if (!ReadWaitingRequest(properties, &request)) return last_id_;
-  request.message_id = last_id_ | 1;
-  if (waiting_.size() >= kMaxWaitingRequests) waiting_.pop_front();
-  waiting_.push_back(std::move(request));
-  return waiting_.back().message_id;
-}
-
 void DpPollHandle::OnMqttMessage(const mosquitto_message& message, const mosquitto_property* properties) {
   if (on_message_ == nullptr) return;
-  const size_t size = static_cast<size_t>(message.payloadlen);
-  const size_t records = 1 + size / sizeof(_TagDpMsg) + 1;  // at least one byte more than the payload
-  if (buffer_.size() < records) buffer_.resize(records);
-
-  _TagDpMsg& record = buffer_[0] = {};
-  const size_t name_length = strnlen(message.topic, kMaxTypeName);
-  record.type_name_len = static_cast<uint8_t>(name_length);
-  memcpy(record.type_name, message.topic, name_length);
-  record.message_id = RememberRequest(properties);
-  record.data_size = static_cast<uint32_t>(size);
-  char* const payload = reinterpret_cast<char*>(&record + 1);
-  if (size > 0) memcpy(payload, message.payload, size);
-  payload[size] = '\0';
-
-  on_message_(this, &record, user_);
-  if (buffer_.size() * sizeof(_TagDpMsg) > kMaxIdleBuffer) std::vector<_TagDpMsg>().swap(buffer_);
+  on_message_(this, platform::FillRecord(message, waiting_.Remember(properties), &buffer_), user_);
+  if (buffer_.size() * sizeof(_TagDpMsg) > kMaxIdleBuffer) platform::RecordBuffer().swap(buffer_);
 }
 
 bool DpPollHandle::Answer(const char* type_name, uint32_t message_id, const void* data, uint32_t size) {
-  if (!HasResponseTopic(message_id)) {
+  if (!platform::WaitingRequests::HasResponseTopic(message_id)) {
     return link_.Publish((std::string(type_name) + "/reply").c_str(), data, size, nullptr);
   }
-  // From the newest, which is nearly always the one.
-  const auto found = std::find_if(waiting_.rbegin(), waiting_.rend(),
-                                  [&](const WaitingRequest& request) { return request.message_id == message_id; });
-  if (found == waiting_.rend()) {
+  platform::WaitingRequest request;
+  if (!waiting_.Take(message_id, &request)) {
     lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
         << "no request waits for the answer to " << type_name << " " << message_id;
     return false;
   }
-  const WaitingRequest request = std::move(*found);
-  waiting_.erase(std::next(found).base());
   Properties properties;
   if (request.has_correlation) {
     mosquitto_property_add_binary(&properties.list, MQTT_PROP_CORRELATION_DATA, request.correlation.data(),

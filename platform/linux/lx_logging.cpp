@@ -37,8 +37,8 @@ class StandardErrorSink : public spdlog::sinks::base_sink<spdlog::details::null_
     spdlog::memory_buf_t record;
     if (torn_) record.push_back('\n');
     if (lost_ > 0) {
-      const spdlog::details::log_msg notice(
-          "", spdlog::level::info, fmt::format("3 {}:{} {} log records were lost here", kLogSource, __LINE__, lost_));
+      const std::string text = fmt::format("3 {}:{} {} log records were lost here", kLogSource, __LINE__, lost_);
+      const spdlog::details::log_msg notice("", spdlog::level::info, text);
       formatter_->format(notice, record);
     }
     formatter_->format(msg, record);

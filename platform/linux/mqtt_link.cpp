@@ -34,6 +34,19 @@ int ConnectError(int fd) {
   return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
 }
 
+const char* Reason(int result) {
+  switch (result) {
+    case MOSQ_ERR_SUCCESS:
+      return "the broker closed it";
+    case MOSQ_ERR_ERRNO:
+      return strerror(errno);
+    case MOSQ_ERR_KEEPALIVE:
+      return "the broker does not answer";
+    default:
+      return mosquitto_strerror(result);
+  }
+}
+
 }  // namespace
 
 MqttLink::MqttLink(event_base* base, std::string host, uint16_t port, Listener* listener)
@@ -51,7 +64,7 @@ bool MqttLink::Connect() {
   const int result = mosquitto_connect_bind_async(client_.get(), host_.c_str(), port_, kKeepAliveSeconds, nullptr);
   const int fd = mosquitto_socket(client_.get());
   if (result != MOSQ_ERR_SUCCESS || fd < 0) {
-    Down(result == MOSQ_ERR_ERRNO ? strerror(errno) : mosquitto_strerror(result));
+    Down(Reason(result));
     return false;
   }
   if (const int error = ConnectError(fd); error != 0) {
@@ -145,9 +158,7 @@ void MqttLink::OnWritable(evutil_socket_t, short, void* self) { static_cast<Mqtt
 // The library closes its socket when a call fails, and also, reporting success, when the broker says goodbye.
 void MqttLink::AfterLibraryCall(int result) {
   if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(client_.get()) < 0) {
-    Down(result == MOSQ_ERR_SUCCESS ? "the broker closed it"
-         : result == MOSQ_ERR_ERRNO ? strerror(errno)
-                                    : mosquitto_strerror(result));
+    Down(Reason(result));
     return;
   }
   if (mosquitto_want_write(client_.get())) Flush();
@@ -158,7 +169,7 @@ void MqttLink::Flush() {
   if (mosquitto_want_write(client_.get())) {
     const int result = mosquitto_loop_write(client_.get(), 1);
     if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(client_.get()) < 0) {
-      Down(result == MOSQ_ERR_ERRNO ? strerror(errno) : mosquitto_strerror(result));
+      Down(Reason(result));
       return;
     }
   }

@@ -1,0 +1,322 @@
+// The platform's own libraries against real files, pipes, processes and a real store.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <fnmatch.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "base64.h"
+#include "dp_client.h"
+#include "evt_timer.h"
+#include "kvdb.h"
+#include "lx_logging.h"
+#include "shell.h"
+
+namespace {
+
+using namespace std::string_literals;
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
+
+struct TemporaryDirectory {
+  TemporaryDirectory() {
+    char name[] = "/tmp/platform_test.XXXXXX";
+    path = mkdtemp(name);
+  }
+  ~TemporaryDirectory() { fs::remove_all(path); }
+  fs::path path;
+};
+
+// Standard error goes into a pipe for as long as this lives.
+class CapturedErrors {
+ public:
+  CapturedErrors() : saved_(dup(STDERR_FILENO)) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) abort();
+    fcntl(ends[0], F_SETFL, O_NONBLOCK);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[1]);
+    read_end_ = ends[0];
+  }
+  ~CapturedErrors() {
+    dup2(saved_, STDERR_FILENO);
+    close(saved_);
+    close(read_end_);
+  }
+  std::string Read() const {
+    std::string text(1 << 20, '\0');
+    const ssize_t size = read(read_end_, text.data(), text.size());
+    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    return text;
+  }
+
+ private:
+  const int saved_;
+  int read_end_;
+};
+
+bool Matches(const std::string& text, const std::string& glob) { return fnmatch(glob.c_str(), text.c_str(), 0) == 0; }
+
+void Log(int level, std::string_view text) { lxlogging::CLxLogStream(level, "test/source", 17, 0) << text; }
+
+int InitLogging(std::vector<std::string> arguments) {
+  std::vector<char*> argv = {const_cast<char*>("test")};
+  for (std::string& argument : arguments) argv.push_back(argument.data());
+  return InitLxLogging(static_cast<int>(argv.size()), argv.data());
+}
+
+TEST(Logging, KeepsARecordOneLineOfUtf8) {
+  const struct {
+    const char* name;
+    std::string text, written;
+  } kRows[] = {
+      {"plain", "state 3, \\n stays \\", "state 3, \\n stays \\"},
+      {"line ends", "a\nb\r\tc", "a\\nb\\x0D\\tc"},
+      {"controls", "\x1B[2J\x7F\0."s, "\\x1B[2J\\x7F\\x00."},
+      {"utf-8", "无 é 🚗 \uFFFD", "无 é 🚗 \uFFFD"},
+      {"other encoding", "_\xCE\xDE_", "_\\xCE\\xDE_"},
+      {"cut short", "ok \xE6\x97", "ok \\xE6\\x97"},
+      {"overlong", "\xC0\xAF \xE0\x80\xAF", "\\xC0\\xAF \\xE0\\x80\\xAF"},
+      {"surrogate and beyond", "\xED\xA0\x80 \xF4\x90\x80\x80", "\\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80"},
+      {"terminal control in utf-8", "\xC2\x9B[", "\\xC2\\x9B["},
+      {"longer than a pipe's page", std::string(9000, 'x'), std::string(9000, 'x')},
+  };
+  for (const auto& row : kRows) {
+    const CapturedErrors errors;
+    Log(3, row.text);
+    const std::string record = errors.Read();
+    ASSERT_TRUE(
+        Matches(record, "2[0-9][0-9][0-9]-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9].[0-9][0-9][0-9] *"))
+        << record;
+    EXPECT_EQ(record.substr(24), "3 test/source:17 " + row.written + "\n") << row.name;
+  }
+}
+
+TEST(Logging, RotatesItsFileAndFallsBackToStandardError) {
+  const TemporaryDirectory directory;
+  const CapturedErrors errors;
+  const fs::path file = directory.path / "server.log";
+  ASSERT_EQ(InitLogging({"--strange", "-v", "2", "-f", file}), 1);
+  EXPECT_NE(errors.Read().find("--strange"), std::string::npos);
+  for (int i = 0; i < 5000; ++i) Log(2, std::string(1000, 'r'));
+  EXPECT_EQ(errors.Read(), "");
+  ExitLxLogging();
+  Log(1, "not shown");
+  Log(2, "after the end");
+  EXPECT_TRUE(Matches(errors.Read(), "* 2 test/source:17 after the end\n"));
+
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory.path), fs::directory_iterator()), 3);
+  for (const auto& entry : fs::directory_iterator(directory.path)) EXPECT_LE(entry.file_size(), 1024u * 1024) << entry;
+  EXPECT_EQ(InitLogging({"-v", "1", "-f", file / "beneath a file.log"}), -1);
+  Log(1, "no file");
+  EXPECT_NE(errors.Read().find("no file"), std::string::npos);
+}
+
+TEST(Logging, SurvivesAStandardErrorThatNobodyReads) {
+  const CapturedErrors errors;
+  const auto start = Clock::now();
+  for (int i = 0; i < 1000; ++i) Log(3, std::string(1000, 'b'));
+  EXPECT_LT(SecondsSince(start), 2);
+  errors.Read();
+  Log(3, "read again");
+  const std::string tail = errors.Read();
+  EXPECT_NE(tail.find("records were lost"), std::string::npos) << tail;
+  EXPECT_NE(tail.find("read again"), std::string::npos) << tail;
+  close(STDERR_FILENO);
+  Log(3, "nowhere to go");
+  dup2(STDOUT_FILENO, STDERR_FILENO);
+  Log(3, "written after another loss");
+}
+
+TEST(Base64, RefusesWhatIsNotCanonical) {
+  const struct {
+    std::string text, data;
+    int size;  // -1 for text that is refused
+  } kRows[] = {{"", "", 0},
+               {"AA==", "\0"s, 1},
+               {"AP8=", "\0\xFF"s, 2},
+               {"+/+/", "\xFB\xFF\xBF", 3},
+               {"Zm9vYg==", "foob", 4},
+               {"Zm9vYg", "", -1},
+               {"Zm9vYg=", "", -1},
+               {"Zm9vYg===", "", -1},
+               {"Zm9vYh==", "", -1},
+               {"Zm9v\nYg==", "", -1},
+               {"-_-_", "", -1},
+               {"Zm9vYg==Zm9v", "", -1}};
+  for (const auto& row : kRows) {
+    int size = -2;
+    EXPECT_EQ(lxbase::Base64::DecodeFromArray(row.text.data(), row.text.size(), 21, &size), row.data) << row.text;
+    EXPECT_EQ(size, row.size) << row.text;
+    if (row.size >= 0) {
+      EXPECT_EQ(lxbase::Base64::EncodeFromArray(row.data.data(), row.data.size()), row.text);
+    }
+  }
+}
+
+uint16_t FreePort() {
+  const int fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  close(fd);
+  return ntohs(address.sin_port);
+}
+
+// A store of its own with the device's configuration.
+class StoreTest : public testing::Test {
+ protected:
+  void SetUp() override { Launch(); }
+  void TearDown() override {
+    Kvdb_Stop();
+    Kill();
+  }
+  void Launch() {
+    const fs::path configuration = fs::path(__FILE__).parent_path() / "../../packaging/redis.conf";
+    const std::string port = std::to_string(port_);
+    server_ = fork();
+    if (server_ == 0) {
+      dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
+      execlp("redis-server", "redis-server", configuration.c_str(), "--port", port.c_str(), "--dir",
+             directory_.path.c_str(), nullptr);
+      _exit(127);
+    }
+    const auto start = Clock::now();
+    while (RunShellCommand(("redis-cli -p " + port + " ping 2>&1 | grep -q PONG").c_str()) != 0) {
+      ASSERT_LT(SecondsSince(start), 10);
+      SleepMicroseconds(20000);
+    }
+  }
+  void Kill() {
+    kill(server_, SIGKILL);
+    waitpid(server_, nullptr, 0);
+  }
+  static int Set(const std::string& key, const std::string& value) {
+    return Kvdb_SetKey(key.data(), static_cast<uint16_t>(key.size()), value.data(),
+                       static_cast<uint32_t>(value.size()));
+  }
+  static std::string Get(const std::string& key) {
+    std::string found = "none";
+    const auto assign = [](const char*, int, const char* value, int size, void* user) {
+      static_cast<std::string*>(user)->assign(value, static_cast<size_t>(size));
+    };
+    const int result = Kvdb_GetKeyAbsolutely(key.data(), static_cast<uint16_t>(key.size()), assign, &found);
+    return result < 0 ? "failed" : found;
+  }
+
+  const uint16_t port_ = FreePort();
+  const TemporaryDirectory directory_;
+  pid_t server_ = -1;
+};
+
+TEST_F(StoreTest, CountsEveryByteAndBacksUp) {
+  ASSERT_EQ(Kvdb_Start("127.0.0.1", port_), 1);
+  EXPECT_EQ(Kvdb_RestoreDatabase(), -1) << "there is no backup yet";
+  EXPECT_EQ(Set("key", "without"), 1);
+  EXPECT_EQ(Set("key\0"s, "with\0 and \xFF\r\n\0"s), 1);
+  EXPECT_EQ(Set("empty", ""), 1);
+  EXPECT_EQ(Get("key"), "without");
+  EXPECT_EQ(Get("key\0"s), "with\0 and \xFF\r\n\0"s);
+  EXPECT_EQ(Get("empty"), "");
+  EXPECT_EQ(Get("ke"), "none");
+
+  EXPECT_EQ(Kvdb_BackupDatabase(), 1);
+  EXPECT_EQ(Kvdb_DeleteKey("key", 3), 1);
+  EXPECT_EQ(Set("later", "x"), 1);
+  EXPECT_EQ(Get("key"), "none");
+  Kill();
+  Launch();
+  EXPECT_EQ(Kvdb_RestoreDatabase(), 1) << "over the restart of the store, at once";
+  EXPECT_EQ(Get("key"), "without");
+  EXPECT_EQ(Get("later"), "none");
+
+  Kvdb_DeleteKey("key", 3);
+  Kvdb_DeleteKey("key\0", 4);
+  Kvdb_DeleteKey("empty", 5);
+  EXPECT_EQ(Kvdb_BackupDatabase(), 1);
+  EXPECT_EQ(Kvdb_RestoreDatabase(), -1) << "the backup of an empty store leaves no old one behind";
+}
+
+TEST_F(StoreTest, NeverHoldsItsCallerUp) {
+  ASSERT_EQ(Kvdb_Start("127.0.0.1", port_), 1);
+  ASSERT_EQ(Set("key", "value"), 1);
+  const CapturedErrors errors;
+  kill(server_, SIGSTOP);
+  auto start = Clock::now();
+  EXPECT_EQ(Get("key"), "failed");
+  EXPECT_LT(SecondsSince(start), 0.9);
+  start = Clock::now();
+  for (int i = 0; i < 100; ++i) EXPECT_EQ(Set("key", "lost"), -1);
+  EXPECT_LT(SecondsSince(start), 0.1) << "calls soon after a failure do not wait again";
+  kill(server_, SIGCONT);
+  SleepMicroseconds(1100000);
+  EXPECT_EQ(Get("key"), "value");
+  const std::string log = errors.Read();
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
+  EXPECT_TRUE(Matches(log, "* 3 platform/linux/store:*\n* 1 platform/linux/store:*\n")) << log;
+
+  ASSERT_EQ(RunShellCommand(("redis-cli -p " + std::to_string(port_) + " set kvdb text >/dev/null").c_str()), 0);
+  EXPECT_EQ(Set("key", "refused"), -1);
+  EXPECT_EQ(Kvdb_DeleteKey("key", 3), -1);
+  Kill();
+  start = Clock::now();
+  EXPECT_EQ(Get("key"), "failed");
+  EXPECT_LT(SecondsSince(start), 0.1);
+}
+
+// The server stops the bus client before it destroys its timers.
+TEST(Loop, TimersOutliveTheBusClientAndAnAbsentBrokerIsReportedEverySecond) {
+  std::vector<Clock::time_point> reports;
+  const auto on_status = [](DpPollHandle* handle, unsigned status, void* user) {
+    EXPECT_EQ(status, kDpStatusDisconnected);
+    EXPECT_EQ(DpClient_HdlReConnect(handle), -1);
+    static_cast<std::vector<Clock::time_point>*>(user)->push_back(Clock::now());
+  };
+  int fired[2] = {};
+  const auto count = [](int, short, const void* user) { return ++*static_cast<int*>(const_cast<void*>(user)); };
+  lxconn::EVT_TIMER repeating, once;
+  EXPECT_EQ(once.Start(1, 0), -1);
+  DpClient_Init("127.0.0.1", FreePort());
+  ASSERT_EQ(DpClient_Start(0), 1);
+  DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, &reports, on_status, 0, 0);
+  lxconn::EVT_LOOP* const loop = DpClient_GetEvtLoopFromPoll(handle);
+  ASSERT_EQ(repeating.Init(loop, count, &fired[0]), 0);
+  ASSERT_EQ(once.Init(loop, count, &fired[1]), 0);
+  repeating.Start(0, 100);
+  once.Start(20, 0);
+  const auto start = Clock::now();
+  while (SecondsSince(start) < 2.5) DpClient_PollDpMessage(handle, 10);
+  EXPECT_EQ(DpClient_SendDpMessage("EVENT", 0, "x", 1), -1);
+  ASSERT_EQ(reports.size(), 3u);
+  EXPECT_LT(std::chrono::duration<double>(reports[0] - start).count(), 0.1);
+  EXPECT_NEAR(std::chrono::duration<double>(reports[2] - reports[0]).count(), 2, 0.2);
+  EXPECT_NEAR(fired[0], 26, 2);
+  EXPECT_EQ(fired[1], 1);
+  EXPECT_EQ(DpClient_Stop(), 1);
+  EXPECT_EQ(once.Start(0, 0), 0);
+}
+
+TEST(Shell, StartsProgramsWithTheSignalsTheyExpect) {
+  signal(SIGPIPE, SIG_IGN);
+  EXPECT_EQ(WEXITSTATUS(RunShellCommand("sh -c 'kill -PIPE $$'; exit $?")), 128 + SIGPIPE);
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(WEXITSTATUS(RunShellCommand("exit 7")), 7);
+  signal(SIGCHLD, SIG_DFL);
+}
+
+}  // namespace
