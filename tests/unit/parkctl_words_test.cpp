@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "base64.h"
+#include "console.h"
+#include "message_words.h"
+#include "protocol/json_text.h"
+#include "protocol/names.h"
+#include "record_text.h"
+#include "stored_text.h"
+
+namespace {
+
+namespace bs = businessserver;
+using parkctl::GivenOption;
+
+// The options of a command line: {"--space", "1", "--occupied", ...}.
+std::vector<GivenOption> Options(const std::vector<std::string>& words) {
+  std::vector<GivenOption> options;
+  for (size_t i = 0; i < words.size(); ++i) {
+    for (const parkctl::ResultOption& row : parkctl::kResultOptions) {
+      if (words[i] != row.name) continue;
+      options.emplace_back(&row, row.value != nullptr ? words[++i] : "");
+      break;
+    }
+  }
+  return options;
+}
+
+bs::LX_Parking_Result_Param Record(const std::vector<std::string>& words) {
+  return parkctl::BuildRecord(Options(words), "", 1700000000);
+}
+
+std::string Data(const bs::LX_Parking_Result_Param& record) {
+  return std::string(reinterpret_cast<const char*>(&record), sizeof record);
+}
+
+TEST(ParkctlRecord, OptionsBecomeBytes) {
+  const std::string data =
+      Data(Record({"--space", "3", "--plate", "粤BD12345", "--occupied", "--trigger", "8", "--name", "入口", "--space",
+                   "1", "--status", "alarm", "--vehicle-class", "200"}));
+  ASSERT_EQ(data.size(), 968u);
+  EXPECT_EQ(data.substr(0, 5), std::string("\x5F\xCE\xDE\x5F\0", 5));  // no plate read
+  EXPECT_EQ(static_cast<uint8_t>(data[73]), 200);                      // vehicle colour class
+  EXPECT_EQ(data.substr(100, 20), std::string("\1\0\0\0\0\0\0\0\0\0\0\0\3\0\0\0\0\0\0\0", 20));
+  EXPECT_EQ(data.substr(280 + 100, 4), std::string(4, '\0'));  // space 2 is not named: no result
+  EXPECT_EQ(data.substr(560, 10), std::string("\xD4\xC1"
+                                              "BD12345\0",
+                                              10));
+  EXPECT_EQ(data.substr(560 + 28, 4), std::string("\x13\0\0\0", 4));        // eight characters: the long type
+  EXPECT_EQ(data.substr(560 + 64, 4), std::string("\x00\xF1\x53\x65", 4));  // the time
+  EXPECT_EQ(data.substr(560 + 112, 13), std::string("\1\0\0\0\x08\0\0\0\xC8\xEB\xBF\xDA\0", 13));
+  EXPECT_EQ(parkctl::RecordLine(Record({"--space", "2", "--plate", "WJ皖1", "--space", "1", "--occupied"})),
+            "1 occupied no plate (P1) | 2 free WJ皖1 (P2) | 3 -");
+}
+
+TEST(ParkctlRecord, WhatCannotBeSentIsRefused) {
+  const std::vector<std::string> kRows[] = {
+      {},
+      {"--occupied"},
+      {"--space", "0"},
+      {"--space", "4"},
+      {"--space", "1", "--free", "--space", "1"},
+      {"--space", "1", "--plate", "京A1234567890123"},  // 16 bytes, and no terminator
+      {"--space", "1", "--plate", "🚗"},
+      {"--space", "1", "--confidence", "101"},
+      {"--space", "1", "--trigger", "2147483648"},
+      {"--space", "1", "--status", "full"},
+      {"--space", "1", "--time", "-1"},
+  };
+  for (const auto& row : kRows) {
+    EXPECT_THROW(Record(row), parkctl::UserError) << (row.empty() ? "" : row.back());
+  }
+}
+
+TEST(ParkctlMessages, OneLineEach) {
+  const std::string display = lxbase::Base64::EncodeFromArray(
+      "\xAA\x02\x17\x03"
+      "123\x8F",
+      8);
+  const struct {
+    const char* type;
+    std::string data;
+    const char* words;
+  } kRows[] = {
+      {bs::kAvsSimulatorTrigger, Data(Record({"--space", "1", "--occupied", "--plate", "京A12345"})),
+       "1 occupied 京A12345 (P1) | 2 - | 3 -"},
+      {bs::kBusSimulatorTrigger, std::string(967, 'x'), "not a result record: 967 bytes instead of 968"},
+      {bs::kAvsParkRectChange, "", "not a result record: 0 bytes instead of 968"},
+      {bs::kBusBroadcastMessage, R"({"type":"ledcolor_changed","body":{"led_color":6}})", "LED colour 6 (lines 1+3)"},
+      {bs::kBusBroadcastMessage, R"({"type":"framestatus_changed","body":{"frame_status":2}})",
+       "the device shows reserved"},
+      {bs::kBusBroadcastMessage, R"({"type":"frame_changed","body":{"totle":3,"free":1,"cm_dev":null}})",
+       "1 free of 3"},
+      {bs::kBusBroadcastMessage, R"({"type":"ttyio_data_bro","body":{"data":")" + display + R"(","data_len":8}})",
+       "serial line received 8 bytes: AA 02 17 03 31 32 33 8F: display 2 shows 123"},
+      {bs::kBusBroadlistenMessage, R"({"type":"send_ttyio_data","body":{"data":"qg==","data_len":9}})",
+       "to the serial line 1 bytes: AA (data_len says 9)"},
+      {bs::kBusBroadlistenMessage, R"({"type":"send_ttyio_data","body":{"data":"q","data_len":1}})",
+       "to the serial line data that is not base64"},
+      {bs::kBusBroadlistenMessage, R"({"type":"set_ttyio_halt","body":{"halt":1}})", "halt serial output"},
+      {bs::kBusNetPush, R"({"s_addr":335653056,"pos":1,"totle":3,"free":2,"cm_dev":[{"ip":520202432,"tn":2,"fn":1}]})",
+       "192.168.1.20 (left): 2 free of 3; 192.168.1.31: 1 free of 2"},
+      {bs::kBusNetPush, R"({"s_addr":"x","pos":-1})", R"({"pos":-1,"s_addr":"x"})"},
+      {bs::kBusRequestMessage, R"({"type":"set_ctr_mdl","body":{"model":1}})", R"(set_ctr_mdl {"model":1})"},
+      {bs::kBusRequestMessage, "\xFF\x1B[2J", "5 bytes: FF 1B 5B 32 4A"},
+      {bs::kBusRequestMessage, R"({"type":"\u001b[31m"})", "\\x1B[31m"},
+      {"BUS_REQUEST_MESSAGE/reply", R"({"state":401,"error_msg":"request data is Error"})",
+       "401 request data is Error"},
+      {bs::kBusBroadcastMessage, "[1]", "[1]"},
+      {"SOMETHING_ELSE", "", "(empty)"},
+  };
+  for (const auto& row : kRows) {
+    EXPECT_EQ(parkctl::MessageWords(row.type, row.data, Json::Value()), row.words) << row.type << " " << row.data;
+  }
+}
+
+// Documents of every wrong shape and bytes of every kind: a line comes out, and it is one line.
+TEST(ParkctlMessages, SurviveAnyPayload) {
+  std::mt19937 random(3);
+  static constexpr const char* kPieces[] = {"{",
+                                            "}",
+                                            "[",
+                                            "]",
+                                            "\"type\":",
+                                            "\"body\":",
+                                            "\"frame_changed\"",
+                                            "\"cm_dev\":",
+                                            "\"led_color\":",
+                                            "\"ttyio_data_bro\"",
+                                            "\"data\":",
+                                            ",",
+                                            "null",
+                                            "-1",
+                                            "1e99",
+                                            "\"\xC3\x28\"",
+                                            "4294967296",
+                                            "\"s_addr\":",
+                                            "\"pos\":",
+                                            "\n"};
+  for (int round = 0; round < 600; ++round) {
+    std::string data = round % 3 == 0 ? "{\"type\":\"ttyio_data_bro\",\"body\":" : "";
+    for (size_t i = random() % 12; i > 0; --i) data += kPieces[random() % std::size(kPieces)];
+    for (const std::string& type : parkctl::WatchedTypes()) {
+      const std::string words = parkctl::MessageWords(type, data, Json::Value(7));
+      ASSERT_EQ(words.find('\n'), std::string::npos) << data;
+      ASSERT_LT(words.size(), 700u);
+      ASSERT_EQ(parkctl::OneLineText(parkctl::MessageJson(type, data, Json::Value(7))).find('\n'), std::string::npos);
+    }
+  }
+}
+
+TEST(ParkctlStore, DocumentsAreFoundByName) {
+  for (const bs::StoredDocument* document : bs::kStoredDocuments) {
+    EXPECT_EQ(&parkctl::FindDocument(document->key), document);
+  }
+  EXPECT_EQ(&parkctl::FindDocument("rs485pro"), &bs::kRs485pro);
+  EXPECT_EQ(&parkctl::FindDocument("led_color"), &bs::kBusLedColor);
+  for (const char* name : {"ttyio", "", "nonsense"})
+    EXPECT_THROW(parkctl::FindDocument(name), parkctl::UserError) << name;
+}
+
+TEST(ParkctlStore, ChangesAreNamed) {
+  Json::Value before;
+  Json::Value after;
+  ASSERT_TRUE(bs::ParseJson(R"({"a":1,"b":{"c":[1,2],"d":"x"},"e":{}})", before));
+  ASSERT_TRUE(bs::ParseJson(R"({"a":1,"b":{"c":[1,3,4]},"e":[],"f":"京"})", after));
+  EXPECT_EQ(parkctl::Changes(before, after), (std::vector<std::string>{"~ b.c[1]: 2 -> 3", "- b.d: \"x\"",
+                                                                       "~ e: {} -> []", "+ b.c[2]: 4", "+ f: \"京\""}));
+  EXPECT_TRUE(parkctl::Changes(after, after).empty());
+  EXPECT_EQ(parkctl::Changes(Json::Value(), Json::Value(5)), std::vector<std::string>{"+ (the whole): 5"});
+}
+
+TEST(ParkctlInput, JsonIsTakenStrictly) {
+  EXPECT_EQ(parkctl::ParseUserJson("{\"a\": /* why */ 1}", "it")["a"], 1);
+  for (const std::string& text : {std::string("{\"a\":1,}"), std::string("{} x"), std::string("{\"a\":1,\"a\":2}"),
+                                  std::string(""), std::string(2000, '[')}) {
+    EXPECT_THROW(parkctl::ParseUserJson(text, "it"), parkctl::UserError) << text.substr(0, 20);
+  }
+}
+
+}  // namespace

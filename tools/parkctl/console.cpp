@@ -1,0 +1,120 @@
+#include "console.h"
+
+#include <json/reader.h>
+#include <json/writer.h>
+#include <unistd.h>
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include "plain_words.h"
+
+namespace parkctl {
+
+namespace {
+
+// The bus and the store take more, no document of the device does.
+constexpr size_t kSourceLimit = 1024 * 1024;
+
+std::string ReadAll(std::istream& stream, const std::string& what) {
+  std::string text;
+  char buffer[4096];
+  while (stream.read(buffer, sizeof buffer) || stream.gcount() > 0) {
+    text.append(buffer, static_cast<size_t>(stream.gcount()));
+    if (text.size() > kSourceLimit) throw UserError(what + " is larger than 1 MiB: is it the right one?");
+  }
+  if (stream.bad()) throw UserError(what + " cannot be read");
+  return text;
+}
+
+std::string Written(const Json::Value& document, const char* indentation) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = indentation;
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;
+  builder["enableYAMLCompatibility"] = *indentation != '\0';  // "a": 1, not "a" : 1
+  return Json::writeString(builder, document);
+}
+
+// Printable, line by line.
+std::string PrintableLines(const std::string& text) {
+  std::string out;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    out += decode::Printable(std::string_view(text).substr(at, end - at));
+    if (end < text.size()) out += '\n';
+    at = end + 1;
+  }
+  return out;
+}
+
+// The reader's "* Line 1, Column 10\n  Missing ...\n", as part of a sentence.
+std::string OneLine(const std::string& errors) {
+  std::string line;
+  for (const char c : errors) {
+    const bool blank = c == '\n' || c == ' ' || c == '*';
+    if (!blank) {
+      line += c;
+    } else if (!line.empty() && line.back() != ' ') {
+      line += ' ';
+    }
+  }
+  return decode::Printable(line);
+}
+
+}  // namespace
+
+void Note(const std::string& text) { std::cerr << "parkctl: " << text << std::endl; }
+
+std::string Painted(Paint paint, const std::string& text) {
+  static const bool on_terminal = isatty(STDOUT_FILENO) == 1 && getenv("NO_COLOR") == nullptr;
+  static constexpr const char* kCodes[] = {"", "32", "31", "2", "1", "36", "33", "35"};
+  if (!on_terminal || paint == Paint::kNone) return text;
+  return std::string("\033[") + kCodes[static_cast<int>(paint)] + "m" + text + "\033[0m";
+}
+
+std::string IndentedText(const Json::Value& document) { return PrintableLines(Written(document, "  ")); }
+
+std::string OneLineText(const Json::Value& document) { return decode::Printable(Written(document, "")); }
+
+std::string ReadSource(const std::string& argument) {
+  if (argument == "-") return ReadAll(std::cin, "standard input");
+  if (argument.empty() || argument[0] != '@') return argument;
+  const std::string path = argument.substr(1);
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw UserError("cannot open '" + path + "'");
+  return ReadAll(file, "'" + path + "'");
+}
+
+Json::Value ParseUserJson(const std::string& text, const std::string& what) {
+  // Stricter than the device's own reader, which overlooks what follows a document.
+  Json::CharReaderBuilder builder;
+  builder["collectComments"] = false;
+  builder["allowTrailingCommas"] = false;
+  builder["failIfExtra"] = true;
+  builder["rejectDupKeys"] = true;
+  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+  Json::Value document;
+  std::string errors;
+  try {
+    if (reader->parse(text.data(), text.data() + text.size(), &document, &errors)) return document;
+  } catch (const std::exception& error) {  // nested too deep, or twice the same key
+    errors = error.what();
+  }
+  throw UserError(what + " is not JSON: " + OneLine(errors));
+}
+
+long long ParseNumber(const std::string& text, long long least, long long most, const std::string& what) {
+  long long number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error == std::errc() && end == text.data() + text.size() && number >= least && number <= most) return number;
+  throw UserError(what + ": '" + decode::Printable(text) + "' is no number from " + std::to_string(least) + " to " +
+                  std::to_string(most));
+}
+
+}  // namespace parkctl

@@ -1,0 +1,280 @@
+// parkctl: the device's bus, store and serial bytes from a command line. This file defines the command line only.
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <map>
+
+#include "console.h"
+#include "decode_command.h"
+#include "lx_logging.h"
+#include "protocol/names.h"
+#include "requests.h"
+#include "results.h"
+#include "store_commands.h"
+#include "stored_text.h"
+#include "watch.h"
+
+namespace {
+
+using parkctl::GivenOption;
+using parkctl::ResultOption;
+
+constexpr char kHidden[] = "";
+constexpr double kDefaultTimeout = 5;  // seconds; a device check or a serial reconfiguration takes less
+
+struct Ports {
+  uint16_t bus = 5291;
+  uint16_t store = 5299;
+};
+
+std::string Names(const std::vector<std::string>& names) {
+  std::string text;
+  for (const std::string& name : names) text += "\n  " + name;
+  return text;
+}
+
+// Runs after the whole line was read: ports may come last.
+using Action = std::function<int()>;
+
+void AddRequest(CLI::App& app, Action& action, const Ports& ports, const char* name, const char* message_type,
+                const char* help, const std::string& example) {
+  auto* command = app.add_subcommand(name, help);
+  auto options = std::make_shared<parkctl::RequestOptions>();
+  options->timeout_s = kDefaultTimeout;
+  options->message_type = message_type;
+  command->add_option("command", options->command, "The command's name")->required();
+  command->add_option("json", options->body, "Its body: JSON, @file, or - for standard input");
+  command->add_option("--timeout", options->timeout_s, "Seconds to wait for the answer")
+      ->check(CLI::Range(0.0, 86400.0))
+      ->capture_default_str();
+  command->add_flag("--raw", options->raw, "Write the reply's bytes as they come");
+  command->footer("Examples:\n" + example + "\n\nCommands:" + Names(parkctl::CommandNames(message_type)));
+  command->callback([options, &action, &ports] {
+    options->bus_port = ports.bus;
+    action = [options] { return parkctl::RunRequest(*options); };
+  });
+}
+
+// The space options in the order in which they were written.
+std::vector<GivenOption> InOrder(const CLI::App& command,
+                                 const std::map<const CLI::Option*, const ResultOption*>& rows) {
+  std::map<const CLI::Option*, size_t> seen;
+  std::vector<GivenOption> given;
+  for (const CLI::Option* option : command.parse_order()) {
+    const auto row = rows.find(option);
+    if (row == rows.end()) continue;
+    const bool takes_value = row->second->value != nullptr;
+    given.emplace_back(row->second, takes_value ? option->results().at(seen[option]++) : "");
+  }
+  return given;
+}
+
+void AddResult(CLI::App& app, Action& action, const Ports& ports) {
+  auto* command = app.add_subcommand("result", "Publish a recognition result for up to three spaces");
+  auto options = std::make_shared<parkctl::ResultOptions>();
+  std::map<const CLI::Option*, const ResultOption*> rows;
+  for (const ResultOption& row : parkctl::kResultOptions) {
+    const auto keep = [](const CLI::results_t&) { return true; };  // read by InOrder
+    CLI::Option* option =
+        row.value == nullptr ? command->add_flag(row.name, row.help) : command->add_option(row.name, keep, row.help);
+    if (row.value != nullptr) option->type_name(row.value)->take_all();
+    rows[option] = &row;
+  }
+  command->add_option("--record-text", options->record_text, "The record's own extra text");
+  command->add_flag("--change", options->change, "As AVS_PARK_RECT_CHANGE, which the device does not forward");
+  command->footer(
+      "Examples:\n"
+      "  parkctl result --space 1 --occupied --plate 京A12345 --space 2 --free\n"
+      "  parkctl result --space 3 --status alarm --occupy-line 1 --change");
+  command->callback([command, rows, options, &action, &ports] {
+    options->spaces = InOrder(*command, rows);
+    options->bus_port = ports.bus;
+    action = [options] { return parkctl::SendResult(*options); };
+  });
+}
+
+void AddPush(CLI::App& app, Action& action, const Ports& ports) {
+  auto* command = app.add_subcommand("push", "Publish a neighbouring device's space counts");
+  auto options = std::make_shared<parkctl::PushOptions>();
+  command->add_option("--from", options->address, "The neighbour's address")->required();
+  command->add_option("--total", options->total, "Its spaces")->required();
+  command->add_option("--free", options->free, "Its free spaces")->required();
+  command->add_option("--position", options->position, "Where it stands: own, left, right or front")
+      ->capture_default_str();
+  command->add_option("--device", options->devices, "ADDRESS:TOTAL:FREE of a device that it reports for");
+  command->footer(
+      "Example:\n"
+      "  parkctl push --from 192.168.1.20 --total 3 --free 2 --position left --device 192.168.1.31:2:1");
+  command->callback([options, &action, &ports] {
+    options->bus_port = ports.bus;
+    action = [options] { return parkctl::SendPush(*options); };
+  });
+}
+
+void AddWatch(CLI::App& app, Action& action, const Ports& ports) {
+  auto* command = app.add_subcommand("watch", "Show the bus live, one line a message");
+  auto options = std::make_shared<parkctl::WatchOptions>();
+  command->add_flag("--json", options->json, "One JSON document a line");
+  command->add_option("--count", options->count, "End after this many messages");
+  command->footer("Examples:\n  parkctl watch\n  parkctl watch --json | jq -r .words");
+  command->callback([options, &action, &ports] {
+    options->bus_port = ports.bus;
+    options->store_port = ports.store;
+    action = [options] { return parkctl::Watch(*options); };
+  });
+}
+
+void AddLatest(CLI::App& app, Action& action, const Ports& ports) {
+  auto* command = app.add_subcommand("latest", "Show the last result that the device forwarded");
+  auto options = std::make_shared<parkctl::LatestOptions>();
+  options->timeout_s = kDefaultTimeout;
+  command->add_flag("--json", options->json, "As JSON");
+  command->add_option("--timeout", options->timeout_s, "Seconds to wait for the answer")
+      ->check(CLI::Range(0.0, 86400.0))
+      ->capture_default_str();
+  command->footer("Example:\n  parkctl latest");
+  command->callback([options, &action, &ports] {
+    options->bus_port = ports.bus;
+    action = [options] { return parkctl::RunLatest(*options); };
+  });
+}
+
+void AddDecode(CLI::App& app, Action& action, const Ports& ports) {
+  auto* command = app.add_subcommand("decode", "Say what bytes of a serial line mean");
+  auto options = std::make_shared<parkctl::DecodeOptions>();
+  command->add_option("bytes", options->words, "Hexadecimal bytes, a beacon line, @file, or - for standard input")
+      ->required();
+  command->add_option("--fields", options->fields, "File with the field list (the device's own without it)");
+  command->footer(
+      "Examples:\n"
+      "  parkctl decode AA 02 17 03 31 32 33 8F\n"
+      "  parkctl decode --fields rs485.json BB88AA00413132333435\n"
+      "  parkctl decode DTM:MAJ-0x0065");
+  command->callback([options, &action, &ports] {
+    options->store_port = ports.store;
+    action = [options] { return parkctl::Decode(*options); };
+  });
+}
+
+void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
+  auto name = std::make_shared<std::string>();
+  auto source = std::make_shared<std::string>();
+  auto show = std::make_shared<bool>(false);
+  constexpr char kNameHelp[] = "The document's name, or a part that no other has";
+
+  auto* get = store.add_subcommand("get", "One document");
+  get->add_option("name", *name, kNameHelp)->required();
+  get->footer("Example:\n  parkctl store get rs485pro > rs485.json");
+  get->callback([=, &action, &ports] { action = [=, &ports] { return parkctl::GetDocument(ports.store, *name); }; });
+
+  auto* set = store.add_subcommand("set", "Store a document and show what changes");
+  set->add_option("name", *name, kNameHelp)->required();
+  set->add_option("json", *source, "The document: JSON, @file, or - for standard input")->required();
+  set->add_flag("--show", *show, "Only show what would change");
+  set->footer("Example:\n  parkctl store set bus_dev_pos '{\"pos\":1}'");
+  set->callback([=, &action, &ports] {
+    action = [=, &ports] { return parkctl::SetDocument(ports.store, *name, *source, *show); };
+  });
+}
+
+void AddStore(CLI::App& app, Action& action, const Ports& ports) {
+  auto* store = app.add_subcommand("store", "Read and write the device's stored documents");
+  store->require_subcommand(0, 1);
+  store->footer(
+      "Examples:\n"
+      "  parkctl store list\n"
+      "  parkctl store get rs485pro\n"
+      "  parkctl store set bus_dev_pos_value '{\"pos\":1}'\n"
+      "  parkctl store set device_ttyio @line.json --show");
+  store->callback([store, &action] {
+    if (action) return;
+    action = [store] {
+      std::cerr << store->help();
+      return static_cast<int>(parkctl::kMisused);
+    };
+  });
+  AddStoreDocument(*store, action, ports);
+  const struct {
+    const char* name;
+    const char* help;
+    int (*run)(uint16_t store_port);
+  } kWhole[] = {
+      {"list", "Every document that the device knows", parkctl::ListDocuments},
+      {"backup", "Copy the whole store to its backup", parkctl::BackUpStore},
+      {"restore", "Bring the backup back", parkctl::RestoreStore},
+  };
+  for (const auto& row : kWhole) {
+    auto* command = store->add_subcommand(row.name, row.help);
+    command->footer(std::string("Example:\n  parkctl store ") + row.name);
+    command->callback([run = row.run, &action, &ports] { action = [run, &ports] { return run(ports.store); }; });
+  }
+}
+
+// For the shell's completion: the words that can stand at a place.
+void AddNames(CLI::App& app, Action& action) {
+  auto* command = app.add_subcommand("names", "")->group(kHidden);
+  auto kind = std::make_shared<std::string>();
+  command->add_option("kind", *kind)->required();
+  command->callback([kind, &action] {
+    action = [kind] {
+      std::vector<std::string> names;
+      if (*kind == "request") names = parkctl::CommandNames(businessserver::kBusRequestMessage);
+      if (*kind == "external") names = parkctl::CommandNames(businessserver::kBusExtRequestMessage);
+      if (*kind == "store") {
+        for (const auto* document : businessserver::kStoredDocuments) names.push_back(parkctl::DocumentName(*document));
+      }
+      for (const std::string& name : names) std::cout << name << "\n";
+      return static_cast<int>(parkctl::kDone);
+    };
+  });
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  signal(SIGPIPE, SIG_IGN);
+  // The store library logs its troubles; parkctl says them itself.
+  const char* const quiet[] = {"parkctl", "-v", "9"};
+  InitLxLogging(3, const_cast<char**>(quiet));
+
+  CLI::App app("Talk to a parking guidance device: send commands and results, watch its bus, read its bytes.",
+               "parkctl");
+  Ports ports;
+  Action action;
+  app.add_option("--bus-port", ports.bus)->take_last()->group(kHidden);
+  app.add_option("--store-port", ports.store)->take_last()->group(kHidden);
+  app.require_subcommand(0, 1);  // so that a wrong name is named as what was not expected
+  app.fallthrough();
+  app.footer(
+      "Exit status: 0 done (a request: state 200), 1 another state or undecodable bytes, 2 no answer, 3 misused.\n"
+      "Every subcommand has its own --help with examples.");
+  AddRequest(app, action, ports, "request", businessserver::kBusRequestMessage, "Send a configuration command",
+             "  parkctl request get_ttyio_cfg > line.json\n"
+             "  parkctl request set_ttyio_cfg @line.json\n"
+             "  parkctl request set_dev_led '{\"led\":6}'");
+  AddRequest(app, action, ports, "external", businessserver::kBusExtRequestMessage, "Send an external-control command",
+             "  parkctl external check_controled_device\n"
+             "  parkctl external external_control_framestatus '{\"ip\":\"192.168.1.9\",\"frame_status\":2}'");
+  AddResult(app, action, ports);
+  AddWatch(app, action, ports);
+  AddPush(app, action, ports);
+  AddLatest(app, action, ports);
+  AddDecode(app, action, ports);
+  AddStore(app, action, ports);
+  AddNames(app, action);
+  try {
+    app.parse(argc, argv);
+    if (action) return action();
+    std::cerr << app.help();
+    return parkctl::kMisused;
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? parkctl::kDone : parkctl::kMisused;
+  } catch (const parkctl::UserError& error) {
+    parkctl::Note(error.what());
+    return parkctl::kMisused;
+  } catch (const std::exception& error) {
+    parkctl::Note(std::string("cannot go on: ") + error.what());
+    return parkctl::kMisused;
+  }
+}

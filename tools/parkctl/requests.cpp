@@ -1,0 +1,196 @@
+#include "requests.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include "bus_client.h"
+#include "console.h"
+#include "plain_words.h"
+#include "protocol/json_text.h"
+#include "protocol/names.h"
+#include "record_text.h"
+
+namespace parkctl {
+
+namespace bs = businessserver;
+
+namespace {
+
+constexpr size_t kRequestLimit = 2047;  // bytes that the device takes
+
+constexpr const char* kConfigurationCommands[] = {
+    bs::kGetTtyioCfg,
+    bs::kSetTtyioCfg,
+    bs::kGetExtTtyioCfg,
+    bs::kSetExtTtyioCfg,
+    bs::kGetRs485proCfg,
+    bs::kSetRs485proCfg,
+    bs::kGetParkingColorCfg,
+    bs::kSetParkingColorCfg,
+    bs::kGetParkingReserveCfg,
+    bs::kSetParkingReserveCfg,
+    bs::kGetEncCfg,
+    bs::kSetEncCfg,
+    bs::kGetCtrMdl,
+    bs::kSetCtrMdl,
+    bs::kGetDevPos,
+    bs::kSetDevPos,
+    bs::kGetIbcName,
+    bs::kSetIbcName,
+    bs::kGetIbcConntime,
+    bs::kSetIbcConntime,
+    bs::kGetIbcBroper,
+    bs::kSetIbcBroper,
+    bs::kGetIbcId,
+    bs::kSetIbcId,
+    bs::kGetIbcPow,
+    bs::kSetIbcPow,
+    bs::kGetIbcTxp,
+    bs::kSetIbcTxp,
+    bs::kGetIbcMac,
+    bs::kResetIbc,
+    bs::kGetBt,
+    bs::kSetBt,
+    bs::kGetFrameStatus,
+    bs::kGetNetStatus,
+    bs::kGetDeviceFrameStatus,
+    bs::kQuaryControledLog,
+    bs::kGetLatestIvsresult,
+    bs::kCheckDev,
+    bs::kSetDevLed,
+    bs::kCmd,
+};
+constexpr const char* kExternalCommands[] = {bs::kCheckControledDevice, bs::kExternalControlFramestatus};
+
+// Characters to insert, drop or exchange to make one name of the other.
+size_t Distance(const std::string& a, const std::string& b) {
+  std::vector<size_t> row(b.size() + 1);
+  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
+  for (size_t i = 1; i <= a.size(); ++i) {
+    size_t diagonal = row[0];
+    row[0] = i;
+    for (size_t j = 1; j <= b.size(); ++j) {
+      const size_t exchanged = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({row[j] + 1, row[j - 1] + 1, exchanged});
+    }
+  }
+  return row[b.size()];
+}
+
+std::string UnknownCommandHint(const RequestOptions& options) {
+  const bool external = options.message_type == bs::kBusExtRequestMessage;
+  const auto others = CommandNames(external ? bs::kBusRequestMessage : bs::kBusExtRequestMessage);
+  if (std::find(others.begin(), others.end(), options.command) != others.end()) {
+    return std::string("it goes the other way: parkctl ") + (external ? "request " : "external ") + options.command;
+  }
+  constexpr size_t kSlips = 3;
+  for (const std::string& name : CommandNames(options.message_type)) {
+    if (Distance(name, options.command) <= kSlips) return "did you mean " + name + "?";
+  }
+  return "--help lists the commands";
+}
+
+std::string Hint(int state, const RequestOptions& options, size_t request_size) {
+  switch (state) {
+    case bs::kRequestDataError.state:
+      return "the request is " + std::to_string(request_size) + " bytes, the device takes 1 to " +
+             std::to_string(kRequestLimit);
+    case bs::kErrorType.state:
+      return UnknownCommandHint(options);
+    case bs::kSetError.state:
+      return "the value was refused or could not be stored or applied; the daemon's log says why";
+    case bs::kExternalControlOff.state:
+      return std::string("switch it on: \"") + bs::kExternalcontrolEnable + "\" 1 with parkctl request " +
+             bs::kSetParkingColorCfg;
+    default:
+      return "";
+  }
+}
+
+std::string RequestText(const RequestOptions& options) {
+  Json::Value document;
+  document[bs::kType] = options.command;
+  if (!options.body.empty()) document[bs::kBody] = ParseUserJson(ReadSource(options.body), "the body");
+  Json::StreamWriterBuilder builder;  // short: the device takes no long requests
+  builder["indentation"] = "";
+  builder["emitUTF8"] = true;
+  return Json::writeString(builder, document);
+}
+
+// State and text of the reply on standard error, its body on standard output: the body can go straight into a file.
+int ShowReply(const std::string& reply, const RequestOptions& options, size_t request_size) {
+  bs::LX_Parking_Result_Param record;
+  std::string problem;
+  if (options.command == bs::kGetLatestIvsresult && ReadRecord(reply, record, problem)) {
+    std::cout << RecordText(record);
+    return kDone;
+  }
+  Json::Value document;
+  if (!bs::ParseJson(reply, document) || !document.isObject() || !document[bs::kState].isInt()) {
+    Note("the reply is none that this tool knows, " + std::to_string(reply.size()) +
+         " bytes: " + decode::Printable(reply));
+    return kRefused;
+  }
+  const int state = document[bs::kState].asInt();
+  const Json::Value& text = document[bs::kErrorMsg];
+  const std::string hint = Hint(state, options, request_size);
+  std::cerr << state << " " << (text.isString() ? decode::Printable(text.asString()) : "")
+            << (hint.empty() ? "" : "\n  " + hint) << std::endl;
+  if (document.isMember(bs::kBody)) std::cout << IndentedText(document[bs::kBody]) << "\n";
+  return state == bs::kAllDone.state ? kDone : kRefused;
+}
+
+// Sends and waits; without an answer says why.
+int Ask(const RequestOptions& options, const std::string& request, std::string& reply) {
+  const std::chrono::milliseconds wait(static_cast<long>(options.timeout_s * 1000));
+  BusClient bus(options.bus_port);
+  BusClient::Outcome outcome = BusClient::Outcome::kNoBroker;
+  if (bus.Connect()) outcome = bus.Request(options.message_type, request, wait, reply);
+  return bus.Explain(outcome, options.message_type);
+}
+
+}  // namespace
+
+std::vector<std::string> CommandNames(const std::string& message_type) {
+  if (message_type == bs::kBusExtRequestMessage) return {std::begin(kExternalCommands), std::end(kExternalCommands)};
+  return {std::begin(kConfigurationCommands), std::end(kConfigurationCommands)};
+}
+
+int RunRequest(const RequestOptions& options) {
+  const std::string request = RequestText(options);
+  std::string reply;
+  const int status = Ask(options, request, reply);
+  if (status != kDone) return status;
+  if (!options.raw) return ShowReply(reply, options, request.size());
+  std::cout << reply << std::flush;
+  Json::Value document;
+  const bool refused =
+      bs::ParseJson(reply, document) && document.isObject() && document[bs::kState] != Json::Value(bs::kAllDone.state);
+  return refused ? kRefused : kDone;
+}
+
+int RunLatest(const LatestOptions& options) {
+  RequestOptions request;
+  request.bus_port = options.bus_port;
+  request.timeout_s = options.timeout_s;
+  request.message_type = bs::kBusRequestMessage;
+  request.command = bs::kGetLatestIvsresult;
+  if (!options.json) return RunRequest(request);
+
+  std::string reply;
+  const int status = Ask(request, RequestText(request), reply);
+  if (status != kDone) return status;
+  bs::LX_Parking_Result_Param record;
+  std::string problem;
+  if (!ReadRecord(reply, record, problem)) {
+    Note(problem);
+    return kRefused;
+  }
+  std::cout << IndentedText(RecordJson(record)) << "\n";
+  return kDone;
+}
+
+}  // namespace parkctl
