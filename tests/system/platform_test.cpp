@@ -155,6 +155,7 @@ TEST(Base64, RefusesWhatIsNotCanonical) {
                {"Zm9vYh==", "", -1},
                {"Zm9v\nYg==", "", -1},
                {"-_-_", "", -1},
+               {"Xb\x8E\x8E", "", -1},
                {"Zm9vYg==Zm9v", "", -1}};
   for (const auto& row : kRows) {
     int size = -2;

@@ -1,0 +1,31 @@
+// A frame configuration and, behind a NUL, a result: the frame fits its buffer, and the decoder accounts for every
+// byte of it. A refused list is applied in part: its frame must fit all the same.
+#include <memory>
+
+#include "harness.h"
+#include "rs485pro/rs485pro.h"
+#include "serial_decoder.h"
+
+FUZZ_TARGET(input) {
+  ResetFake();
+  const std::string text(input.substr(0, input.find('\0')));
+  input.remove_prefix(std::min(text.size() + 1, input.size()));
+  const auto result = std::make_unique<fuzz::LX_ParkingResult>();
+  memcpy(result.get(), input.data(), std::min(input.size(), sizeof *result));
+
+  fuzz::Rs485ProBuild builder;
+  builder.SetRs485Str(text);
+  unsigned length = 0;
+  const uint8_t* const frame = builder.GetDevRs485ProData(length, 3, 2, result.get());
+  MUST_HOLD(length <= fuzz::kFrameCapacity);
+
+  Json::Value list;
+  fuzz::ParseJson(text, list);
+  const std::vector<uint8_t> copy(frame, frame + length);
+  size_t described = 0;
+  for (const auto& part : decode::DecodeBurst(copy.data(), copy.size(), list)) {
+    MUST_HOLD(!part.Text().empty());
+    described += part.size;
+  }
+  MUST_HOLD(described == length);
+}

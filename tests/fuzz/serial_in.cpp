@@ -1,0 +1,44 @@
+// Bytes that arrive on the external line, in bursts: all of them are broadcast, and the tools account for each.
+#include "base64.h"
+#include "harness.h"
+#include "plain_words.h"
+#include "serial_decoder.h"
+
+static void CheckTools(const std::string& bytes) {
+  Json::Value fields;
+  fuzz::ParseJson(fuzz::DefaultDocument(fuzz::kRs485pro.default_index), fields);
+  const std::vector<uint8_t> copy(bytes.begin(), bytes.end());
+  size_t described = 0;
+  for (const auto& frame : decode::DecodeBurst(copy.data(), copy.size(), fields)) {
+    MUST_HOLD(frame.size >= 1 && !frame.Text().empty());
+    described += frame.size;
+  }
+  MUST_HOLD(described == copy.size());
+  std::string text;
+  decode::ParseHex(bytes, text);
+  MUST_HOLD(decode::ParseHex(decode::HexText(copy.data(), copy.size()), text) && text == bytes);
+  for (const char c : decode::Printable(bytes + decode::GbkToUtf8(bytes))) {
+    MUST_HOLD(static_cast<uint8_t>(c) >= 0x20 && c != 0x7F);
+  }
+  decode::Utf8ToGbk(bytes, text);
+}
+
+FUZZ_TARGET(input) {
+  CheckTools(std::string(input));
+  ResetFake();
+  fuzz::WithServer([&] {
+    Fake().Advance(100);
+    for (const std::string_view burst : fuzz::Parts(input)) {
+      fuzz::CheckPublished();
+      fuzz::TheBoard().external.Say(burst);
+      Fake().Advance(100);
+      std::string heard;
+      for (const auto& message : Fake().sent) {
+        const Json::Value body = fuzz::MustParse(message.data)[fuzz::kBody];
+        const std::string text = body[fuzz::kData].asString();
+        heard += lxbase::Base64::DecodeFromArray(text.data(), text.size(), 21, nullptr);
+      }
+      MUST_HOLD(heard == burst);
+    }
+  });
+}
