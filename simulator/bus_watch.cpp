@@ -17,7 +17,6 @@ namespace {
 
 namespace bs = businessserver;
 
-constexpr size_t kLongestText = 400;
 constexpr size_t kMostTopics = 1000;
 
 bool ReadRecord(const std::string& payload, bs::LX_Parking_Result_Param& record) {
@@ -62,7 +61,7 @@ bool ParseObject(const std::string& payload, Json::Value& document) {
   return bs::ParseJson(payload, document) && document.isObject();
 }
 
-std::string TextOf(const Json::Value& value) { return value.isString() ? value.asString() : OneLine(value); }
+std::string TextOf(const Json::Value& value) { return value.isString() ? value.asString() : CompactText(value); }
 
 // Base64 in a broadcast of received bytes, spelled out.
 void AddSerialBytes(const Json::Value& document, Facts& facts) {
@@ -86,9 +85,7 @@ std::string PayloadText(const std::string& payload) {
   bs::LX_Parking_Result_Param record;
   if (ReadRecord(payload, record)) return "result: " + RecordText(record);
   Json::Value document;
-  if (bs::ParseJson(payload, document)) return OneLine(document);
-  if (payload.size() <= kLongestText) return decode::Printable(payload);
-  return decode::Printable(payload.substr(0, kLongestText)) + "... (" + std::to_string(payload.size()) + " bytes)";
+  return Shortened(bs::ParseJson(payload, document) ? CompactText(document) : payload);
 }
 
 void BusWatch::Handle(const BusMessage& message) {
@@ -157,7 +154,7 @@ void BusWatch::HandleReply(const BusMessage& message) {
     if (document.isMember(bs::kBody)) AddDocumentFacts(document[bs::kBody], facts);
     text = TextOf(document[bs::kState]) + " " + TextOf(document[bs::kErrorMsg]) + "  (" + TextOf(document[bs::kType]) +
            ")";
-    if (document.isMember(bs::kBody)) text += " " + OneLine(document[bs::kBody]);
+    if (document.isMember(bs::kBody)) text += " " + Shortened(CompactText(document[bs::kBody]));
   } else {
     text = PayloadText(message.payload);
   }

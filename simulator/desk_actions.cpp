@@ -93,8 +93,7 @@ void Desk::NeighbourFallsSilent(uint32_t ip) {
 void Desk::SendRequest(const std::string& topic, const std::string& command, const std::string& body) {
   const bool sent = bus_.Request(topic, Envelope(command, body), kReplyTopic, std::to_string(++requests_));
   const char* path = topic == bs::kBusExtRequestMessage ? "external " : "";
-  journal_.Add(Source::kRequest,
-               path + command + (body.empty() ? "" : " " + decode::Printable(body)) + Delivered(sent));
+  journal_.Add(Source::kRequest, path + command + (body.empty() ? "" : " " + Shortened(body)) + Delivered(sent));
 }
 
 void Desk::Request(const std::string& command, const std::string& body) {
@@ -113,7 +112,7 @@ void Desk::SendSerialData(const std::string& bytes) {
   Json::Value body;
   body[bs::kData] = EncodeBase64(bytes);
   body[bs::kDataLen] = static_cast<int>(bytes.size());
-  Listen(bs::kSendTtyioData, OneLine(body));
+  Listen(bs::kSendTtyioData, CompactText(body));
 }
 
 void Desk::Publish(const std::string& topic, const std::string& payload) {
@@ -145,7 +144,7 @@ void Desk::StoreShow(const std::string& document) {
 
 void Desk::BeaconBehaves(BeaconManner manner, Loop::Milliseconds delay, const std::string& words) {
   beacon_.Behave(manner, delay);
-  journal_.Add(Source::kBeacon, "the module is " + words + " from now on");
+  journal_.Add(Source::kBeacon, "the module's manner is now: " + words);
 }
 
 void Desk::PlugBeacon(bool plugged) {

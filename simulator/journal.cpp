@@ -8,7 +8,7 @@ namespace desk {
 namespace {
 
 constexpr size_t kEventsKept = 20000;
-constexpr size_t kLongestLine = 400;
+constexpr size_t kLongestText = 300;
 constexpr char kNothing[] = "null";
 
 }  // namespace
@@ -79,14 +79,18 @@ std::string FactsText(const Facts& facts) {
   return text;
 }
 
-std::string OneLine(const Json::Value& document) {
+std::string CompactText(const Json::Value& document) {
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
-  std::string text = Json::writeString(builder, document);
-  if (text.size() > kLongestLine)
-    text = text.substr(0, kLongestLine) + "... (" + std::to_string(text.size()) + " bytes)";
-  return decode::Printable(text);
+  return Json::writeString(builder, document);
+}
+
+std::string Shortened(const std::string& text) {
+  if (text.size() <= kLongestText) return decode::Printable(text);
+  size_t end = kLongestText;
+  while ((static_cast<uint8_t>(text[end]) & 0xC0) == 0x80) --end;  // not within a character
+  return decode::Printable(text.substr(0, end)) + "... (" + std::to_string(text.size()) + " bytes)";
 }
 
 void Journal::Add(Source source, const std::string& text, Facts facts) {

@@ -42,8 +42,10 @@ const std::string* FindFact(const Facts& facts, const std::string& name);
 void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix = "");
 std::string FactsText(const Facts& facts);  // "led_color=0 time=3", without those that are null
 
-// A JSON document on one line; long ones are cut.
-std::string OneLine(const Json::Value& document);
+std::string CompactText(const Json::Value& document);  // on one line
+
+// A text as it can be shown: without control characters, and cut when it is long.
+std::string Shortened(const std::string& text);
 
 struct Event {
   uint64_t number;
@@ -58,6 +60,7 @@ class Journal {
   using Listener = std::function<void(const Event&)>;
 
   void Add(Source source, const std::string& text, Facts facts = {});
+  // The listener is called for as long as the journal lives and has to outlive what is still to happen.
   void Listen(Listener listener) { listeners_.push_back(std::move(listener)); }
 
   // The number that the next event will have. Numbers start at 1 and go up by one.

@@ -109,12 +109,8 @@ int Stay(const Options& options, desk::Desk& device, desk::Screen& screen, desk:
   return kAllSeen;
 }
 
-int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
-  desk::Desk device(options.plan);
-  desk::Narrator narrator(stdout, isatty(STDOUT_FILENO) != 0);
-  desk::Screen screen(device);
-  device.journal().Listen([&](const desk::Event& event) { narrator.Tell(event); });
-  if (options.log) device.daemon_log().Listen([&](const desk::Event& event) { narrator.Tell(event); });
+int Play(const Options& options, const std::vector<desk::Script>& scripts, desk::Desk& device, desk::Screen& screen,
+         desk::Narrator& narrator) {
   std::string problem;
   if (!device.Start(problem)) {
     std::cerr << "simulator: " << problem << "\n";
@@ -131,6 +127,17 @@ int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
     std::cout << "\nAll " << runner.expectations_met() << " expectations were seen.\n" << std::flush;
   }
   return options.stay || options.screen || scripts.empty() ? Stay(options, device, screen, narrator) : kAllSeen;
+}
+
+int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
+  desk::Desk device(options.plan);
+  desk::Narrator narrator(stdout, isatty(STDOUT_FILENO) != 0);
+  desk::Screen screen(device);
+  device.journal().Listen([&](const desk::Event& event) { narrator.Tell(event); });
+  if (options.log) device.daemon_log().Listen([&](const desk::Event& event) { narrator.Tell(event); });
+  const int result = Play(options, scripts, device, screen, narrator);
+  device.Stop();  // while there is someone to tell
+  return result;
 }
 
 bool ReadScripts(const std::vector<std::string>& files, std::vector<desk::Script>& scripts) {

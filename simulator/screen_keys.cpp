@@ -109,7 +109,7 @@ void Screen::ToggleDisplays() {
   body[bs::kFAddr] = 1;
   body[bs::kLAddr] = 2;
   body[bs::kRAddr] = 3;
-  desk_.Request(bs::kSetExtTtyioCfg, OneLine(body));
+  desk_.Request(bs::kSetExtTtyioCfg, CompactText(body));
 }
 
 // Each push changes something: the next neighbour, with one more free space than it had.
