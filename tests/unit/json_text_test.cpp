@@ -7,7 +7,11 @@ namespace {
 
 TEST(JsonText, WritesWhatTheLibraryWrites) {
   for (const char* text :
-       {"null", "{}", "[]", "[1,[2,{\"a\":null}]]", "{\"b\":-1.5,\"a\":\"\\u4eac\\n\\\"\",\"c\":4294967295}",
+       {"null", "{}", "[]", "7", "[1,[2,{\"a\":null}],[],[[]],{}]",
+        "{\"b\":-1.5,\"a\":\"\\u4eac\\n\\\"\",\"c\":4294967295}",
+        "{\"list\":[{\"z\":true,\"a\":false},\"\",-9223372036854775808],\"o\":{\"e\":{},\"n\":18446744073709551615}}",
+        "{\"key \\\" quoted\":{\"a\":[\"back\\\\slash / slash\"]}}",
+        "[\"\\u007f\",\"\\u0080\",\"\\u001f\",\"a\\u0000b\"]", "{\"a\":[1,/* inside */2]}",
         "// before\n{\"a\":1 /* after */,\n// inside\n\"b\":[1,2]} // end"}) {
     Json::Value document;
     ASSERT_TRUE(ParseJson(text, document)) << text;

@@ -3,11 +3,84 @@
 #include <json/reader.h>
 #include <json/writer.h>
 
+#include <algorithm>
 #include <exception>
 #include <memory>
 #include <sstream>
 
 namespace businessserver {
+
+namespace {
+
+bool IsPlain(const Json::Value& value) {
+  return !value.hasComment(Json::commentBefore) && !value.hasComment(Json::commentAfterOnSameLine) &&
+         !value.hasComment(Json::commentAfter);
+}
+
+bool AppendQuoted(const char* begin, const char* end, std::string& text) {
+  const auto is_plain = [](char c) { return c >= ' ' && c < 0x7F && c != '"' && c != '\\'; };
+  if (!std::all_of(begin, end, is_plain)) return false;
+  text += '"';
+  text.append(begin, end);
+  text += '"';
+  return true;
+}
+
+enum class Place { kOwnLine, kAfterName };
+
+// The styled text of nearly every document of the device: whole numbers, truth values and ASCII texts, in lists and
+// objects of any depth, in a third of the library's steps: its texts were a third of what a request or a result took.
+// False for anything else, whose text is then unfinished. line_start is a line feed and the indentation.
+bool AppendPlain(const Json::Value& value, Place place, const std::string& line_start, std::string& text) {
+  if (!IsPlain(value)) return false;
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  switch (value.type()) {
+    case Json::nullValue:
+      text += "null";
+      return true;
+    case Json::booleanValue:
+      text += value.asBool() ? "true" : "false";
+      return true;
+    case Json::intValue:
+      text += std::to_string(value.asLargestInt());
+      return true;
+    case Json::uintValue:
+      text += std::to_string(value.asLargestUInt());
+      return true;
+    case Json::stringValue:
+      return value.getString(&begin, &end) && AppendQuoted(begin, end, text);
+    case Json::arrayValue:
+    case Json::objectValue:
+      break;
+    default:
+      return false;
+  }
+
+  const bool is_object = value.isObject();
+  if (value.empty()) {
+    text += is_object ? "{}" : "[]";
+    return true;
+  }
+  if (place == Place::kAfterName) text += line_start;
+  text += is_object ? '{' : '[';
+  const std::string member_start = line_start + '\t';
+  for (auto member = value.begin(); member != value.end(); ++member) {
+    if (member != value.begin()) text += ',';
+    text += member_start;
+    if (is_object) {
+      begin = member.memberName(&end);
+      if (!AppendQuoted(begin, end, text)) return false;
+      text += " : ";
+    }
+    if (!AppendPlain(*member, is_object ? Place::kAfterName : Place::kOwnLine, member_start, text)) return false;
+  }
+  text += line_start;
+  text += is_object ? '}' : ']';
+  return true;
+}
+
+}  // namespace
 
 bool ParseJson(std::string_view text, Json::Value& document) {
 // Kept: the library's newer reader accepts other texts, and stored documents depend on the difference.
@@ -22,14 +95,19 @@ bool ParseJson(std::string_view text, Json::Value& document) {
   }
 }
 
-// What Json::Value::toStyledString gives, with a writer made once: making one costs more than writing a reply.
+// What Json::Value::toStyledString gives. The library's writer serves the rare document; with a stream made once, since
+// making one costs more than writing a reply.
 std::string StyledText(const Json::Value& document) {
+  std::string text;
+  if (AppendPlain(document, Place::kOwnLine, "\n", text)) return text += '\n';
   static const std::unique_ptr<Json::StreamWriter> writer(Json::StreamWriterBuilder().newStreamWriter());
-  std::ostringstream text;
-  if (document.hasComment(Json::commentBefore)) text << '\n';
-  writer->write(document, &text);
-  text << '\n';
-  return text.str();
+  static std::ostringstream stream;
+  stream.str(std::string());
+  stream.clear();
+  if (document.hasComment(Json::commentBefore)) stream << '\n';
+  writer->write(document, &stream);
+  stream << '\n';
+  return stream.str();
 }
 
 }  // namespace businessserver

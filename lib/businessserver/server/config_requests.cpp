@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <iterator>
+#include <utility>
 
 #include "protocol/json_text.h"
 #include "server/business_server.h"
@@ -50,7 +51,7 @@ void BusinessServer::HandleRequest(const _TagDpMsg* msg, const RequestPath& path
       if (path.logs_traffic && lxlogging::IsShown(kInfo)) BS_LOG(kInfo) << "bus receive : " << StyledText(document);
       reply[kType] = document[kType];
       const std::string name = reply[kType].asString();
-      request.body = document[kBody];
+      request.body = std::move(document[kBody]);
       if ((this->*path.run)(name, request) == -1) {
         SetReplyJsonStatus(reply, kSetError.state, kSetError.error_msg);
       }
