@@ -7,6 +7,7 @@
 #include <spdlog/logger.h>
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,6 +23,7 @@
 namespace {
 
 constexpr char kLogSource[] = "platform/linux/logging";
+constexpr size_t kUsualLength = 120;  // of a record's text: longer ones grow
 constexpr size_t kFileSize = 1024 * 1024;
 constexpr size_t kOlderFiles = 2;  // beside the one that is written
 // The text is put into place by CLxLogStream.
@@ -53,11 +55,7 @@ class StandardErrorSink : public spdlog::sinks::base_sink<spdlog::details::null_
   size_t Write(const spdlog::memory_buf_t& record) {
     size_t done = 0;
     while (done < record.size()) {
-      // A pipe that is ready takes PIPE_BUF bytes without blocking, and perhaps no more.
-      pollfd ready = {STDERR_FILENO, POLLOUT, 0};
-      if (poll(&ready, 1, lost_ > 0 ? 0 : kPatienceMs) <= 0 || (ready.revents & POLLOUT) == 0) break;
-      const ssize_t count =
-          write(STDERR_FILENO, record.data() + done, std::min<size_t>(record.size() - done, PIPE_BUF));
+      const ssize_t count = WriteReady(record.data() + done, record.size() - done);
       if (count < 0 && errno == EINTR) continue;
       if (count <= 0) break;
       done += static_cast<size_t>(count);
@@ -65,7 +63,23 @@ class StandardErrorSink : public spdlog::sinks::base_sink<spdlog::details::null_
     return done;
   }
 
+  // One write that waits for the reader no longer than for this record's patience.
+  ssize_t WriteReady(const char* data, size_t size) {
+    // The journal's socket says by itself that it is full: one call a record instead of two.
+    if (may_be_socket_) {
+      const ssize_t count = send(STDERR_FILENO, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+      if (count >= 0 || (errno != ENOTSOCK && errno != EAGAIN)) return count;
+      if (errno == ENOTSOCK) may_be_socket_ = false;
+    }
+    pollfd ready = {STDERR_FILENO, POLLOUT, 0};
+    if (poll(&ready, 1, lost_ > 0 ? 0 : kPatienceMs) <= 0 || (ready.revents & POLLOUT) == 0) return 0;
+    if (may_be_socket_) return send(STDERR_FILENO, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    // A pipe that is ready takes PIPE_BUF bytes without blocking, and perhaps no more.
+    return write(STDERR_FILENO, data, std::min<size_t>(size, PIPE_BUF));
+  }
+
   static constexpr int kPatienceMs = 100;
+  bool may_be_socket_ = true;
   unsigned long lost_ = 0;
   bool torn_ = false;  // the last thing written is the head of a lost record
 };
@@ -129,6 +143,17 @@ bool ParseLevel(const char* text) {
   return true;
 }
 
+// "1 lib/businessserver/server/business_server:42 "
+void AppendHead(int level, std::string_view source_file, int source_line, spdlog::memory_buf_t* line) {
+  const fmt::format_int level_text(level), line_text(source_line);
+  line->append(level_text.data(), level_text.data() + level_text.size());
+  line->push_back(' ');
+  line->append(source_file.data(), source_file.data() + source_file.size());
+  line->push_back(':');
+  line->append(line_text.data(), line_text.data() + line_text.size());
+  line->push_back(' ');
+}
+
 }  // namespace
 
 int InitLxLogging(int argc, char** argv) {
@@ -156,12 +181,14 @@ namespace lxlogging {
 bool IsShown(int level) { return level >= shown_from; }
 
 CLxLogStream::CLxLogStream(int level, const char* source_file, int source_line, int)
-    : shown_(IsShown(level)), level_(level), source_file_(source_file), source_line_(source_line) {}
+    : shown_(IsShown(level)), level_(level), source_file_(source_file), source_line_(source_line) {
+  if (shown_) text_.reserve(kUsualLength);
+}
 
 CLxLogStream::~CLxLogStream() {
   if (!shown_) return;
   spdlog::memory_buf_t line;
-  fmt::format_to(fmt::appender(line), "{} {}:{} ", level_, source_file_, source_line_);
+  AppendHead(level_, source_file_, source_line_, &line);
   platform::AppendLogText(text_, &line);
   spdlog::logger& logger = FileLogger() ? *FileLogger() : ToStandardError();
   logger.log(spdlog::source_loc{}, spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));

@@ -39,12 +39,16 @@ struct TemporaryDirectory {
   fs::path path;
 };
 
-// Standard error goes into a pipe for as long as this lives.
+bool OpenPipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
+// What the journal gives a service.
+bool OpenSocket(int (&ends)[2]) { return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0; }
+
+// Standard error goes into a pipe, or a socket, for as long as this lives.
 class CapturedErrors {
  public:
-  CapturedErrors() : saved_(dup(STDERR_FILENO)) {
+  explicit CapturedErrors(bool (*open_ends)(int (&)[2]) = OpenPipe) : saved_(dup(STDERR_FILENO)) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) abort();
+    if (!open_ends(ends)) abort();
     fcntl(ends[0], F_SETFL, O_NONBLOCK);
     dup2(ends[1], STDERR_FILENO);
     close(ends[1]);
@@ -124,8 +128,10 @@ TEST(Logging, RotatesItsFileAndFallsBackToStandardError) {
   EXPECT_NE(errors.Read().find("no file"), std::string::npos);
 }
 
-TEST(Logging, SurvivesAStandardErrorThatNobodyReads) {
-  const CapturedErrors errors;
+class UnreadErrors : public testing::TestWithParam<bool (*)(int (&)[2])> {};
+
+TEST_P(UnreadErrors, AreSurvived) {
+  const CapturedErrors errors(GetParam());
   const auto start = Clock::now();
   for (int i = 0; i < 1000; ++i) Log(3, std::string(1000, 'b'));
   EXPECT_LT(SecondsSince(start), 2);
@@ -139,6 +145,9 @@ TEST(Logging, SurvivesAStandardErrorThatNobodyReads) {
   dup2(STDOUT_FILENO, STDERR_FILENO);
   Log(3, "written after another loss");
 }
+
+INSTANTIATE_TEST_SUITE_P(Logging, UnreadErrors, testing::Values(OpenPipe, OpenSocket),
+                         [](const auto& each) { return each.index == 0 ? "Pipe" : "Socket"; });
 
 TEST(Base64, RefusesWhatIsNotCanonical) {
   const struct {
