@@ -1,7 +1,8 @@
 # shellcheck shell=bash
-# The Debian packages that building, running and testing need. Sourced by ./run and ./test; Debian 12's names.
+# The Debian packages that building, running, testing and measuring need. Sourced by ./run, ./test and benchmarks/run;
+# Debian 12's names.
 #   install_missing GROUP...   installs, through apt-get, what these groups lack; prints nothing when that is nothing
-# Groups: build, run, test, arm.
+# Groups: build, run, test, arm, bench.
 
 # The presets configure the tests with everything else, so the test library belongs to building.
 packages_build=(
@@ -13,11 +14,13 @@ packages_run=(mosquitto mosquitto-clients redis-server redis-tools)
 packages_test=(
   git clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
 )
+packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)
 packages_arm=(g++-arm-linux-gnueabihf qemu-user)
 
 reason_build="the compiler and the libraries that the programs are built with"
 reason_run="the broker, the store and their command-line clients"
 reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer"
+reason_bench="the micro-benchmark library, the profiler, and what the Python handler is written with"
 reason_arm="the cross-compiler for the 32-bit board and its emulator"
 
 # Prints those of the given packages that are not installed.

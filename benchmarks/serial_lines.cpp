@@ -1,0 +1,84 @@
+#include "serial_lines.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <sys/eventfd.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <stdexcept>
+
+namespace bench {
+
+namespace {
+
+// The near end stays open too: a line that nobody has open hangs up.
+int OpenLine(const std::string& path) {
+  const int far = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+  char name[128];
+  if (far < 0 || grantpt(far) != 0 || unlockpt(far) != 0 || ptsname_r(far, name, sizeof name) != 0) {
+    throw std::runtime_error("no pseudo-terminal");
+  }
+  const int near = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+  termios settings{};
+  tcgetattr(near, &settings);
+  cfmakeraw(&settings);
+  tcsetattr(near, TCSANOW, &settings);
+  unlink(path.c_str());
+  if (near < 0 || symlink(name, path.c_str()) != 0) throw std::runtime_error("cannot make " + path);
+  return far;
+}
+
+}  // namespace
+
+SerialLines::SerialLines(const std::string& beacon_path, const std::string& external_path)
+    : beacon_(OpenLine(beacon_path)),
+      external_(OpenLine(external_path)),
+      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      thread_([this] { Run(); }) {}
+
+SerialLines::~SerialLines() {
+  stop_ = true;
+  eventfd_write(wake_, 1);
+  thread_.join();
+}
+
+void SerialLines::TakeExternal() {
+  taken_ = true;
+  eventfd_write(wake_, 1);
+  while (!let_go_) std::this_thread::yield();
+  ReadExternal();
+}
+
+void SerialLines::GiveBackExternal() {
+  taken_ = false;
+  eventfd_write(wake_, 1);
+}
+
+size_t SerialLines::ReadExternal() const {
+  char bytes[4096];
+  const ssize_t count = read(external_, bytes, sizeof bytes);
+  return count > 0 ? static_cast<size_t>(count) : 0;
+}
+
+void SerialLines::Run() {
+  constexpr char kAccepted[] = "MTD:OK\r\n";
+  while (!stop_) {
+    let_go_ = taken_.load();
+    pollfd ready[] = {{wake_, POLLIN, 0}, {beacon_, POLLIN, 0}, {let_go_ ? -1 : external_, POLLIN, 0}};
+    if (poll(ready, std::size(ready), -1) <= 0) continue;
+    eventfd_t count;
+    eventfd_read(wake_, &count);
+    char bytes[4096];
+    if (ready[1].revents != 0 && read(beacon_, bytes, sizeof bytes) > 0) {
+      static_cast<void>(write(beacon_, kAccepted, strlen(kAccepted)) + 0);
+    }
+    if (ready[2].revents != 0) ReadExternal();
+  }
+}
+
+}  // namespace bench

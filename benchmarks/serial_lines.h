@@ -1,0 +1,38 @@
+// The device's two serial lines: pseudo-terminals that a thread of their own keeps empty, so that the daemon never
+// waits for a reader. The one with the beacon module accepts every command at once.
+#pragma once
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+namespace bench {
+
+class SerialLines {
+ public:
+  // Makes the links to both lines in the device's directory.
+  SerialLines(const std::string& beacon_path, const std::string& external_path);
+  ~SerialLines();
+  SerialLines(const SerialLines&) = delete;
+  SerialLines& operator=(const SerialLines&) = delete;
+
+  // Between the two calls the external line is the caller's to read.
+  void TakeExternal();
+  void GiveBackExternal();
+
+  // Whatever there is, without waiting: its size.
+  size_t ReadExternal() const;
+
+ private:
+  void Run();
+
+  int beacon_ = -1;
+  int external_ = -1;
+  int wake_ = -1;
+  std::atomic<bool> taken_{false};
+  std::atomic<bool> let_go_{false};  // the thread's answer to taken_
+  std::atomic<bool> stop_{false};
+  std::thread thread_;
+};
+
+}  // namespace bench
