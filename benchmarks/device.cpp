@@ -7,7 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <cstdio>
 #include <filesystem>
 #include <stdexcept>
 
@@ -140,9 +140,10 @@ bs::LX_Parking_Result_Param ResultRecord(bool occupied) {
   bs::LX_Parking_Result_Param record = {};
   int number = 1;
   for (bs::LX_ParkingResult& space : record.spaces) {
-    strcpy(space.plate, occupied ? "\xD4\xC1"
-                                   "B12345"
-                                 : "\x5F\xCE\xDE\x5F");
+    snprintf(space.plate, sizeof space.plate, "%s",
+             occupied ? "\xD4\xC1"
+                        "B12345"
+                      : "\x5F\xCE\xDE\x5F");
     space.plate_confidence = 97;
     space.plate_color = 1;
     space.time_stamp = 1700000000;
@@ -150,7 +151,7 @@ bs::LX_Parking_Result_Param ResultRecord(bool occupied) {
     space.second_flag = 1;
     space.space_status = occupied ? 1 : 0;
     snprintf(space.space_name, sizeof space.space_name, "A-%03d", number++);
-    strcpy(space.extra_text, "{\"camera\":\"north\"}");
+    snprintf(space.extra_text, sizeof space.extra_text, "%s", "{\"camera\":\"north\"}");
   }
   return record;
 }

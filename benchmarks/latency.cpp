@@ -58,7 +58,7 @@ class Latency {
   Latency(Device& device, const Effort& effort)
       : device_(device), effort_(effort), real_time_(device.SetRealTime(true)) {
     const std::string bus = std::to_string(kBusPort), store = std::to_string(kStorePort);
-    const auto start = [&](const char* topic, std::vector<std::string> command) {
+    const auto start = [&](const char* topic, const std::vector<std::string>& command) {
       responders_[topic] = &device_.StartHelper(command);
     };
     start(kEchoTopic, {device_.Program("bench_echo"), bus, kEchoTopic});

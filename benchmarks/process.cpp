@@ -18,6 +18,7 @@ namespace bench {
 
 Process::Process(const std::vector<std::string>& command, const std::string& directory, Streams streams) {
   std::vector<char*> words;
+  words.reserve(command.size() + 1);
   for (const std::string& word : command) words.push_back(const_cast<char*>(word.c_str()));
   words.push_back(nullptr);
   pid_ = fork();

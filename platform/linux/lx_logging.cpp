@@ -24,7 +24,7 @@ namespace {
 
 constexpr char kLogSource[] = "platform/linux/logging";
 constexpr size_t kUsualLength = 120;  // of a record's text: longer ones grow
-constexpr size_t kFileSize = 1024 * 1024;
+constexpr size_t kFileSize = size_t{1024} * 1024;
 constexpr size_t kOlderFiles = 2;  // beside the one that is written
 // The text is put into place by CLxLogStream.
 constexpr char kRecordForm[] = "%Y-%m-%d %H:%M:%S.%e %v";

@@ -72,7 +72,7 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void OnConfigControl(const _TagDpMsg* msg);
   void HandleRequest(const _TagDpMsg* msg, const RequestPath& path);
   static int CheckReqMsg(Json::Value& reply, Json::Value& request, const _TagDpMsg* msg);
-  static void SetReplyJsonStatus(Json::Value& reply, int status, std::string text);
+  static void SetReplyJsonStatus(Json::Value& reply, int status, const std::string& text);
   int RunConfigCommand(const std::string& name, ConfigRequest& request);
 
   // ---- config_commands.cpp: what single commands do. Each returns -1 for failure ----

@@ -36,9 +36,9 @@ int BusinessServer::CheckReqMsg(Json::Value& reply, Json::Value& request, const 
   return 0;
 }
 
-void BusinessServer::SetReplyJsonStatus(Json::Value& reply, int status, std::string text) {
+void BusinessServer::SetReplyJsonStatus(Json::Value& reply, int status, const std::string& text) {
   reply[kState] = status;
-  reply[kErrorMsg] = std::move(text);
+  reply[kErrorMsg] = text;
 }
 
 void BusinessServer::HandleRequest(const _TagDpMsg* msg, const RequestPath& path) {
