@@ -128,17 +128,18 @@ inline void CheckPublished() {
 }
 
 // Hands a message over in a block of exactly its size, as the bus does; a request gets one reply, the others none.
-inline void Deliver(const std::string& type, std::string_view payload) {
+inline void Deliver(const std::string& type_text, std::string_view payload) {
   const std::unique_ptr<char[]> block(new char[sizeof(_TagDpMsg) + payload.size() + 1]());
   auto* const msg = reinterpret_cast<_TagDpMsg*>(block.get());
-  msg->type_name_len = static_cast<uint8_t>(type.copy(msg->type_name, sizeof msg->type_name - 1));
+  msg->type_name_len = static_cast<uint8_t>(type_text.copy(msg->type_name, sizeof msg->type_name - 1));
+  const std::string type = msg->type_name;
   msg->data_size = static_cast<uint32_t>(payload.size());
   memcpy(msg + 1, payload.data(), payload.size());
   Fake().replies.clear();
   Fake().on_message(nullptr, msg, Fake().user);
   MUST_HOLD(Fake().replies.size() == (type == kBusRequestMessage || type == kBusExtRequestMessage ? 1 : 0));
   for (const auto& reply : Fake().replies) {
-    if (reply.data.size() == sizeof(LX_Parking_Result_Param) && reply.data[0] != '{') continue;  // the latest result
+    if (reply.data.size() == sizeof(LX_Parking_Result_Param)) continue;  // the latest result
     const int state = MustParse(reply.data)[kState].asInt();
     MUST_HOLD(reply.type == type && (state == 200 || (state >= 401 && state <= 405)));
   }
