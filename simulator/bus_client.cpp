@@ -21,7 +21,7 @@ struct Properties {
 std::string TextProperty(const mosquitto_property* properties, int number) {
   char* value = nullptr;
   if (mosquitto_property_read_string(properties, number, &value, false) == nullptr) return "";
-  const std::string text = value;
+  std::string text = value;
   free(value);
   return text;
 }
@@ -30,7 +30,7 @@ std::string BinaryProperty(const mosquitto_property* properties, int number) {
   void* value = nullptr;
   uint16_t size = 0;
   if (mosquitto_property_read_binary(properties, number, &value, &size, false) == nullptr) return "";
-  const std::string bytes(static_cast<const char*>(value), size);
+  std::string bytes(static_cast<const char*>(value), size);
   free(value);
   return bytes;
 }

@@ -74,7 +74,9 @@ void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::stri
 std::string FactsText(const Facts& facts) {
   std::string text;
   for (const auto& [name, value] : facts) {
-    if (value != kNothing) text += (text.empty() ? "" : " ") + name + "=" + value;
+    if (value == kNothing) continue;
+    if (!text.empty()) text += ' ';
+    text.append(name).append("=").append(value);
   }
   return text;
 }

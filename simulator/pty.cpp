@@ -11,7 +11,7 @@
 namespace desk {
 namespace {
 
-constexpr size_t kMostUnsent = 64 * 1024;
+constexpr size_t kMostUnsent = 65536;
 
 }  // namespace
 

@@ -49,14 +49,19 @@ bool SetText(char (&field)[Width], const std::string& utf8, std::string& problem
   return true;
 }
 
+void SetNoPlate(LX_ParkingResult& space) {
+  memset(space.plate, 0, sizeof space.plate);
+  memcpy(space.plate, kNoPlate, sizeof kNoPlate);
+}
+
 }  // namespace
 
 Recogniser::Recogniser() {
-  const char* const names[] = {"A-101", "A-102", "A-103"};
+  std::string no_problem;
   for (size_t i = 0; i < businessserver::kSpaces; ++i) {
     auto& space = record_.spaces[i];
-    strcpy(space.plate, kNoPlate);
-    strcpy(space.space_name, names[i]);
+    SetNoPlate(space);
+    SetText(space.space_name, "A-10" + std::to_string(i + 1), no_problem);
     space.valid = 1;
     space.plate_color = 0;
     space.plate_confidence = 95;
@@ -81,8 +86,7 @@ const LX_Parking_Result_Param& Recogniser::Arrive(size_t number, const std::stri
   auto& space = record_.spaces[number - 1];
   std::string problem;
   if (plate.empty()) {
-    memset(space.plate, 0, sizeof space.plate);
-    strcpy(space.plate, kNoPlate);
+    SetNoPlate(space);
   } else {
     SetText(space.plate, plate, problem);
   }
@@ -92,8 +96,7 @@ const LX_Parking_Result_Param& Recogniser::Arrive(size_t number, const std::stri
 
 const LX_Parking_Result_Param& Recogniser::Leave(size_t number) {
   auto& space = record_.spaces[number - 1];
-  memset(space.plate, 0, sizeof space.plate);
-  strcpy(space.plate, kNoPlate);
+  SetNoPlate(space);
   space.space_status = 0;
   space.occupy_line = 0;
   return Touch(number);

@@ -81,8 +81,9 @@ bool Screen::Run(const Loop::Condition& interrupted, End& end, std::string& prob
   UseUtf8();
   SCREEN* terminal = isatty(STDIN_FILENO) && isatty(STDOUT_FILENO) ? newterm(nullptr, stdout, stdin) : nullptr;
   if (terminal == nullptr) {
-    problem = "the live screen needs a terminal that curses knows, and TERM is \"" +
-              std::string(getenv("TERM") == nullptr ? "" : getenv("TERM")) + "\"";
+    const char* name = getenv("TERM");
+    problem = std::string("the live screen needs a terminal that curses knows; TERM is ") +
+              (name == nullptr ? "not set" : name);
     return false;
   }
   MakeColors();

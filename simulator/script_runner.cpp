@@ -1,5 +1,7 @@
 #include "script_runner.h"
 
+#include <vector>
+
 namespace desk {
 namespace {
 
@@ -34,8 +36,8 @@ bool ScriptRunner::Run(const Script& script, std::string& problem) {
       expected_since_action_ = true;
       if (!Meet(statement.expectation, seen) && !interrupted_()) {
         const auto& expectation = statement.expectation;
-        problem = where + statement.text + "\n    not so " + (expectation.absent ? "for " : "within ") +
-                  Seconds(expectation.limit) + "; seen: " + seen;
+        problem = where + statement.text + "\n    not so " + (expectation.absent ? "for " : "within ");
+        problem += Seconds(expectation.limit) + "; seen: " + seen;
         return false;
       }
       ++expectations_met_;
@@ -94,16 +96,16 @@ bool ScriptRunner::EventSeen(const Expectation& expectation) {
 
 // What came from the same source in the same stretch.
 std::string ScriptRunner::EventsSeen(const Expectation& expectation) const {
-  std::string seen;
-  size_t count = 0;
+  std::vector<std::string> lines;
   const auto& events = (expectation.in_log ? desk_.daemon_log() : desk_.journal()).events();
-  for (auto event = events.rbegin(); event != events.rend() && count < kMostSeenShown; ++event) {
+  for (auto event = events.rbegin(); event != events.rend() && lines.size() < kMostSeenShown; ++event) {
     if (event->number < (expectation.in_log ? log_mark_ : journal_mark_)) break;
     if (!expectation.in_log && event->source != expectation.source) continue;
-    seen = "\n      " + event->text +
-           (used_.count(event->number) != 0 && !expectation.in_log ? "  (met another line)" : "") + seen;
-    ++count;
+    const bool used = !expectation.in_log && used_.count(event->number) != 0;
+    lines.push_back("\n      " + event->text + (used ? "  (met another line)" : ""));
   }
+  std::string seen;
+  for (auto line = lines.rbegin(); line != lines.rend(); ++line) seen += *line;
   return seen.empty() ? "nothing of the kind" : seen;
 }
 

@@ -14,7 +14,7 @@ using businessserver::kExtTtyio;
 using businessserver::kRs485pro;
 
 constexpr Loop::Milliseconds kGap(5);  // a pause of this length ends a burst
-constexpr size_t kLongestBurst = 64 * 1024;
+constexpr size_t kLongestBurst = 65536;
 constexpr size_t kMostBytesShown = 64;
 
 const char* KindName(decode::FrameKind kind) {

@@ -9,7 +9,7 @@ namespace {
 
 constexpr int kStorePort = 5299;
 constexpr char kHash[] = "kvdb";
-constexpr timeval kLimit = {0, 200 * 1000};
+constexpr timeval kLimit = {0, 200000};
 constexpr Loop::Milliseconds kPause(1000);
 
 std::string KeyBytes(const std::string& document) {
