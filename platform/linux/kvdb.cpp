@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "lx_logging.h"
+#include "shell.h"
 #include "signals.h"
 
 namespace {
@@ -26,6 +27,9 @@ constexpr timeval kConnectLimit = {0, 200 * 1000};
 constexpr timeval kAnswerLimit = {0, 500 * 1000};
 // The loop thread waits on the store: after a failure it does not wait again for this long.
 constexpr auto kFailFast = std::chrono::seconds(1);
+// What is not read at the start is not read again: a store that is started at the same time gets this long to listen.
+constexpr auto kStartLimit = std::chrono::seconds(1);
+constexpr unsigned kStartPauseMicroseconds = 20000;
 
 struct ReplyDeleter {
   void operator()(redisReply* reply) const { freeReplyObject(reply); }
@@ -43,9 +47,11 @@ class Store {
   // Null when the store is out of reach or refuses the command.
   Reply Run(std::initializer_list<std::string_view> command);
 
-  bool Connect();
+  // Whether it answers, before the limit is over.
+  bool Await(Clock::duration limit);
 
  private:
+  bool Connect();
   bool IsConnected() const;
   void Fail(const char* what);
   void NoteAnswer(std::string_view command, const redisReply& reply);
@@ -80,6 +86,16 @@ bool Store::Connect() {
   return true;
 }
 
+bool Store::Await(Clock::duration limit) {
+  const auto end = Clock::now() + limit;
+  while (!Run({"PING"})) {
+    if (Clock::now() >= end) return false;
+    retry_at_ = {};
+    SleepMicroseconds(kStartPauseMicroseconds);
+  }
+  return true;
+}
+
 // Frees the connection too: a late answer would be taken for that of the next command.
 void Store::Fail(const char* what) {
   if (!failing_) {
@@ -104,6 +120,12 @@ Reply Store::Run(std::initializer_list<std::string_view> command) {
   Reply reply(static_cast<redisReply*>(redisCommandArgv(context_.get(), count, words, lengths)));
   if (!reply) {
     Fail("does not answer");
+    return nullptr;
+  }
+  // While it reads its file it refuses everything. A default must not be written over a document that could not be
+  // read: the pause keeps the next write away too.
+  if (reply->type == REDIS_REPLY_ERROR && std::string_view(reply->str, reply->len).substr(0, 7) == "LOADING") {
+    Fail("is not ready yet");
     return nullptr;
   }
   NoteAnswer(*command.begin(), *reply);
@@ -140,7 +162,7 @@ int Kvdb_Start(const char* host, uint16_t port) {
   if (host == nullptr) return -1;
   platform::IgnoreBrokenPipes();
   store = std::make_unique<Store>(host, port);
-  return store->Connect() ? 1 : -1;
+  return store->Await(kStartLimit) ? 1 : -1;
 }
 
 int Kvdb_Stop() {

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -287,6 +288,34 @@ TEST_F(StoreTest, NeverHoldsItsCallerUp) {
   start = Clock::now();
   EXPECT_EQ(Get("key"), "failed");
   EXPECT_LT(SecondsSince(start), 0.1);
+}
+
+// While the store reads its file it refuses everything: the default that stands in for a document that could not be
+// read must not be written over it a moment later.
+TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size) | listen(listener, 1), 0);
+  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  const pid_t server = fork();
+  if (server == 0) {
+    const int peer = accept(listener, nullptr, nullptr);
+    char command[256];
+    for (const char* answer : {"+PONG\r\n", "-LOADING the dataset\r\n", ":1\r\n"}) {
+      if (read(peer, command, sizeof command) <= 0 || write(peer, answer, strlen(answer)) < 0) break;
+    }
+    _exit(0);
+  }
+  close(listener);
+  ASSERT_EQ(Kvdb_Start("127.0.0.1", ntohs(address.sin_port)), 1);
+  const auto ignore = [](const char*, int, const char*, int, void*) {};
+  EXPECT_EQ(Kvdb_GetKey("key", 3, ignore, nullptr), -1);
+  EXPECT_EQ(Kvdb_SetKey("key", 3, "default", 7), -1);
+  Kvdb_Stop();
+  waitpid(server, nullptr, 0);
 }
 
 // The server stops the bus client before it destroys its timers.

@@ -1,0 +1,113 @@
+// A day at high speed: a million results and ten thousand commands, neighbours' pushes between them, with the
+// daemon's memory and descriptors in a table over time. Exits nonzero when they grow or an answer is missing.
+//   soak [--results N] [--commands N] [--daemon PROGRAM] [--packaging DIRECTORY]
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
+
+#include "protocol/names.h"
+#include "protocol/parking_result.h"
+#include "rig.h"
+
+namespace {
+
+namespace bs = businessserver;
+using hostile::Holdings;
+using hostile::Loop;
+using hostile::Milliseconds;
+using hostile::Rig;
+
+constexpr int kBurst = 500;  // results on their way at a time
+constexpr int kRows = 24;    // an hour each
+constexpr int kLeakLimitKb = 256;
+constexpr Milliseconds kBurstLimit(20000);
+
+struct Command {
+  const char* name;
+  const char* body;
+};
+constexpr Command kCommands[] = {
+    {bs::kGetTtyioCfg, "0"},
+    {bs::kSetParkingReserveCfg, R"({"reservecfg":{"reservenum":0,"reserve":[]}})"},
+    {bs::kGetNetStatus, "0"},
+    {bs::kSetDevPos, R"({"pos":0})"},
+    {bs::kGetLatestIvsresult, "0"},
+    {bs::kSetParkingColorCfg, R"({"parkingledcolorcfg":{"parkingfreeledcolor":1,"parkingoccupyledcolor":0}})"},
+    {bs::kQuaryControledLog, "0"},
+    {bs::kGetRs485proCfg, "0"},
+};
+
+// Cars come and go on all three spaces, each with a plate of its own.
+std::string Result(int number) {
+  bs::LX_Parking_Result_Param record = {};
+  for (size_t i = 0; i < bs::kSpaces; ++i) {
+    auto& space = record.spaces[i];
+    snprintf(space.plate, sizeof space.plate, "\xBE\xA9%c%05d", 'A' + static_cast<char>(i), number % 100000);
+    snprintf(space.space_name, sizeof space.space_name, "A-%zu", i);
+    space.valid = space.second_flag = 1;
+    space.space_status = number >> i & 1;
+    space.time_stamp = static_cast<uint32_t>(number);
+  }
+  return std::string(reinterpret_cast<const char*>(&record), sizeof record);
+}
+
+std::string Push(int number) {
+  return "{\"s_addr\":" + std::to_string(0x0200A8C0u + static_cast<unsigned>(number % 200) * 0x1000000u) +
+         ",\"pos\":" + std::to_string(number % 4) +
+         ",\"totle\":3,\"free\":1,\"cm_dev\":[{\"ip\":" + std::to_string(number % 50 + 1) + ",\"tn\":1,\"fn\":1}]}";
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int results = 1000000;
+  int commands = 10000;
+  std::string daemon = BINARY_DIRECTORY "/business_server";
+  std::string packaging = PACKAGING_DIRECTORY;
+  CLI::App app("A day at high speed");
+  app.add_option("--results", results, "recognition results");
+  app.add_option("--commands", commands, "configuration commands");
+  app.add_option("--daemon", daemon, "the daemon's program");
+  app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
+  CLI11_PARSE(app, argc, argv);
+
+  Rig rig;
+  if (!rig.Start(daemon, packaging)) return 1;
+  rig.Await(bs::kSetTtyioCfg, R"({"ttyionum":2,"baudrate":115200,"checkbit":0,"databit":8,"stopbit":1})", kBurstLimit);
+
+  const auto start = Loop::Clock::now();
+  int sent = 0, asked = 0, answered = 0;
+  Holdings first, last;
+  printf("%8s %10s %10s %12s %12s\n", "seconds", "results", "commands", "memory (kB)", "descriptors");
+  const auto print = [&] {
+    last = rig.OfDaemon();
+    const auto passed = std::chrono::duration_cast<std::chrono::seconds>(Loop::Clock::now() - start).count();
+    printf("%8lld %10d %10d %12d %12d\n", static_cast<long long>(passed), sent, answered, last.resident_kb,
+           last.descriptors);
+    fflush(stdout);
+  };
+  int printed = 0;
+  while (sent < results) {
+    for (int i = 0; i < kBurst && sent < results; ++i, ++sent) {
+      rig.Publish(bs::kAvsSimulatorTrigger, Result(sent));
+      if (sent % 100 == 0) rig.Publish(bs::kBusNetPush, Push(sent / 100));
+      if (static_cast<int64_t>(asked) * results > static_cast<int64_t>(sent) * commands) continue;
+      const Command& command = kCommands[static_cast<size_t>(asked++) % std::size(kCommands)];
+      rig.Send(command.name, command.body, [&](int, const std::string&) { ++answered; });
+    }
+    const auto all_back = [&] {
+      return rig.heard[bs::kBusSimulatorTrigger] == static_cast<uint64_t>(sent) && answered == asked;
+    };
+    if (!rig.loop.RunUntil(all_back, kBurstLimit)) {
+      printf("lost: %llu of %d results came back, %d of %d commands were answered\n",
+             static_cast<unsigned long long>(rig.heard[bs::kBusSimulatorTrigger]), sent, answered, asked);
+      return 1;
+    }
+    if (sent < (printed + 1) * (results / kRows)) continue;
+    print();
+    if (++printed == 2) first = last;  // buffers have grown to their size by then
+  }
+  const bool flat = last.descriptors == first.descriptors && last.resident_kb <= first.resident_kb + kLeakLimitKb;
+  printf("%s; the daemon ended by itself %d times\n", flat ? "flat" : "GROWING", rig.ended_by_itself["daemon"]);
+  return flat && rig.ended_by_itself["daemon"] == 0 ? 0 : 1;
+}
