@@ -8,6 +8,7 @@
 #include <cstring>
 #include <utility>
 
+#include "bus_account.h"
 #include "lx_logging.h"
 
 namespace platform {
@@ -85,6 +86,7 @@ bool MqttLink::MakeClient() {
   mosquitto_int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   // A handler that publishes an event and then its reply would otherwise wait 40 ms for the broker's acknowledgement.
   mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
+  UseBusAccount(client_.get(), kDaemonRole, nullptr);
   mosquitto_connect_v5_callback_set(client_.get(), &MqttLink::OnConnect);
   mosquitto_subscribe_v5_callback_set(client_.get(), &MqttLink::OnSubscribe);
   mosquitto_message_v5_callback_set(client_.get(), &MqttLink::OnMessage);

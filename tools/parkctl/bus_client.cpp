@@ -10,6 +10,7 @@
 #include <memory>
 #include <random>
 
+#include "bus_account.h"
 #include "console.h"
 
 namespace parkctl {
@@ -20,7 +21,8 @@ using std::chrono::milliseconds;
 using Clock = std::chrono::steady_clock;
 
 constexpr char kHost[] = "127.0.0.1";
-constexpr int kKeepAliveSeconds = 5;  // a broker that froze is noticed after about twice this
+constexpr char kAccounts[] = "/etc/business-server/bus";  // of an installed device
+constexpr int kKeepAliveSeconds = 5;                      // a broker that froze is noticed after about twice this
 constexpr milliseconds kBrokerWait{3000};
 // The broker confirms a message sent this way, and says so when nobody subscribes to its type.
 constexpr int kConfirmed = 1;
@@ -50,13 +52,14 @@ BusClient* Self(void* self) { return static_cast<BusClient*>(self); }
 
 }  // namespace
 
-BusClient::BusClient(uint16_t port) : port_(port) {
+BusClient::BusClient(uint16_t port, const char* role) : port_(port), role_(role) {
   static const int library = mosquitto_lib_init();
   static_cast<void>(library);
   client_ = mosquitto_new(nullptr, true, this);
   if (client_ == nullptr) throw std::bad_alloc();
   mosquitto_int_option(client_, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client_, MOSQ_OPT_TCP_NODELAY, 1);
+  platform::UseBusAccount(client_, role, kAccounts);
   mosquitto_connect_v5_callback_set(client_, OnConnect);
   mosquitto_subscribe_v5_callback_set(client_, OnSubscribe);
   mosquitto_publish_v5_callback_set(client_, OnPublish);
@@ -70,6 +73,7 @@ BusClient::~BusClient() {
 
 void BusClient::OnConnect(mosquitto*, void* self, int reason, int, const mqtt5__property*) {
   Self(self)->connected_ = reason == MQTT_RC_SUCCESS;
+  Self(self)->stranger_ = reason == MQTT_RC_NOT_AUTHORIZED || reason == MQTT_RC_BAD_USERNAME_OR_PASSWORD;
   if (reason != MQTT_RC_SUCCESS) Self(self)->problem_ = mosquitto_reason_string(reason);
 }
 
@@ -135,6 +139,7 @@ bool BusClient::Send(const std::string& type, const std::string& data, const mqt
 
 BusClient::Outcome BusClient::Publish(const std::string& type, const std::string& data) {
   if (!Send(type, data, nullptr) || !Run(kBrokerWait, [this] { return taken_.has_value(); })) return Failure();
+  if (*taken_ == MQTT_RC_NOT_AUTHORIZED) return Outcome::kRefused;
   return *taken_ == MQTT_RC_NO_MATCHING_SUBSCRIBERS ? Outcome::kNobodyListens : Outcome::kDelivered;
 }
 
@@ -151,9 +156,9 @@ BusClient::Outcome BusClient::Request(const std::string& type, const std::string
                                 static_cast<uint16_t>(correlation_.size()));
   const Properties properties(list);
   if (!Send(type, data, properties.get())) return Failure();
-  const auto nobody = [this] { return taken_ && *taken_ == MQTT_RC_NO_MATCHING_SUBSCRIBERS; };
+  const auto nobody = [this] { return taken_ && *taken_ != MQTT_RC_SUCCESS; };
   if (!Run(wait, [&] { return answer_ || nobody(); })) return Failure();
-  if (!answer_) return Outcome::kNobodyListens;
+  if (!answer_) return *taken_ == MQTT_RC_NOT_AUTHORIZED ? Outcome::kRefused : Outcome::kNobodyListens;
   answer = *answer_;
   return Outcome::kDelivered;
 }
@@ -186,12 +191,20 @@ int BusClient::Explain(Outcome outcome, const std::string& type) const {
     case Outcome::kNobodyListens:
       Note("nobody on the bus takes " + type + ". Is the daemon up (business_server)?");
       break;
+    case Outcome::kRefused:
+      Note(std::string("the bus does not let ") + role_ + " send " + type + ".");
+      break;
     case Outcome::kSilent:
       Note(
           "sent, but no answer came. Is the daemon up (business_server), or busy? Its log says what it does; "
           "--timeout waits longer.");
       break;
     case Outcome::kNoBroker:
+      if (stranger_) {
+        Note("the bus at " + where + " wants the account of " + role_ + ", which is for members of the group " +
+             "business-server-" + role_ + " to read.");
+        break;
+      }
       Note("no bus at " + where + " (" + problem_ + "). Is the broker up (mosquitto)?");
       break;
   }

@@ -22,9 +22,10 @@ struct BusMessage {
 
 class BusClient {
  public:
-  enum class Outcome { kDelivered, kNobodyListens, kSilent, kNoBroker };
+  enum class Outcome { kDelivered, kNobodyListens, kRefused, kSilent, kNoBroker };
 
-  explicit BusClient(uint16_t port);
+  // Speaks in a role (bus_account.h), where the device keeps accounts and the user may read that one.
+  BusClient(uint16_t port, const char* role);
   ~BusClient();
   BusClient(const BusClient&) = delete;
   BusClient& operator=(const BusClient&) = delete;
@@ -57,10 +58,12 @@ class BusClient {
   Outcome Failure() const;
 
   uint16_t port_;
+  const char* const role_;
   mosquitto* client_;
   std::string problem_;  // why there is no connection
   bool connected_ = false;
   bool lost_ = false;
+  bool stranger_ = false;  // the broker wants an account
   bool subscribed_ = false;
   std::optional<int> taken_;  // the broker's reason code for the message sent last
   std::string reply_topic_;   // of the request under way

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <iterator>
 
+#include "bus_account.h"
 #include "bus_client.h"
 #include "console.h"
 #include "message_words.h"
@@ -46,8 +47,8 @@ Json::Value ControlledDevice(const std::string& text) {
   return device;
 }
 
-int Send(uint16_t bus_port, const std::string& type, const std::string& data) {
-  BusClient bus(bus_port);
+int Send(uint16_t bus_port, const char* role, const std::string& type, const std::string& data) {
+  BusClient bus(bus_port, role);
   BusClient::Outcome outcome = BusClient::Outcome::kNoBroker;
   if (bus.Connect()) outcome = bus.Publish(type, data);
   if (outcome == BusClient::Outcome::kDelivered) {
@@ -62,7 +63,8 @@ int SendResult(const ResultOptions& options) {
   const auto now = static_cast<uint32_t>(time(nullptr));
   const bs::LX_Parking_Result_Param record = BuildRecord(options.spaces, options.record_text, now);
   const std::string data(reinterpret_cast<const char*>(&record), sizeof record);
-  return Send(options.bus_port, options.change ? bs::kAvsParkRectChange : bs::kAvsSimulatorTrigger, data);
+  return Send(options.bus_port, platform::kRecogniserRole,
+              options.change ? bs::kAvsParkRectChange : bs::kAvsSimulatorTrigger, data);
 }
 
 int SendPush(const PushOptions& options) {
@@ -76,7 +78,7 @@ int SendPush(const PushOptions& options) {
   push[bs::kPos] = Position(options.position);
   push[bs::kCmDev] = Json::Value();
   for (const std::string& device : options.devices) push[bs::kCmDev].append(ControlledDevice(device));
-  return Send(options.bus_port, bs::kBusNetPush, bs::StyledText(push));
+  return Send(options.bus_port, platform::kRelayRole, bs::kBusNetPush, bs::StyledText(push));
 }
 
 }  // namespace parkctl

@@ -7,6 +7,7 @@
 #include <iostream>
 #include <thread>
 
+#include "bus_account.h"
 #include "bus_client.h"
 #include "console.h"
 #include "message_words.h"
@@ -85,7 +86,7 @@ int Watch(const WatchOptions& options) {
   Printer printer(options);
   bool waiting = false;
   while (true) {
-    BusClient bus(options.bus_port);
+    BusClient bus(options.bus_port, platform::kIntegratorRole);
     const bool connected = bus.Connect() && bus.Listen(WatchedTypes());
     if (connected) {
       Note(waiting ? "the bus is back" : "watching; Ctrl-C ends");

@@ -1,0 +1,68 @@
+# The Debian package of the device: the daemon, parkctl, and the services around them. Build it with
+#   cmake --build --preset release --target package
+# or, for the board and without parkctl, with the preset arm.
+
+# The packaged daemon is always the camera's. In a build for the desk it is linked once more: it brings the board's
+# paths itself, and the platform library's own are then left out.
+if(BOARD STREQUAL camera)
+  install(TARGETS business_server DESTINATION bin)
+else()
+  add_executable(business_server_packaged ${CMAKE_SOURCE_DIR}/business_server/main.cpp
+                 ${CMAKE_SOURCE_DIR}/platform/linux/board_camera.cpp)
+  target_link_libraries(business_server_packaged PRIVATE businessserver platform)
+  set_target_properties(business_server_packaged PROPERTIES
+    OUTPUT_NAME business_server RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/package)
+  install(TARGETS business_server_packaged DESTINATION bin)
+endif()
+if(TARGET parkctl)
+  install(TARGETS parkctl DESTINATION bin)
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/parkctl.bash-completion
+          DESTINATION share/bash-completion/completions RENAME parkctl OPTIONAL)
+endif()
+
+# The desk's broker and store configurations with what the device has on top.
+set(here ${CMAKE_CURRENT_LIST_DIR})
+set(made ${CMAKE_BINARY_DIR}/package)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS
+  ${here}/mosquitto.conf ${here}/redis.conf ${here}/device/mosquitto.conf ${here}/device/redis.conf)
+file(READ ${here}/mosquitto.conf broker)
+file(READ ${here}/device/mosquitto.conf accounts)
+if(NOT broker MATCHES "allow_anonymous true\n")
+  message(FATAL_ERROR "packaging/mosquitto.conf no longer says 'allow_anonymous true': the device's accounts have no place")
+endif()
+string(REPLACE "allow_anonymous true\n" "\n${accounts}" broker "${broker}")
+file(WRITE ${made}/mosquitto.conf "${broker}")
+file(READ ${here}/redis.conf store)
+file(READ ${here}/device/redis.conf access)
+file(WRITE ${made}/redis.conf "${store}${access}")
+
+install(FILES ${made}/mosquitto.conf ${made}/redis.conf ${here}/device/bus.acl DESTINATION /etc/business-server)
+install(PROGRAMS ${here}/store-repair ${here}/make-accounts DESTINATION lib/business-server)
+install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-server-bus.service
+              ${here}/systemd/business-server-store.service DESTINATION /lib/systemd/system)
+install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
+install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md DESTINATION share/doc/business-server)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PACKAGE_NAME business-server)
+set(CPACK_PACKAGE_CONTACT "The business server's maintainers <maintainers@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Business server of a parking-guidance camera")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION misc)
+# killall is psmisc's: the daemon restarts the recognition programs with it.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "mosquitto (>= 2.0), redis-server (>= 5:7.0), redis-tools (>= 5:7.0), systemd, psmisc")
+if(CMAKE_CROSSCOMPILING)
+  # This machine's package database does not know the board's libraries.
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+  string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", libc6 (>= 2.36), libevent-core-2.1-7, libhiredis0.14, libjsoncpp25,"
+    " libmosquitto1, libsodium23, libstdc++6 (>= 12), libsystemd0")
+else()
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+endif()
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+  ${here}/debian/postinst ${here}/debian/prerm ${here}/debian/postrm ${here}/debian/conffiles)
+include(CPack)

@@ -1,0 +1,30 @@
+// Accounts on the bus. A broker that wants to know who is who knows this device's roles by these names; a broker on a
+// desk asks nobody.
+#pragma once
+
+#include <mosquitto.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+
+namespace platform {
+
+inline constexpr char kDaemonRole[] = "business_server";
+inline constexpr char kRecogniserRole[] = "recogniser";
+inline constexpr char kRelayRole[] = "relay";
+inline constexpr char kIntegratorRole[] = "integrator";
+
+// Makes the client log in as a role. The password is the first line of the file of the role's name in the directory
+// that the supervisor keeps credentials in for this process, or, without one, in otherwise (which may be null). Where
+// there is no such file, or none that this process may read, the client stays nobody.
+inline void UseBusAccount(mosquitto* client, const char* role, const char* otherwise) {
+  const char* directory = std::getenv("CREDENTIALS_DIRECTORY");
+  if (directory == nullptr) directory = otherwise;
+  if (directory == nullptr) return;
+  std::ifstream file(std::string(directory) + "/" + role);
+  std::string password;
+  if (std::getline(file, password)) mosquitto_username_pw_set(client, role, password.c_str());
+}
+
+}  // namespace platform
