@@ -62,6 +62,13 @@ void Bus::Subscribe(const std::string& topic) {
   if (!ServeUntil([this] { return ready_; }, kPatience)) throw std::runtime_error("the broker does not confirm");
 }
 
+// What is still on its way comes all the same, to a receiver that is not there any more.
+void Bus::Unsubscribe(const std::string& topic) {
+  receiver_ = nullptr;
+  Check(mosquitto_unsubscribe(client_.get(), nullptr, topic.c_str()), "unsubscribe");
+  Serve(0);
+}
+
 void Bus::Publish(const char* topic, std::string_view payload) {
   Check(mosquitto_publish(client_.get(), nullptr, topic, static_cast<int>(payload.size()), payload.data(), 0, false),
         "publish");

@@ -26,6 +26,7 @@ class Bus {
   Bus& operator=(const Bus&) = delete;
 
   void Subscribe(const std::string& topic);  // returns when the broker has confirmed it
+  void Unsubscribe(const std::string& topic);
   void OnMessage(std::function<void(const Message&)> receiver) { receiver_ = std::move(receiver); }
 
   void Publish(const char* topic, std::string_view payload);

@@ -70,9 +70,19 @@ class Latency {
     device_.bus().Subscribe(bs::kBusBroadcastMessage);
   }
 
-  ~Latency() { device_.SetRealTime(false); }
+  ~Latency() {
+    device_.bus().Unsubscribe(bs::kBusSimulatorTrigger);
+    device_.bus().Unsubscribe(bs::kBusBroadcastMessage);
+    device_.SetRealTime(false);
+  }
   Latency(const Latency&) = delete;
   Latency& operator=(const Latency&) = delete;
+
+  // A first burst makes broker and client as large as they will be.
+  void WarmUp() {
+    Burst unused;
+    RunBurst(Questions()[0], unused);
+  }
 
   void RunBlock(int block, const LogMode& mode) {
     device_.StartDaemon(mode);
@@ -267,6 +277,7 @@ void Latency::Fill(Report& report) {
 
 void MeasureLatency(Device& device, const Effort& effort, Report& report) {
   Latency latency(device, effort);
+  latency.WarmUp();
   for (int block = 0; block < effort.blocks; ++block) {
     for (const LogMode& mode : LogModes()) latency.RunBlock(block, mode);
   }

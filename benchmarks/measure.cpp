@@ -13,7 +13,7 @@ using namespace bench;
 
 // clang-format off
 //                       blocks rounds requests results bursts  burst  idle starts profiled growth  long run
-constexpr Effort kFull  = {10,    10,     50,     10,     2,   20000,   6,    9,     200,    400,   1000000};
+constexpr Effort kFull  = {10,    10,     50,     10,     3,   20000,   5,    9,     200,    400,   1000000};
 constexpr Effort kQuick = { 2,    10,     25,     10,     1,   20000,   3,    3,      50,    100,     20000};
 // clang-format on
 

@@ -12,6 +12,13 @@ double Quantile(std::vector<double> samples, double share) {
   return samples[rank];
 }
 
+double Median(const std::vector<double>& samples) {
+  if (samples.size() % 2 != 0) return Quantile(samples, 0.5);
+  const double half = static_cast<double>(samples.size() / 2);
+  const double all = static_cast<double>(samples.size()) - 1;
+  return (Quantile(samples, (half - 1) / all) + Quantile(samples, half / all)) / 2;
+}
+
 void Series::AddRound(const std::vector<double>& round) {
   samples.insert(samples.end(), round.begin(), round.end());
   round_medians.push_back(Median(round));

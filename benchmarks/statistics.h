@@ -7,7 +7,7 @@ namespace bench {
 
 // The sample below which this share of all samples lies; 0 without samples.
 double Quantile(std::vector<double> samples, double share);
-inline double Median(const std::vector<double>& samples) { return Quantile(samples, 0.5); }
+double Median(const std::vector<double>& samples);
 
 // What was measured of one thing: all samples, and the median of each round. Rounds of things that are compared are
 // interleaved, so their medians by round saw the same state of the machine.
