@@ -58,6 +58,20 @@ TEST_F(ServerTest, ChoosesTheStateAndItsColor) {
   });
 }
 
+TEST_F(ServerTest, UnusableColorConfigurationCostsTheLampOnly) {
+  for (const char* text : {R"({"externalcontrol_enable":"x"})", R"({"parkingledcolorcfg":7})", "[]"}) {
+    ResetFake();
+    Fake().store[KeyOf(kBusLedColor)] = text;
+    Run([&] {
+      Fake().sent.clear();
+      Fake().Deliver(kAvsSimulatorTrigger, Record(Space(1)));
+      EXPECT_NE(Fake().LastSent(kBusSimulatorTrigger), nullptr) << text;
+      EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"]["totle"].asUInt(), 1u) << text;
+      EXPECT_NE(TakeExternal(), "") << text;
+    });
+  }
+}
+
 TEST_F(ServerTest, CountsItsSpacesInTheOwnGroup) {
   Fake().store[KeyOf(kDevPos)] = R"({"pos":2})";
   Run([&] {

@@ -148,6 +148,14 @@ inline constexpr char kProCfg[] = "pro_cfg";
 
 inline constexpr char kTotle[] = "totle";
 inline constexpr char kFree[] = "free";
+inline constexpr char kNTotles[] = "n_totles";
+inline constexpr char kNFrees[] = "n_frees";
+inline constexpr char kLTotles[] = "l_totles";
+inline constexpr char kLFrees[] = "l_frees";
+inline constexpr char kRTotles[] = "r_totles";
+inline constexpr char kRFrees[] = "r_frees";
+inline constexpr char kFTotles[] = "f_totles";
+inline constexpr char kFFrees[] = "f_frees";
 inline constexpr char kCmDev[] = "cm_dev";
 inline constexpr char kSAddr[] = "s_addr";
 inline constexpr char kIp[] = "ip";

@@ -86,7 +86,14 @@ void BusinessServer::SetDeviceStatusExt(int state) {
 
 void BusinessServer::LedControl() { SetCurLedColor(); }
 
-void BusinessServer::PlateResultLedControl(LX_Parking_Result_Param* result) { SetDeviceStatus(DeviceStateOf(*result)); }
+// An unusable colour configuration costs the lamp, not the counts, frames and copies that follow.
+void BusinessServer::PlateResultLedControl(LX_Parking_Result_Param* result) {
+  try {
+    SetDeviceStatus(DeviceStateOf(*result));
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
+}
 
 void BusinessServer::InitLedStatus() {
   try {

@@ -83,11 +83,11 @@ void BusinessServer::GetFrameInfoJs(const FrameDetailInfos* info, Json::Value& o
     uint32_t FrameDetailInfos::*field;
   };
   static constexpr Count kCounts[] = {
-      {"totle", &FrameDetailInfos::totle},       {"free", &FrameDetailInfos::free},
-      {"n_totles", &FrameDetailInfos::n_totles}, {"n_frees", &FrameDetailInfos::n_frees},
-      {"l_totles", &FrameDetailInfos::l_totles}, {"l_frees", &FrameDetailInfos::l_frees},
-      {"r_totles", &FrameDetailInfos::r_totles}, {"r_frees", &FrameDetailInfos::r_frees},
-      {"f_totles", &FrameDetailInfos::f_totles}, {"f_frees", &FrameDetailInfos::f_frees},
+      {kTotle, &FrameDetailInfos::totle},      {kFree, &FrameDetailInfos::free},
+      {kNTotles, &FrameDetailInfos::n_totles}, {kNFrees, &FrameDetailInfos::n_frees},
+      {kLTotles, &FrameDetailInfos::l_totles}, {kLFrees, &FrameDetailInfos::l_frees},
+      {kRTotles, &FrameDetailInfos::r_totles}, {kRFrees, &FrameDetailInfos::r_frees},
+      {kFTotles, &FrameDetailInfos::f_totles}, {kFFrees, &FrameDetailInfos::f_frees},
   };
   for (const Count& count : kCounts) out[count.key] = info->*count.field;
 }
