@@ -1,11 +1,9 @@
 // Requests over the real bus, their bytes in the real store, and a burst of them.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <map>
 #include <string>
 
-#include "desk.h"
+#include "device_on_desk.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "protocol/stored_documents.h"
@@ -15,39 +13,7 @@ namespace {
 using businessserver::kBusRequestMessage;
 using desk::Loop;
 
-class RequestsTest : public testing::Test {
- protected:
-  RequestsTest()
-      : directory_(std::filesystem::temp_directory_path() / "business_server_requests"),
-        desk_({directory_.string(), BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging"}),
-        client_(desk_.loop()) {
-    std::string problem;
-    EXPECT_TRUE(desk_.Start(problem)) << problem;
-    client_.OnMessage([this](const desk::BusMessage& message) {
-      if (message.topic != kReplyTopic) return;
-      ++answers_[message.correlation];
-      last_reply_ = message.payload;
-    });
-    client_.Start();
-    EXPECT_TRUE(desk_.loop().RunUntil([&] { return desk_.ready() && client_.connected(); }, Loop::Milliseconds(10000)));
-  }
-
-  Json::Value Ask(const std::string& request) {
-    last_reply_.clear();
-    client_.Request(kBusRequestMessage, request, kReplyTopic, "one");
-    EXPECT_TRUE(desk_.loop().RunUntil([&] { return !last_reply_.empty(); }, Loop::Milliseconds(3000))) << request;
-    Json::Value reply;
-    EXPECT_TRUE(businessserver::ParseJson(last_reply_, reply)) << request;
-    return reply;
-  }
-
-  static constexpr char kReplyTopic[] = "requests_test/reply";
-  const std::filesystem::path directory_;
-  desk::Desk desk_;
-  desk::BusClient client_;
-  std::map<std::string, int> answers_;  // by correlation data
-  std::string last_reply_;
-};
+class RequestsTest : public DeviceOnDesk {};
 
 TEST_F(RequestsTest, StoreHoldsTheStyledBodyUnderTheCountedKey) {
   struct Row {
@@ -72,7 +38,9 @@ TEST_F(RequestsTest, StoreHoldsTheStyledBodyUnderTheCountedKey) {
       {"set_ibc_txp", businessserver::kIbcTxpower, R"({"power":-20})"},
   };
   for (const Row& row : rows) {
-    const Json::Value reply = Ask(std::string("{\"type\":\"") + row.command + "\",\"body\":" + row.body + "}");
+    Json::Value reply;
+    businessserver::ParseJson(
+        Ask(kBusRequestMessage, std::string("{\"type\":\"") + row.command + "\",\"body\":" + row.body + "}"), reply);
     EXPECT_EQ(reply["state"].asInt(), 200) << row.command;
     Json::Value body;
     ASSERT_TRUE(businessserver::ParseJson(row.body, body));

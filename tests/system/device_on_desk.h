@@ -1,0 +1,92 @@
+// The whole device on a desk, fresh for each test: real binary, broker, store and pseudo-terminals, and a client that
+// asks and listens. And what a person types: a command line, its status and its output.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <string>
+
+#include "desk.h"
+
+class DeviceOnDesk : public testing::Test {
+ protected:
+  using Milliseconds = desk::Loop::Milliseconds;
+
+  DeviceOnDesk()
+      : desk_({directory_, BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging"}), client_(desk_.loop()) {
+    std::string problem;
+    EXPECT_TRUE(desk_.Start(problem)) << problem;
+    client_.OnMessage([this](const desk::BusMessage& message) {
+      if (message.topic == kReplyTopic) ++answers_[message.correlation];
+      heard_.push_back(message);
+    });
+    client_.Start();
+    EXPECT_TRUE(desk_.loop().RunUntil([&] { return desk_.ready() && client_.connected(); }, Milliseconds(10000)));
+  }
+
+  // What was heard before an action is no consequence of it.
+  void Forget() { heard_.clear(); }
+
+  // The oldest message of a type that was not taken yet; waits for one. Empty for none.
+  std::string Hear(const std::string& type) {
+    std::string payload;
+    desk_.loop().RunUntil(
+        [&] {
+          const auto found = std::find_if(heard_.begin(), heard_.end(),
+                                          [&](const desk::BusMessage& message) { return message.topic == type; });
+          if (found == heard_.end()) return false;
+          payload = found->payload;
+          heard_.erase(found);
+          return true;
+        },
+        Milliseconds(3000));
+    return payload;
+  }
+
+  // The reply as it came, empty for none.
+  std::string Ask(const std::string& message_type, const std::string& request) {
+    Forget();
+    client_.Request(message_type, request, kReplyTopic, "one");
+    return Hear(kReplyTopic);
+  }
+
+  struct Outcome {
+    int status = -1;
+    std::string output;  // standard output and standard error
+  };
+
+  // Runs a command line, with this build's programs at hand, while the desk goes on.
+  Outcome Run(const std::string& command_line) {
+    Forget();
+    Outcome outcome;
+    FILE* const pipe = popen(
+        ("cd " + directory_ + "; export TZ=UTC PATH=" BINARY_DIRECTORY ":$PATH; exec 2>&1; " + command_line).c_str(),
+        "r");
+    bool ended = false;
+    desk_.loop().Watch(fileno(pipe), [&] {
+      char part[4096];
+      const ssize_t size = read(fileno(pipe), part, sizeof part);
+      if (size > 0) outcome.output.append(part, static_cast<size_t>(size));
+      ended = size <= 0;
+    });
+    desk_.loop().RunUntil([&] { return ended; }, Milliseconds(20000));
+    desk_.loop().Unwatch(fileno(pipe));
+    const int status = pclose(pipe);
+    if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
+    return outcome;
+  }
+
+  const std::string directory_ = std::filesystem::temp_directory_path() / "business_server_device";
+  static constexpr char kReplyTopic[] = "tests/reply";
+  desk::Desk desk_;
+  desk::BusClient client_;
+  std::map<std::string, int> answers_;  // by correlation data
+  std::deque<desk::BusMessage> heard_;
+};

@@ -1,0 +1,43 @@
+// The fenced blocks of a page in docs/, in their order: "```json reply" is a block of kind "reply".
+#pragma once
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+struct DocumentExample {
+  std::string place;  // "messages.md:42, Line settings"
+  std::string kind;   // the words after the language, e.g. "publish BUS_NET_PUSH"; empty for none
+  std::string text;   // without its last line end
+};
+
+inline std::string DocumentText(const std::string& page) {
+  std::ostringstream text;
+  text << std::ifstream(SOURCE_DIRECTORY "/docs/" + page).rdbuf();
+  return text.str();
+}
+
+inline std::vector<DocumentExample> DocumentExamples(const std::string& page) {
+  std::vector<DocumentExample> examples;
+  std::istringstream lines(DocumentText(page));
+  std::string section;
+  bool inside = false;
+  int number = 0;
+  for (std::string line; std::getline(lines, line);) {
+    ++number;
+    if (line.compare(0, 3, "```") == 0) {
+      inside = !inside;
+      if (!inside) continue;
+      const size_t blank = line.find(' ');
+      const std::string place = page + ":" + std::to_string(number) + ", " + section;
+      examples.push_back({place, blank == std::string::npos ? "" : line.substr(blank + 1), ""});
+    } else if (inside) {
+      std::string& text = examples.back().text;
+      text += (text.empty() ? "" : "\n") + line;
+    } else if (line[0] == '#') {
+      section = line.substr(line.find(' ') + 1);
+    }
+  }
+  return examples;
+}
