@@ -1,0 +1,125 @@
+// parkctl as a person uses it: each subcommand against the running device, what it prints and its exit status.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "device_on_desk.h"
+#include "protocol/json_text.h"
+#include "protocol/stored_documents.h"
+
+namespace {
+
+class Parkctl : public DeviceOnDesk {
+ protected:
+  struct Row {
+    const char* command_line;
+    int status;
+    const char* printed;  // a part of it; null: nothing is printed
+  };
+
+  void RunRow(const Row& row) {
+    const Outcome outcome = Run(row.command_line);
+    EXPECT_EQ(outcome.status, row.status) << row.command_line << "\n" << outcome.output;
+    const bool as_expected =
+        row.printed != nullptr ? outcome.output.find(row.printed) != std::string::npos : outcome.output.empty();
+    EXPECT_TRUE(as_expected) << row.command_line << "\nprinted:\n" << outcome.output;
+  }
+};
+
+TEST_F(Parkctl, SaysWhatTheDeviceSays) {
+  const Row kRows[] = {
+      {"parkctl request get_dev_pos 2>/dev/null", 0, "{\n  \"pos\": 0\n}"},
+      {"parkctl request set_dev_pos '{\"pos\":2}'", 0, "200 All done"},
+      {"echo '{\"pos\":1}' | parkctl request set_dev_pos - && parkctl request get_dev_pos", 0, "\"pos\": 1"},
+      {"echo '{\"pos\":3}' > body && parkctl request set_dev_pos @body && parkctl request get_dev_pos", 0,
+       "\"pos\": 3"},
+      {"parkctl request set_dev_pos '{\"pos\":'", 3, "the body"},
+      {"parkctl request set_dev_pos @no_such_file", 3, "no_such_file"},
+      {"parkctl request set_ctr_mdl '{\"model\":2}'", 1, "404 set error"},
+      {"parkctl request get_dev_pso", 1, "did you mean get_dev_pos?"},
+      {"parkctl request check_controled_device", 1, "parkctl external check_controled_device"},
+      {"parkctl request cmd '{\"cmdline\":\"sleep 1\"}' --timeout 0.2", 2, "or busy"},
+      {"parkctl request get_latest_ivsresult --raw | wc -c", 0, "968"},
+      {"parkctl external check_controled_device", 1, "405 device don`t open external control\n  switch it on"},
+
+      {"parkctl result --space 1 --occupied --plate 京A12345 --name 入口 --time 1700000000", 0, "1 occupied 京A12345"},
+      {"parkctl latest", 0, "space 1  occupied, 京A12345\n  name     入口"},
+      {"parkctl latest --json", 0, "\"plate_confidence\": 95"},
+      {"parkctl result --space 2 --free --change && parkctl latest", 0, "space 2  no result"},
+      {"parkctl result --space 4 --free", 3, "--space"},
+      {"parkctl push --from 192.168.1.20 --total 10 --free 4 --position left --device 192.168.1.31:2:1", 0,
+       "192.168.1.20 (left): 4 free of 10; 192.168.1.31: 1 free of 2"},
+      {"parkctl request get_net_status", 0, "\"l_totles\": 10"},
+      {"parkctl push --from 127.0.0.1 --total 1 --free 1", 3, "give a neighbour's address"},
+
+      {"parkctl decode AA 02 17 03 31 32 33 8F", 0, "display 2 shows 123"},
+      {"echo AA0217033132338E | parkctl decode -", 1, "check byte is 8E"},
+      {"parkctl decode DTM:MAJ-0x0065", 0, "beacon: set major 0x0065 (101)"},
+      {"parkctl decode BB 88 01 33", 1, "not decoded"},
+      {"echo '[{\"framestatus\":1}]' > list && parkctl decode --fields list 01", 0, "frame framestatus=occupied"},
+      {"parkctl request set_rs485pro_cfg '{\"pro_cfg\":[{\"header\":\"C0\"},{\"trigger\":1}]}'", 0, "200"},
+      {"parkctl decode C0 08", 0, "frame trigger=8"},
+      {"parkctl decode hello", 3, "AA 01 17"},
+      {"parkctl", 3, "--help"},
+  };
+  for (const Row& row : kRows) RunRow(row);
+}
+
+TEST_F(Parkctl, WatchTellsResultsAndBroadcastsAsTheyCome) {
+  const uint64_t cars = desk_.loop().Every(Milliseconds(300), [&] { desk_.CarArrives(1, "京A12345"); });
+  const Outcome plain = Run("timeout 10 parkctl watch --count 8");
+  EXPECT_EQ(plain.status, 0) << plain.output;
+  for (const char* part : {"AVS_SIMULATOR_TRIGGER     1 occupied 京A12345", "BUS_BROADCAST_MESSAGE     2 free of 3"}) {
+    EXPECT_NE(plain.output.find(part), std::string::npos) << part << "\n" << plain.output;
+  }
+  const Outcome json = Run("timeout 10 parkctl watch --json --count 4 2>/dev/null");
+  desk_.loop().Cancel(cars);
+  EXPECT_EQ(json.status, 0);
+  EXPECT_NE(json.output.find("\"plate\":\"京A12345\""), std::string::npos) << json.output;
+  for (size_t at = 0; at < json.output.size(); at = json.output.find('\n', at) + 1) {
+    const std::string line = json.output.substr(at, json.output.find('\n', at) - at);
+    Json::Value document;
+    EXPECT_TRUE(businessserver::ParseJson(line, document) && document.isMember("words")) << line;
+  }
+}
+
+TEST_F(Parkctl, StoreCommandsKnowTheKeys) {
+  const Row kRows[] = {
+      {"parkctl store list", 0, "bus_dev_pos_value             {\"pos\":0}"},
+      {"parkctl store get bus_dev_pos", 0, "{\n  \"pos\": 0\n}\n"},
+      {"parkctl store get sys_device_name", 1, "nothing is stored under sys_device_name_value"},
+      {"parkctl store get ibc", 3, "could be any of:\n  ibc_name_value"},
+      {"parkctl store set bus_dev_pos '{\"pos\":1}' --show", 0, "~ pos: 0 -> 1"},
+      {"parkctl store set bus_dev_pos 'pos=1'", 3, "the document"},
+      {"parkctl store restore", 1, "there is no backup"},
+      {"parkctl store backup", 0, "backed up"},
+      {"parkctl store set bus_dev_pos '{\"pos\":2}'", 0, "~ pos: 0 -> 2"},
+      {"parkctl request get_dev_pos", 0, "\"pos\": 2"},
+      {"parkctl store restore && parkctl store get bus_dev_pos", 0, "\"pos\": 0"},
+  };
+  for (const Row& row : kRows) RunRow(row);
+
+  int number = 0;
+  for (const businessserver::StoredDocument* document : businessserver::kStoredDocuments) {
+    const std::string body = "{\"number\":" + std::to_string(++number) + "}";
+    EXPECT_EQ(Run("parkctl store set " + std::string(document->key) + " '" + body + "'").status, 0) << document->key;
+    std::string stored;
+    EXPECT_TRUE(desk_.store_client().Get(std::string(document->key, document->key_length), stored)) << document->key;
+    EXPECT_NE(stored.find(std::to_string(number)), std::string::npos) << document->key << ": " << stored;
+  }
+}
+
+TEST_F(Parkctl, SaysWhatIsOutOfReach) {
+  desk_.StopProcess(desk_.daemon());
+  RunRow({"parkctl request get_dev_pos --timeout 1", 2, "business_server"});
+  desk_.StopProcess(desk_.broker());
+  RunRow({"parkctl latest --timeout 1", 2, "mosquitto"});
+  RunRow({"parkctl push --from 10.0.0.2 --total 1 --free 1", 2, "mosquitto"});
+  desk_.StopProcess(desk_.store());
+  for (const char* what : {"list", "get bus_dev_pos", "set bus_dev_pos '{}'", "backup", "restore"}) {
+    RunRow({("parkctl store " + std::string(what)).c_str(), 2, "redis-server"});
+  }
+  RunRow({"parkctl decode AA 02 17 03 31 32 33 8F", 0, "by the default field list"});
+}
+
+}  // namespace
