@@ -32,6 +32,8 @@ Rig::Rig() {
 
 Rig::~Rig() {
   for (desk::Process* process : {&daemon, &broker, &store}) process->Stop();
+  serial_ends_ = true;
+  if (serial_.joinable()) serial_.join();
   std::error_code ignored;
   fs::remove_all(directory_, ignored);
 }
@@ -56,6 +58,9 @@ bool Rig::Start(const std::string& daemon_program, const std::string& packaging)
       if (process == &store) store_ended_ = Loop::Clock::now();
     });
   }
+  serial_ = std::thread([this] {
+    while (!serial_ends_) serial_loop_.Turn(Milliseconds(100));
+  });
   bus.OnMessage([this](const desk::BusMessage& message) { Received(message); });
   loop.Every(kSupervision, [this] { Supervise(); });
   Supervise();

@@ -4,10 +4,12 @@
 
 #include <json/value.h>
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "board.h"
@@ -65,7 +67,11 @@ class Rig {
 
   std::string directory_;
   desk::Board board_;
-  desk::Pty beacon_line_{loop}, external_line_{loop};
+  // What hangs on the serial lines listens on its own, as it does in the field: the daemon waits for it.
+  Loop serial_loop_;
+  desk::Pty beacon_line_{serial_loop_}, external_line_{serial_loop_};
+  std::atomic<bool> serial_ends_{false};
+  std::thread serial_;
   std::map<std::string, Answered> waiting_;  // by correlation data
   uint64_t requests_ = 0;
   Loop::Clock::time_point store_ended_;

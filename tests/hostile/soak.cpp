@@ -1,10 +1,13 @@
 // A day at high speed: a million results and ten thousand commands, neighbours' pushes between them, with the
-// daemon's memory and descriptors in a table over time. Exits nonzero when they grow or an answer is missing.
+// daemon's memory and descriptors in a table over time. Then counts from more senders than any car park has, and a
+// message that nobody should send. Exits nonzero when something grows or an answer is missing.
 //   soak [--results N] [--commands N] [--daemon PROGRAM] [--packaging DIRECTORY]
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
 
+#include "netpush/netpush.h"
+#include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "protocol/parking_result.h"
 #include "rig.h"
@@ -17,9 +20,10 @@ using hostile::Loop;
 using hostile::Milliseconds;
 using hostile::Rig;
 
-constexpr int kBurst = 500;  // results on their way at a time
-constexpr int kRows = 24;    // an hour each
+constexpr int kBurst = 2000;  // results on their way at a time
+constexpr int kRows = 24;     // an hour each
 constexpr int kLeakLimitKb = 256;
+constexpr int kFloodLimitKb = 4096;
 constexpr Milliseconds kBurstLimit(20000);
 
 struct Command {
@@ -37,14 +41,15 @@ constexpr Command kCommands[] = {
     {bs::kGetRs485proCfg, "0"},
 };
 
-// Cars come and go on all three spaces, each with a plate of its own.
+// Cars come and go on three spaces, each with a plate of its own; most results are about one of them.
 std::string Result(int number) {
   bs::LX_Parking_Result_Param record = {};
   for (size_t i = 0; i < bs::kSpaces; ++i) {
     auto& space = record.spaces[i];
     snprintf(space.plate, sizeof space.plate, "\xBE\xA9%c%05d", 'A' + static_cast<char>(i), number % 100000);
     snprintf(space.space_name, sizeof space.space_name, "A-%zu", i);
-    space.valid = space.second_flag = 1;
+    space.valid = number % 10 == 0 || number % 3 == static_cast<int>(i) ? 1 : 0;
+    space.second_flag = 1;
     space.space_status = number >> i & 1;
     space.time_stamp = static_cast<uint32_t>(number);
   }
@@ -53,8 +58,30 @@ std::string Result(int number) {
 
 std::string Push(int number) {
   return "{\"s_addr\":" + std::to_string(0x0200A8C0u + static_cast<unsigned>(number % 200) * 0x1000000u) +
-         ",\"pos\":" + std::to_string(number % 4) +
+         ",\"pos\":" + std::to_string(1 + number % 3) +
          ",\"totle\":3,\"free\":1,\"cm_dev\":[{\"ip\":" + std::to_string(number % 50 + 1) + ",\"tn\":1,\"fn\":1}]}";
+}
+
+// Counts from more senders than the daemon lists. Its memory stays bounded, and it still counts itself.
+bool SurvivesFlood(Rig& rig) {
+  constexpr unsigned kDevices = bs::NetPush::kMaxDevices;
+  const Holdings before = rig.OfDaemon();
+  for (unsigned sender = 0; sender < kDevices + kDevices / 4; ++sender) {
+    rig.Publish(bs::kBusNetPush,
+                "{\"s_addr\":" + std::to_string(0x0A000001u + sender * 256) + ",\"pos\":1,\"totle\":1,\"free\":1}");
+    if (sender % 512 == 0) rig.Await(bs::kGetNetStatus, "0", kBurstLimit);
+  }
+  rig.Publish(bs::kAvsParkRectChange, Result(0));
+  rig.Publish(bs::kBusNetPush, std::string(64 << 20, ' '));
+  std::string reply;
+  rig.Await(bs::kGetNetStatus, "0", kBurstLimit, &reply);
+  Json::Value document;
+  bs::ParseJson(reply, document);
+  const unsigned left = document[bs::kBody]["l_totles"].asUInt();
+  const unsigned own = document[bs::kBody]["n_totles"].asUInt();
+  const int grown = rig.OfDaemon().resident_kb - before.resident_kb;
+  printf("%u senders: %u counted, %u own spaces, %d kB more\n", kDevices + kDevices / 4, left, own, grown);
+  return left > 0 && left <= kDevices && own == bs::kSpaces && grown <= kFloodLimitKb;
 }
 
 }  // namespace
@@ -109,5 +136,6 @@ int main(int argc, char** argv) {
   }
   const bool flat = last.descriptors == first.descriptors && last.resident_kb <= first.resident_kb + kLeakLimitKb;
   printf("%s; the daemon ended by itself %d times\n", flat ? "flat" : "GROWING", rig.ended_by_itself["daemon"]);
-  return flat && rig.ended_by_itself["daemon"] == 0 ? 0 : 1;
+  const bool bounded = SurvivesFlood(rig);
+  return flat && bounded && rig.ended_by_itself["daemon"] == 0 ? 0 : 1;
 }

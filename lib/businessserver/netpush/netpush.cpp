@@ -76,6 +76,12 @@ int NetPush::CheckNetList(int, short, const void* self) {
 
 void NetPush::InsertNetList(const DevFrameInfo& info, const Json::Value& cm_devs) {
   const std::vector<CmDevFrameInfo> reported = ReadCmDevs(info.ip, cm_devs);
+  if (devices_.size() >= kMaxDevices && info.ip != kLoopbackAddress && devices_.count(info.ip) == 0) {
+    if (!full_) BS_LOG(kError) << "counts of more than " << devices_.size() << " devices, the others are ignored";
+    full_ = true;
+    return;
+  }
+  full_ = full_ && devices_.size() >= kMaxDevices;
   devices_[info.ip] = {1, info.pos, info.ip, info.totle, info.free};
   for (const CmDevFrameInfo& device : reported) InsertCmDevList(device);
   UpdateNetStatus();

@@ -5,6 +5,7 @@
 #include <json/value.h>
 
 #include <boost/enable_shared_from_this.hpp>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 
@@ -17,6 +18,9 @@ class BusinessServer;
 
 class NetPush : public boost::enable_shared_from_this<NetPush> {
  public:
+  // More devices than any car park has. The list would otherwise grow with whatever is pushed until it is aged out.
+  static constexpr size_t kMaxDevices = 16384;
+
   using DataCallback = void (*)(BusinessServer* context, uint32_t totle, uint32_t free);
 
   NetPush() = default;
@@ -32,7 +36,8 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
 
   // Replaces the sender's entry, takes the devices it reports for, and recounts. cm_devs is null or a list of
   // {"ip", "tn", "fn"}. A push is applied whole or not at all: the list is read before anything changes, and what it
-  // holds of a wrong type is thrown as Json::Exception. Linear in the number of devices.
+  // holds of a wrong type is thrown as Json::Exception. A push of a new device beyond kMaxDevices is ignored, unless it
+  // is this device's own. Linear in the number of devices.
   void InsertNetList(const DevFrameInfo& info, const Json::Value& cm_devs);
 
   void InsertCmDevsList(uint32_t src_ip, const Json::Value& cm_devs);  // all or nothing too; no recount
@@ -65,6 +70,7 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
   lxconn::EVT_LOOP* loop_ = nullptr;
   lxconn::EVT_TIMER check_timer_;
   FrameDetailInfos counts_ = {};
+  bool full_ = false;  // said once
   DataCallback callback_ = nullptr;
   std::map<uint32_t, CmDevFrameInfo> cm_devices_;  // by the controlled device's ip
   std::map<uint32_t, DevFrameInfoExt> devices_;    // by ip; this device under kLoopbackAddress
