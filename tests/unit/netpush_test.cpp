@@ -69,7 +69,7 @@ TEST(NetPush, PushIsAppliedWholeOrNotAtAll) {
   const struct { const char* cm_dev; bool applied; const char* controlled; } kRows[] = {
       {"null",                                             true,  ""},
       {"7",                                                true,  ""},
-      {"[null]",                                           true,  ""},
+      {"[null]",                                           true,  "0:0/0 "},
       {R"([{"ip":9}])",                                    true,  "9:0/0 "},
       {R"({"ip":9})",                                      false, ""},
       {R"([{"ip":9,"tn":1,"fn":1},7])",                    false, ""},

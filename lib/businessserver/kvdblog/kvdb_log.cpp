@@ -37,7 +37,7 @@ bool Repair(Json::Value& document) {
     logs.resize(kMaxRecords);
     repaired = true;
   }
-  if (!IsRecordIndex(document[kLogIndex])) {
+  if (document.isMember(kLogIndex) && !IsRecordIndex(document[kLogIndex])) {
     document[kLogIndex] = static_cast<int>(logs.size() % kMaxRecords);
     repaired = true;
   }
@@ -84,8 +84,17 @@ void KvdbLog::TakeStored(const char* value, int value_length) {
 
 void KvdbLog::TakeDefault() { ParseJson(kDefaultText, document_); }
 
-int KvdbLog::AddKvdbLog(const Json::Value& record) {
-  if (!loaded_) GetLogFromKvdb();
+// The records that were made while the store was away follow those that it held.
+void KvdbLog::LoadLate() {
+  const Json::Value made_meanwhile = document_;
+  GetLogFromKvdb();
+  if (!loaded_) return;
+  const Json::Value& records = made_meanwhile[kLogs];
+  const Json::ArrayIndex oldest = records.size() < kMaxRecords ? 0 : made_meanwhile[kLogIndex].asUInt();
+  for (Json::ArrayIndex i = 0; i < records.size(); ++i) Append(records[(oldest + i) % records.size()]);
+}
+
+void KvdbLog::Append(const Json::Value& record) {
   const int index = document_[kLogIndex].asInt();
   Json::Value& logs = document_[kLogs];
   if (logs.size() >= kMaxRecords) {
@@ -94,6 +103,11 @@ int KvdbLog::AddKvdbLog(const Json::Value& record) {
     logs.append(record);
   }
   document_[kLogIndex] = index == static_cast<int>(kMaxRecords) - 1 ? 0 : index + 1;
+}
+
+int KvdbLog::AddKvdbLog(const Json::Value& record) {
+  if (!loaded_) LoadLate();
+  Append(record);
   // Kept: a failed write (-1) counts as written; callers only tell 0 from the rest.
   return Write(StyledText(document_)) != 0 ? 1 : 0;
 }

@@ -32,6 +32,8 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
  private:
   void TakeStored(const char* value, int value_length);
   void TakeDefault();
+  void LoadLate();
+  void Append(const Json::Value& record);
   int Write(const std::string& text) const;  // the store's result
 
   Json::Value document_;

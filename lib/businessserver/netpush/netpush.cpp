@@ -14,13 +14,13 @@ namespace {
 
 constexpr char kLogSource[] = "lib/businessserver/netpush/netpush";
 
-// Throws Json::Exception where the list or an entry is of a wrong type. A text, a number or a null names none.
+// Throws Json::Exception where the list or an entry is of a wrong type. A list that is a text, a number or null names
+// none; an entry that is null reads as zeros.
 std::vector<CmDevFrameInfo> ReadCmDevs(uint32_t src_ip, const Json::Value& cm_devs) {
   std::vector<CmDevFrameInfo> devices;
   devices.reserve(cm_devs.size());
   for (Json::ArrayIndex i = 0; i < cm_devs.size(); ++i) {
     const Json::Value& device = cm_devs[i];
-    if (device.isNull()) continue;
     devices.push_back({1, src_ip, device[kIp].asUInt(), device[kTn].asUInt(), device[kFn].asUInt()});
   }
   return devices;
@@ -79,6 +79,7 @@ void NetPush::InsertNetList(const DevFrameInfo& info, const Json::Value& cm_devs
   if (devices_.size() >= kMaxDevices && info.ip != kLoopbackAddress && devices_.count(info.ip) == 0) {
     if (!full_) BS_LOG(kError) << "counts of more than " << devices_.size() << " devices, the others are ignored";
     full_ = true;
+    UpdateNetStatus();
     return;
   }
   full_ = full_ && devices_.size() >= kMaxDevices;
@@ -96,6 +97,7 @@ void NetPush::InsertCmDevList(const CmDevFrameInfo& info) {
   CmDevFrameInfo& known = cm_devices_.try_emplace(info.ip, info).first->second;
   if (known.src == info.src) {
     known = info;
+    known.alive = 1;
   } else {
     ReduceNetListFrame(info);
   }

@@ -30,7 +30,10 @@ bool Rs485ProBuild::SetRs485Str(const std::string& text) {
 bool Rs485ProBuild::SetRs485Cfg(const Json::Value& cfg) {
   if (!cfg.isObject()) return false;
   const Json::Value& fields = cfg[kProCfg];
-  if (!(fields.isNull() || fields.isArray()) || fields.size() > kFrameSlots) return false;
+  if (!(fields.isNull() || fields.isArray()) || fields.size() > kFrameSlots) {
+    BS_LOG(kError) << kProCfg << " is not a list of at most " << kFrameSlots << " entries";
+    return false;
+  }
 
   // Header, trailer and check settings stay until an entry names them.
   for (Slot& slot : slots_) slot = Slot();

@@ -128,6 +128,7 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void SendYBTtyioData();
   void RefreshDisplays();
   int SendYBTtyioSingleData(unsigned value, unsigned address);
+  static uint8_t YbCheckXor(const uint8_t* data, int length) { return Rs485ProBuild::YbCheckXor(data, length); }
 
   // ---- led_logic.cpp: state -> colour, direct control, device check ----
   void SetCurLedColor();

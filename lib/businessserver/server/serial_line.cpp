@@ -23,7 +23,7 @@ bool HasAllLineSettings(const Json::Value& document) {
 
 bool HasAllSpaceAddresses(const Json::Value& document) {
   return std::none_of(std::begin(kFrameAddr), std::end(kFrameAddr),
-                      [&](const char* key) { return document[key].isNull(); });
+                      [&](const char* key) { return !document.isMember(key); });
 }
 
 // A triggered result goes out once: repeats of it arrive without the second flag.
