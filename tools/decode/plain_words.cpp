@@ -22,7 +22,8 @@ class Converter {
   Converter(const Converter&) = delete;
   Converter& operator=(const Converter&) = delete;
 
-  bool Ready() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }
+  // The comparison that the interface of iconv_open asks for.
+  bool Ready() const { return descriptor_ != reinterpret_cast<iconv_t>(-1); }  // NOLINT(performance-no-int-to-ptr)
 
   // Converts up to the first character that does not convert, appends the result to out, and returns the rest.
   std::string_view Run(std::string_view text, std::string& out) {

@@ -91,7 +91,7 @@ DecodedFrame Decode(const uint8_t* bytes, size_t size, const FieldList& list) {
   if (LooksLikeRelay(bytes, size)) fixed = DecodeRelay(bytes, size);
   if (fixed.kind == FrameKind::kUnknown && LooksLikeDisplay(bytes, size)) fixed = DecodeDisplay(bytes, size);
   if (fixed.kind != FrameKind::kUnknown) return fixed;
-  const DecodedFrame configurable = DecodeConfigurable(bytes, size, list);
+  DecodedFrame configurable = DecodeConfigurable(bytes, size, list);
   if (configurable.kind != FrameKind::kUnknown) return configurable;
   return fixed.problem.empty() || BeginsWithHeader(bytes, size, list) ? configurable : fixed;
 }

@@ -116,7 +116,7 @@ std::string SpaceText(const LX_ParkingResult& result, size_t number) {
 
 void FillIn(SpaceDraft& draft) {
   LX_ParkingResult& result = draft.result;
-  if (!draft.plate_given) strcpy(result.plate, businessserver::kNoPlate);
+  if (!draft.plate_given) memcpy(result.plate, businessserver::kNoPlate, sizeof businessserver::kNoPlate);
   if (!draft.confidence_given) result.plate_confidence = draft.plate_given ? kLikelyConfidence : 0;
   if (!draft.type_given && draft.long_plate) result.plate_type = businessserver::kLongPlateType;
 }
