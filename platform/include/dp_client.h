@@ -54,7 +54,8 @@ int DpClient_HdlReConnect(DpPollHandle* handle);
 // a timer is bound to it.
 lxconn::EVT_LOOP* DpClient_GetEvtLoopFromPoll(DpPollHandle* handle);
 
-// One pass of the event loop: waits for the next event, delivers messages, fires timers.
+// One pass of the event loop: waits for the next event, delivers messages, fires timers. Without a handle it waits for
+// timeout ms.
 int DpClient_PollDpMessage(DpPollHandle* handle, int timeout);
 
 // Publishes to the subscribers of type_name. A message that cannot be sent now is dropped and counted.

@@ -13,6 +13,7 @@
 #include "evt_loop.h"
 #include "lx_logging.h"
 #include "mqtt_link.h"
+#include "shell.h"
 #include "signals.h"
 
 namespace {
@@ -170,7 +171,8 @@ lxconn::EVT_LOOP* DpClient_GetEvtLoopFromPoll(DpPollHandle* handle) {
   return handle != nullptr ? handle->loop() : nullptr;
 }
 
-int DpClient_PollDpMessage(DpPollHandle* handle, int /*timeout*/) {
+int DpClient_PollDpMessage(DpPollHandle* handle, int timeout) {
+  if (handle == nullptr) SleepMicroseconds(static_cast<unsigned>(timeout) * 1000);  // callers poll for ever
   return Result(handle != nullptr && event_base_loop(handle->loop()->base(), EVLOOP_ONCE) == 0);
 }
 

@@ -1,5 +1,5 @@
-// A frame configuration and, behind a NUL, a result: the frame fits its buffer, and the decoder accounts for every
-// byte of it. A refused list is applied in part: its frame must fit all the same.
+// A frame configuration and, behind a NUL, a result: the frame fits its buffer, carries nothing of the frame before it,
+// and the decoder accounts for every byte of it. A refused list is applied in part: its frame must fit all the same.
 #include <memory>
 
 #include "harness.h"
@@ -18,10 +18,16 @@ FUZZ_TARGET(input) {
   unsigned length = 0;
   const uint8_t* const frame = builder.GetDevRs485ProData(length, 3, 2, result.get());
   MUST_HOLD(length <= fuzz::kFrameCapacity);
+  const std::vector<uint8_t> copy(frame, frame + length);
+  const auto other = std::make_unique<fuzz::LX_ParkingResult>();
+  memset(other.get(), 0x7F, sizeof *other);
+  other->plate_type = fuzz::kLongPlateType;
+  builder.GetDevRs485ProData(length, ~0u, ~0u, other.get());
+  builder.GetDevRs485ProData(length, 3, 2, result.get());
+  MUST_HOLD(std::vector<uint8_t>(frame, frame + length) == copy);
 
   Json::Value list;
   fuzz::ParseJson(text, list);
-  const std::vector<uint8_t> copy(frame, frame + length);
   size_t described = 0;
   for (const auto& part : decode::DecodeBurst(copy.data(), copy.size(), list)) {
     MUST_HOLD(!part.Text().empty());

@@ -130,10 +130,10 @@ TEST_F(BeaconTest, AcceptedOnlyInTimeAndInOnePiece) {
       {"at the last poll", {{9, "MTD:OK\r\n"}}, 0, 9, "MTD:OK\r\n"},
       {"after the last poll", {{10, "MTD:OK\r\n"}}, -1, 10, ""},
       {"no line end", {{1, "MTD:OK"}}, 0, 1, "MTD:OK"},
-      {"split", {{1, "MTD:O"}, {2, "K\r\n"}}, -1, 10, "K\r\n"},
-      {"split so that old bytes would complete it", {{1, "xTD:OK"}, {2, "M"}}, -1, 10, "M"},
+      {"split", {{1, "MTD:O"}, {2, "K\r\n"}}, -1, 10, "K\r\n:O"},
+      {"split so that old bytes would complete it", {{1, "xTD:OK"}, {2, "M"}}, -1, 10, "MTD:OK"},
       {"after noise", {{1, noise + "MTD:OK\r\n"}}, -1, 10, noise.substr(0, 92) + "MTD:OK\r\n"},
-      {"refused, then accepted", {{2, "MTD:ERR\r\n"}, {3, "MTD:OK\r\n"}}, 0, 3, "MTD:OK\r\n"},
+      {"refused, then accepted", {{2, "MTD:ERR\r\n"}, {3, "MTD:OK\r\n"}}, 0, 3, "MTD:OK\r\n\n"},
   };
   for (const auto& row : rows) {
     Answer(row.answers);

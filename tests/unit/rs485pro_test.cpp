@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <random>
 
 #include "fake_platform/fake_platform.h"
 #include "hex_bytes.h"
@@ -146,37 +145,6 @@ TEST(Rs485Cfg, NewListForgetsThePlateOfTheLast) {
   Frame(builder, result);
   ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"header":"112244"},{"checksum":0})")));
   EXPECT_EQ(Frame(builder, result), "11 22 44 33") << "no byte more for a plate that is not there";
-}
-
-// Any list with any record: the frame fits, and carries nothing of the frame before it.
-TEST(Rs485Frame, GeneratedListsAndRecords) {
-  const char* const kNames[] = {"header",     "license",  "framename", "time",    "license", "framename",
-                                "checkbegin", "checkend", "checksum",  "freenum", "end"};
-  std::mt19937 random(20240611);
-  Rs485ProBuild builder;
-  for (int round = 0; round < 2000; ++round) {
-    std::string entries;
-    for (unsigned i = 0, count = random() % 21; i < count; ++i) {
-      const std::string name = kNames[random() % std::size(kNames)];
-      const std::string value = std::to_string(random() % (name == "checksum" ? 2 : 40));
-      const std::string text = name == "header" || name == "end" ? '"' + std::string(random() % 50, 'A') + '"' : value;
-      entries += (i == 0 ? "{\"" : ",{\"") + name + "\":" + text + "}";
-    }
-    ASSERT_TRUE(builder.SetRs485Str(Cfg(entries))) << entries;
-
-    LX_ParkingResult records[2];
-    for (auto& record : records) {
-      auto* const bytes = reinterpret_cast<uint8_t*>(&record);
-      for (size_t i = 0; i < sizeof record; ++i) bytes[i] = static_cast<uint8_t>(random() | 1);  // no terminators
-      for (char& c : record.space_name) c = static_cast<char>(c & 0x7F);
-      if (random() % 2 != 0) record.plate_type = kLongPlateType;
-    }
-    Frame(builder, records[0]);
-    const std::string first = Frame(builder, records[1]);
-    Frame(builder, records[0]);
-    ASSERT_EQ(Frame(builder, records[1]), first) << entries;
-    ASSERT_LE(builder.Length(), kFrameCapacity);
-  }
 }
 
 }  // namespace

@@ -221,30 +221,6 @@ TEST(SerialDecoder, ReadsBackFixedFrames) {
   EXPECT_EQ(decode::DecodeFrame(relay, sizeof relay, Json::Value()).Text(), "relay 23 is told occupied");
 }
 
-// Bytes from a broken line and documents from anyone: every byte is accounted for, nothing is read beyond the end.
-TEST(SerialDecoder, SurvivesHostileBytes) {
-  Generator generator(7);
-  const Json::Value lists[] = {DefaultList(),
-                               Json::Value("text"),
-                               Json::Value(Json::arrayValue),
-                               FieldList("{}"),
-                               FieldList("7"),
-                               FieldList(R"({"license":1},{"framename":1},{"checkend":0},{"checksum":0})"),
-                               FieldList(R"({"header":"AA04"},{"license":4294967295},{"license":1},{"end":"55"})")};
-  static constexpr uint8_t kHeads[] = {0xAA, 0xBB, 0x88, 0x04, 0x17, 0x00, 0x33, 0x7F};
-  for (int round = 0; round < 3000; ++round) {
-    std::vector<uint8_t> bytes(generator.Below(40));  // of exactly this size, for the address sanitizer
-    for (uint8_t& byte : bytes) byte = generator.Below(2) == 0 ? kHeads[generator.Below(8)] : generator.Below(256);
-    size_t sum = 0;
-    for (const DecodedFrame& frame : decode::DecodeBurst(bytes.data(), bytes.size(), lists[round % 7])) {
-      ASSERT_GE(frame.size, 1u);
-      ASSERT_EQ(frame.kind == FrameKind::kUnknown, !frame.problem.empty());
-      sum += frame.size;
-    }
-    ASSERT_EQ(sum, bytes.size()) << decode::HexText(bytes.data(), bytes.size());
-  }
-}
-
 TEST(SerialDecoder, BeaconLines) {
   const auto* uuid = reinterpret_cast<const unsigned char*>("FDA50693A4E24FB1");
   const struct {

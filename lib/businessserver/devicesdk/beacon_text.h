@@ -28,7 +28,7 @@ constexpr char kBeaconAccepted[] = "MTD:OK";
 constexpr char kBeaconIdentityReply[] = "MTD:UID";
 constexpr char kBeaconTimeReply[] = "MTD:RTC";
 
-// A command, or what one read of the line returned. Unused bytes are 0; a full one has no terminator.
+// A command, or what the reads of an exchange left in one buffer. Unused bytes are 0; a full one has no terminator.
 struct BeaconText {
   char bytes[kBeaconTextSize] = {};
   int size = 0;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "log.h"
@@ -88,18 +89,17 @@ int BlueTooth::Set(const BeaconExchange& exchange, const BeaconText& command) {
   return Send(exchange, command) ? GetTtyioRet() : -1;
 }
 
-// One read. Where nothing came, reply keeps what the last read brought.
-void BlueTooth::Receive(BeaconText& reply) {
-  BeaconText received;
-  received.size = tty_->TTY_RecvNB(received.bytes, kBeaconTextSize);
-  if (received.size > 0) reply = received;
+// One read over the head of what earlier reads left. Returns its bytes.
+std::string_view BlueTooth::Receive(BeaconText& reply) {
+  const int count = tty_->TTY_RecvNB(reply.bytes, kBeaconTextSize);
+  reply.size = std::max(reply.size, count);
+  return {reply.bytes, static_cast<size_t>(std::max(count, 0))};
 }
 
-// A reply counts only when one read returns its beginning first.
+// A reply counts only when one read returns its beginning first: bytes of two reads never make one.
 bool BlueTooth::AwaitReply(std::string_view beginning, BeaconText& reply) {
   for (int poll = 0; poll < kReplyPolls; ++poll) {
-    Receive(reply);
-    if (reply.BeginsWith(beginning)) return true;
+    if (Receive(reply).substr(0, beginning.size()) == beginning) return true;
     SleepMicroseconds(kPollMicroseconds);
   }
   return false;

@@ -14,8 +14,8 @@ namespace businessserver {
 
 struct BeaconExchange;
 
-// Operations return 0, or -1 after a log line: the value is refused, the port is not open, or the module did not
-// answer as it should.
+// Operations return 0, or -1: the value is refused, the port is not open, or the module did not answer as it should.
+// Each logs why, except a clock that was asked for and did not come.
 class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
  public:
   BlueTooth();
@@ -51,7 +51,7 @@ class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
   bool Send(const BeaconExchange& exchange, const BeaconText& command);
   int Set(const BeaconExchange& exchange, const BeaconText& command);
   bool AwaitReply(std::string_view beginning, BeaconText& reply);
-  void Receive(BeaconText& reply);
+  std::string_view Receive(BeaconText& reply);
 
   int memory_fd_ = -1;  // open during Uart1_Init only
   RegisterBlock pin_mux_;

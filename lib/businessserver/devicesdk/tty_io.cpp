@@ -120,7 +120,8 @@ int TtyioControl::TTY_Ready(TTY_DEV_ID id) {
   port_->device_number = id;
   pthread_mutex_init(&port_->lock, nullptr);
   snprintf(port_->device_path, sizeof port_->device_path, board::kSerialDeviceFormat, static_cast<int>(id));
-  BS_LOG(kInfo) << "DEV = " << port_->device_path;
+  device_path_ = port_->device_path;
+  BS_LOG(kInfo) << "DEV = " << device_path_;
 
   // Close-on-exec: programs that the server starts must not hold the line open.
   port_->fd = open(port_->device_path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
@@ -135,7 +136,7 @@ int TtyioControl::TTY_Ready(TTY_DEV_ID id) {
 
 int TtyioControl::TTY_SetParity(int databits, int parity, int stopbits, int baudrate) {
   if (!IsOpen() || tcgetattr(port_->fd, &port_->current) != 0) {
-    BS_LOG(kInfo) << "SetupSerial " << (port_ != nullptr ? port_->device_path : "");
+    BS_LOG(kInfo) << "SetupSerial " << device_path_;
     return kTtyUnreadable;
   }
   const int code = BuildLineSettings(databits, parity, stopbits, baudrate, port_->current);

@@ -7,6 +7,7 @@
 
 #include <boost/enable_shared_from_this.hpp>
 #include <memory>
+#include <string>
 
 #include "devicesdk/register_block.h"
 
@@ -91,6 +92,7 @@ class TtyioControl : public boost::enable_shared_from_this<TtyioControl> {
 
   int memory_fd_ = -1;  // never closed
   std::unique_ptr<TTY_INFO> port_;
+  std::string device_path_;  // that was last tried, for the log
   RegisterBlock pin_mux_;
 };
 

@@ -10,7 +10,6 @@ namespace businessserver {
 
 namespace {
 
-constexpr size_t kUuidBytes = 16;
 constexpr size_t kUuidTextSize = 128;
 
 struct BeaconIdentity {
@@ -64,7 +63,7 @@ int BusinessServer::SetBlueToothCfg(const Json::Value& body) {
   try {
     if (!body[kUuid].isNull()) {
       // A UUID travels as text: its first 16 bytes are the identity, a shorter one is filled with zero bytes.
-      unsigned char uuid[kUuidBytes] = {};
+      unsigned char uuid[kBeaconUuidSize] = {};
       const std::string text = body[kUuid].asString();
       memcpy(uuid, text.data(), std::min(text.size(), sizeof uuid));
       if (blue_tooth_->SetUUID(uuid) != 0) result = -1;

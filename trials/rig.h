@@ -19,7 +19,7 @@
 #include "pty.h"
 #include "store_client.h"
 
-namespace hostile {
+namespace trials {
 
 using desk::Loop;
 using Milliseconds = Loop::Milliseconds;
@@ -80,4 +80,4 @@ class Rig {
 // A percentile of durations in ms, "-" for none.
 std::string Percentile(std::vector<int> values, int percent);
 
-}  // namespace hostile
+}  // namespace trials

@@ -15,10 +15,10 @@
 namespace {
 
 namespace bs = businessserver;
-using hostile::Holdings;
-using hostile::Loop;
-using hostile::Milliseconds;
-using hostile::Rig;
+using trials::Holdings;
+using trials::Loop;
+using trials::Milliseconds;
+using trials::Rig;
 
 constexpr int kBurst = 2000;  // results on their way at a time
 constexpr int kRows = 24;     // an hour each

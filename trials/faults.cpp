@@ -24,10 +24,10 @@ namespace {
 
 namespace bs = businessserver;
 namespace fs = std::filesystem;
-using hostile::Holdings;
-using hostile::Loop;
-using hostile::Milliseconds;
-using hostile::Rig;
+using trials::Holdings;
+using trials::Loop;
+using trials::Milliseconds;
+using trials::Rig;
 
 constexpr Milliseconds kReturnLimit(3000);
 constexpr Milliseconds kGivenUp(100);  // a set without an answer by then is not waited for
@@ -198,8 +198,8 @@ struct Row {
 };
 
 void Print(const Row& row) {
-  printf("%-44s %6zu %10s %10s\n", row.what.c_str(), row.returns.size(), hostile::Percentile(row.returns, 50).c_str(),
-         hostile::Percentile(row.returns, 100).c_str());
+  printf("%-44s %6zu %10s %10s\n", row.what.c_str(), row.returns.size(), trials::Percentile(row.returns, 50).c_str(),
+         trials::Percentile(row.returns, 100).c_str());
   fflush(stdout);
 }
 

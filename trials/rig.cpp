@@ -11,7 +11,7 @@
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 
-namespace hostile {
+namespace trials {
 
 namespace bs = businessserver;
 namespace fs = std::filesystem;
@@ -26,7 +26,7 @@ constexpr Milliseconds kStartLimit(10000);
 }  // namespace
 
 Rig::Rig() {
-  char name[] = "/tmp/hostile.XXXXXX";
+  char name[] = "/tmp/trial.XXXXXX";
   directory_ = mkdtemp(name);
 }
 
@@ -136,4 +136,4 @@ std::string Percentile(std::vector<int> values, int percent) {
   return std::to_string(values[(values.size() - 1) * static_cast<size_t>(percent) / 100]);
 }
 
-}  // namespace hostile
+}  // namespace trials
