@@ -17,7 +17,7 @@ endif()
 if(TARGET parkctl)
   install(TARGETS parkctl DESTINATION bin)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/parkctl.bash-completion
-          DESTINATION share/bash-completion/completions RENAME parkctl OPTIONAL)
+          DESTINATION share/bash-completion/completions RENAME parkctl)
 endif()
 
 # The desk's broker and store configurations with what the device has on top.
@@ -42,7 +42,10 @@ install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-s
               ${here}/systemd/business-server-store.service DESTINATION /lib/systemd/system)
 install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
 install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)
-install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md DESTINATION share/doc/business-server)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
+file(ARCHIVE_CREATE OUTPUT ${made}/changelog.gz PATHS ${CMAKE_SOURCE_DIR}/CHANGELOG.md FORMAT raw COMPRESSION GZip)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md
+              ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
@@ -52,8 +55,9 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Business server of a parking-guidance cam
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION misc)
-# killall is psmisc's: the daemon restarts the recognition programs with it.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "mosquitto (>= 2.0), redis-server (>= 5:7.0), redis-tools (>= 5:7.0), systemd, psmisc")
+# killall is psmisc's: the daemon restarts the recognition programs with it. The device rules are udev's.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS
+  "mosquitto (>= 2.0), redis-server (>= 5:7.0), redis-tools (>= 5:7.0), systemd, udev, psmisc")
 if(CMAKE_CROSSCOMPILING)
   # This machine's package database does not know the board's libraries.
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
@@ -61,6 +65,13 @@ if(CMAKE_CROSSCOMPILING)
     " libmosquitto1, libsodium23, libstdc++6 (>= 12), libsystemd0")
 else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  # Without this tool the package would be made all the same, and depend on no library.
+  file(WRITE ${made}/cpack.cmake "
+    find_program(shlibdeps dpkg-shlibdeps)
+    if(NOT shlibdeps)
+      message(FATAL_ERROR \"dpkg-shlibdeps (package dpkg-dev) is missing: the package would not name its libraries\")
+    endif()\n")
+  set(CPACK_PROJECT_CONFIG_FILE ${made}/cpack.cmake)
 endif()
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
