@@ -57,6 +57,7 @@ bool MqttLink::Connect() {
   if (IsUp()) return true;
   if (in_callback_) return false;
   began_ = std::chrono::steady_clock::now();
+  refusal_ = nullptr;
   if (!MakeClient()) {
     Down("no memory for a client");
     return false;
@@ -187,7 +188,8 @@ void MqttLink::Down(const char* reason) {
   if (!down_logged_) {
     down_logged_ = true;
     lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
-        << (accepted_ ? "the bus connection is lost: " : "the bus cannot be reached: ") << reason;
+        << (accepted_ ? "the bus connection is lost: " : "the bus cannot be reached: ")
+        << (refusal_ != nullptr ? refusal_ : reason);
   }
   Drop();
   listener_->OnMqttDown();
@@ -211,7 +213,10 @@ void MqttLink::ReportDropped() {
 
 void MqttLink::OnConnect(mosquitto*, void* self, int reason, int, const mosquitto_property*) {
   auto* const link = static_cast<MqttLink*>(self);
-  if (reason != 0) return;  // the library closes the connection
+  if (reason != 0) {  // the library closes the connection
+    link->refusal_ = mosquitto_reason_string(reason);
+    return;
+  }
   link->accepted_ = true;
   link->down_logged_ = false;
   link->early_ = 0;

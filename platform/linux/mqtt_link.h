@@ -71,8 +71,9 @@ class MqttLink {
   lxconn::EventPtr read_event_;                       // both go before the client that closes their descriptor
   lxconn::EventPtr write_event_;
   std::chrono::steady_clock::time_point began_;
-  bool accepted_ = false;     // the broker has answered
-  bool in_callback_ = false;  // the library only queues meanwhile
+  bool accepted_ = false;          // the broker has answered
+  bool in_callback_ = false;       // the library only queues meanwhile
+  const char* refusal_ = nullptr;  // what the broker answered instead
   bool down_logged_ = false;
   uint64_t unsent_bytes_ = 0;  // at most these, handed to the library since the socket last took all there was
   uint64_t early_ = 0;         // messages sent before the broker accepted: lost if it never does
