@@ -1,6 +1,6 @@
 # The Debian package of the device: the daemon, parkctl, and the services around them. Build it with
 #   cmake --build --preset release --target package
-# or, for the board and without parkctl, with the preset arm.
+# or, for the board, with the preset arm.
 
 # The packaged daemon is always the camera's. In a build for the desk it is linked once more: it brings the board's
 # paths itself, and the platform library's own are then left out.

@@ -1,21 +1,12 @@
-// The platform's own libraries against real files, pipes, processes and a real store.
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <fnmatch.h>
+// The platform's own libraries against real files, pipes and processes.
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <string>
+#include <vector>
 
+#include "../real_platform.h"
 #include "base64.h"
 #include "dp_client.h"
 #include "evt_timer.h"
@@ -27,52 +18,6 @@ namespace {
 
 using namespace std::string_literals;
 namespace fs = std::filesystem;
-using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point start) { return std::chrono::duration<double>(Clock::now() - start).count(); }
-
-struct TemporaryDirectory {
-  TemporaryDirectory() {
-    char name[] = "/tmp/platform_test.XXXXXX";
-    path = mkdtemp(name);
-  }
-  ~TemporaryDirectory() { fs::remove_all(path); }
-  fs::path path;
-};
-
-bool OpenPipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
-// What the journal gives a service.
-bool OpenSocket(int (&ends)[2]) { return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0; }
-
-// Standard error goes into a pipe, or a socket, for as long as this lives.
-class CapturedErrors {
- public:
-  explicit CapturedErrors(bool (*open_ends)(int (&)[2]) = OpenPipe) : saved_(dup(STDERR_FILENO)) {
-    int ends[2];
-    if (!open_ends(ends)) abort();
-    fcntl(ends[0], F_SETFL, O_NONBLOCK);
-    dup2(ends[1], STDERR_FILENO);
-    close(ends[1]);
-    read_end_ = ends[0];
-  }
-  ~CapturedErrors() {
-    dup2(saved_, STDERR_FILENO);
-    close(saved_);
-    close(read_end_);
-  }
-  std::string Read() const {
-    std::string text(1 << 20, '\0');
-    const ssize_t size = read(read_end_, text.data(), text.size());
-    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
-    return text;
-  }
-
- private:
-  const int saved_;
-  int read_end_;
-};
-
-bool Matches(const std::string& text, const std::string& glob) { return fnmatch(glob.c_str(), text.c_str(), 0) == 0; }
 
 void Log(int level, std::string_view text) { lxlogging::CLxLogStream(level, "test/source", 17, 0) << text; }
 
@@ -177,129 +122,11 @@ TEST(Base64, RefusesWhatIsNotCanonical) {
   }
 }
 
-uint16_t FreePort() {
-  const int fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  bind(fd, reinterpret_cast<sockaddr*>(&address), size);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-  close(fd);
-  return ntohs(address.sin_port);
-}
-
-// A store of its own with the device's configuration.
-class StoreTest : public testing::Test {
- protected:
-  void SetUp() override { Launch(); }
-  void TearDown() override {
-    Kvdb_Stop();
-    Kill();
-  }
-  void Launch() {
-    const fs::path configuration = fs::path(__FILE__).parent_path() / "../../packaging/redis.conf";
-    const std::string port = std::to_string(port_);
-    server_ = fork();
-    if (server_ == 0) {
-      dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-      execlp("redis-server", "redis-server", configuration.c_str(), "--port", port.c_str(), "--dir",
-             directory_.path.c_str(), nullptr);
-      _exit(127);
-    }
-    const auto start = Clock::now();
-    while (RunShellCommand(("redis-cli -p " + port + " ping 2>&1 | grep -q PONG").c_str()) != 0) {
-      ASSERT_LT(SecondsSince(start), 10);
-      SleepMicroseconds(20000);
-    }
-  }
-  void Kill() {
-    kill(server_, SIGKILL);
-    waitpid(server_, nullptr, 0);
-  }
-  static int Set(const std::string& key, const std::string& value) {
-    return Kvdb_SetKey(key.data(), static_cast<uint16_t>(key.size()), value.data(),
-                       static_cast<uint32_t>(value.size()));
-  }
-  static std::string Get(const std::string& key) {
-    std::string found = "none";
-    const auto assign = [](const char*, int, const char* value, int size, void* user) {
-      static_cast<std::string*>(user)->assign(value, static_cast<size_t>(size));
-    };
-    const int result = Kvdb_GetKeyAbsolutely(key.data(), static_cast<uint16_t>(key.size()), assign, &found);
-    return result < 0 ? "failed" : found;
-  }
-
-  const uint16_t port_ = FreePort();
-  const TemporaryDirectory directory_;
-  pid_t server_ = -1;
-};
-
-TEST_F(StoreTest, CountsEveryByteAndBacksUp) {
-  ASSERT_EQ(Kvdb_Start("127.0.0.1", port_), 1);
-  EXPECT_EQ(Kvdb_RestoreDatabase(), -1) << "there is no backup yet";
-  EXPECT_EQ(Set("key", "without"), 1);
-  EXPECT_EQ(Set("key\0"s, "with\0 and \xFF\r\n\0"s), 1);
-  EXPECT_EQ(Set("empty", ""), 1);
-  EXPECT_EQ(Get("key"), "without");
-  EXPECT_EQ(Get("key\0"s), "with\0 and \xFF\r\n\0"s);
-  EXPECT_EQ(Get("empty"), "");
-  EXPECT_EQ(Get("ke"), "none");
-
-  EXPECT_EQ(Kvdb_BackupDatabase(), 1);
-  EXPECT_EQ(Kvdb_DeleteKey("key", 3), 1);
-  EXPECT_EQ(Set("later", "x"), 1);
-  EXPECT_EQ(Get("key"), "none");
-  Kill();
-  Launch();
-  EXPECT_EQ(Kvdb_RestoreDatabase(), 1) << "over the restart of the store, at once";
-  EXPECT_EQ(Get("key"), "without");
-  EXPECT_EQ(Get("later"), "none");
-
-  Kvdb_DeleteKey("key", 3);
-  Kvdb_DeleteKey("key\0", 4);
-  Kvdb_DeleteKey("empty", 5);
-  EXPECT_EQ(Kvdb_BackupDatabase(), 1);
-  EXPECT_EQ(Kvdb_RestoreDatabase(), -1) << "the backup of an empty store leaves no old one behind";
-}
-
-TEST_F(StoreTest, NeverHoldsItsCallerUp) {
-  ASSERT_EQ(Kvdb_Start("127.0.0.1", port_), 1);
-  ASSERT_EQ(Set("key", "value"), 1);
-  const CapturedErrors errors;
-  kill(server_, SIGSTOP);
-  auto start = Clock::now();
-  EXPECT_EQ(Get("key"), "failed");
-  EXPECT_LT(SecondsSince(start), 0.9);
-  start = Clock::now();
-  for (int i = 0; i < 100; ++i) EXPECT_EQ(Set("key", "lost"), -1);
-  EXPECT_LT(SecondsSince(start), 0.1) << "calls soon after a failure do not wait again";
-  kill(server_, SIGCONT);
-  SleepMicroseconds(1100000);
-  EXPECT_EQ(Get("key"), "value");
-  const std::string log = errors.Read();
-  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
-  EXPECT_TRUE(Matches(log, "* 3 platform/linux/store:*\n* 1 platform/linux/store:*\n")) << log;
-
-  ASSERT_EQ(RunShellCommand(("redis-cli -p " + std::to_string(port_) + " set kvdb text >/dev/null").c_str()), 0);
-  EXPECT_EQ(Set("key", "refused"), -1);
-  EXPECT_EQ(Kvdb_DeleteKey("key", 3), -1);
-  Kill();
-  start = Clock::now();
-  EXPECT_EQ(Get("key"), "failed");
-  EXPECT_LT(SecondsSince(start), 0.1);
-}
-
 // While the store reads its file it refuses everything: the default that stands in for a document that could not be
 // read must not be written over it a moment later.
 TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
-  const int listener = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  ASSERT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size) | listen(listener, 1), 0);
-  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  const auto [listener, port] = LoopbackSocket();
+  ASSERT_EQ(listen(listener, 1), 0);
   const pid_t server = fork();
   if (server == 0) {
     const int peer = accept(listener, nullptr, nullptr);
@@ -310,7 +137,7 @@ TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
     _exit(0);
   }
   close(listener);
-  ASSERT_EQ(Kvdb_Start("127.0.0.1", ntohs(address.sin_port)), 1);
+  ASSERT_EQ(Kvdb_Start("127.0.0.1", port), 1);
   const auto ignore = [](const char*, int, const char*, int, void*) {};
   EXPECT_EQ(Kvdb_GetKey("key", 3, ignore, nullptr), -1);
   EXPECT_EQ(Kvdb_SetKey("key", 3, "default", 7), -1);
