@@ -9,24 +9,16 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <filesystem>
 #include <string>
 #include <utility>
+
+#include "temporary_directory.h"
 
 using Clock = std::chrono::steady_clock;
 
 inline double SecondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
-
-struct TemporaryDirectory {
-  TemporaryDirectory() {
-    char name[] = "/tmp/platform_test.XXXXXX";
-    path = mkdtemp(name);
-  }
-  ~TemporaryDirectory() { std::filesystem::remove_all(path); }
-  std::filesystem::path path;
-};
 
 inline bool OpenPipe(int (&ends)[2]) { return pipe2(ends, O_CLOEXEC) == 0; }
 // What the journal gives a service.

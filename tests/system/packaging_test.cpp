@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "../temporary_directory.h"
 #include "loop.h"
 #include "process.h"
 #include "protocol/names.h"
@@ -46,15 +47,6 @@ std::string ReadFile(const fs::path& path) {
   text << std::ifstream(path).rdbuf();
   return text.str();
 }
-
-struct TemporaryDirectory {
-  TemporaryDirectory() {
-    char name[] = "/tmp/packaging_test.XXXXXX";
-    path = mkdtemp(name);
-  }
-  ~TemporaryDirectory() { fs::remove_all(path); }
-  fs::path path;
-};
 
 TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   const TemporaryDirectory directory;
