@@ -18,6 +18,7 @@ constexpr uint16_t kBusPort = 5291;
 constexpr uint16_t kStorePort = 5299;
 
 constexpr char kReadingRequest[] = R"({"type":"get_ttyio_cfg"})";
+constexpr char kReadingKey[] = "device_ttyio_value";  // what it reads; its NUL counts
 constexpr char kLiveRequest[] = R"({"type":"get_frame_status"})";
 constexpr char kStoringRequest[] = R"({"type":"set_parking_reserve_cfg","body":{"reservecfg":{"reservenum":0}}})";
 

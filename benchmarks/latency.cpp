@@ -1,11 +1,13 @@
 // Side by side, in interleaved rounds: the echo responder, the lean responder, the Python handler and the daemon in
 // each way of logging.
+#include <hiredis/hiredis.h>
 #include <sched.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <memory>
 #include <stdexcept>
 
 #include "measurements.h"
@@ -22,6 +24,7 @@ constexpr char kEchoTopic[] = "bench/echo";
 constexpr char kLeanTopic[] = "bench/lean";
 constexpr char kPythonTopic[] = "bench/python";
 constexpr char kOneWayTopic[] = "bench/one_way";
+constexpr char kStoreAlone[] = "one question of the store";
 constexpr double kEventLimit = 5;
 constexpr double kBurstLimit = 60;
 constexpr size_t kBurstRequestSize = 500;
@@ -66,6 +69,8 @@ class Latency {
     start(kPythonTopic, {"/usr/bin/python3", device_.Source("reading_handler.py"), bus, store, kPythonTopic});
     device_.StartHelper({device_.Program("bench_subscriber"), bus, kOneWayTopic, device_.OneWayFile()});
     for (const char* topic : {kEchoTopic, kLeanTopic, kPythonTopic}) device_.Await(topic, kEventLimit);
+    store_.reset(redisConnect("127.0.0.1", kStorePort));
+    if (!store_ || store_->err != 0) throw std::runtime_error("the store cannot be reached");
     device_.bus().Subscribe(bs::kBusSimulatorTrigger);
     device_.bus().Subscribe(bs::kBusBroadcastMessage);
   }
@@ -94,6 +99,7 @@ class Latency {
         requests_[Key(mode, question)].AddRound(AskRound(question, effort_.requests));
         processor_[Key(mode, question)].AddRound({(responder.CpuSeconds() - cpu) / effort_.requests});
       }
+      requests_[Key(mode, kStoreAlone)].AddRound(StoreRound(effort_.requests));
     }
     for (int round = 0; round < effort_.rounds; ++round) ResultRound(mode);
     if (block < effort_.burst_blocks) {
@@ -119,6 +125,19 @@ class Latency {
       if (answer.find(question.expected) == std::string::npos) {
         throw std::runtime_error(question.name + " answers " + answer);
       }
+    }
+    return round;
+  }
+
+  // What a reading must wait for, whoever answers it: a process asks the store and sleeps until the answer is there.
+  std::vector<double> StoreRound(int count) {
+    std::vector<double> round;
+    for (int i = 0; i < count; ++i) {
+      const double begin = Now();
+      auto* const reply = redisCommand(store_.get(), "HGET kvdb %b", kReadingKey, sizeof kReadingKey);
+      round.push_back(Now() - begin);
+      if (reply == nullptr) throw std::runtime_error("the store does not answer");
+      freeReplyObject(reply);
     }
     return round;
   }
@@ -201,6 +220,7 @@ class Latency {
   Device& device_;
   const Effort effort_;
   const bool real_time_;
+  std::unique_ptr<redisContext, void (*)(redisContext*)> store_{nullptr, redisFree};
   bool occupied_ = false;
   bool republished_ = false, counted_ = false;
   std::map<std::string, const Process*> responders_;
@@ -223,6 +243,10 @@ void Latency::FillRequests(Report& report) {
                             Number(Ratio(series, echo)), Number(Ratio(series, python)),
                             Number(Median(processor_[Key(mode, question)].samples) * 1e6, 1)});
     }
+    const Series& store = requests_[Key(mode, kStoreAlone)];
+    table.rows.push_back({std::string(kStoreAlone) + ", beside, " + mode.name, Microseconds(Median(store.samples)),
+                          Microseconds(Quantile(store.samples, 0.99)), Number(Ratio(store, echo)),
+                          Number(Ratio(store, python)), ""});
     const Series& reading = requests_[Key(mode, "daemon, reading")];
     const std::string at = std::string(", ") + mode.name;
     report.Add(
