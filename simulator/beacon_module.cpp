@@ -114,6 +114,16 @@ std::string Identity(const BeaconState& state) {
 
 }  // namespace
 
+std::string IdentityText(const BeaconState& state) {
+  return decode::Printable(state.name) + "  " + decode::Printable(state.uuid);
+}
+
+std::string SettingsText(const BeaconState& state) {
+  return "major " + std::to_string(state.major) + "  minor " + std::to_string(state.minor) + "  " +
+         std::to_string(state.period) + " ms  " + std::to_string(state.send_power) + " dBm  " +
+         std::to_string(state.measured_power) + " dBm at 1 m";
+}
+
 std::string AnswerBeaconCommand(const std::string& command, BeaconState& state) {
   if (command == "DTM:INF") return Identity(state);
   if (command == "DTM:RTC-?") return "MTD:RTC-" + state.clock + "\r\n";

@@ -23,6 +23,10 @@ struct BeaconState {
   std::string clock = "20240101000000";
 };
 
+// "gate-7  PARKING-LEVEL-B1" and "major 7  minor 42  500 ms  4 dBm  -55 dBm at 1 m".
+std::string IdentityText(const BeaconState& state);
+std::string SettingsText(const BeaconState& state);
+
 // The module's answer to one command line, given without its line end; settings that it accepts go into state.
 std::string AnswerBeaconCommand(const std::string& command, BeaconState& state);
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +24,7 @@ constexpr int kStorePort = 5299;
 constexpr Loop::Milliseconds kTick(5);
 constexpr Loop::Milliseconds kQuestionPeriod(50);
 constexpr Loop::Milliseconds kStartLimit(5000);
+constexpr Loop::Milliseconds kBeaconPause(200);  // after its last command, its state is told
 
 sockaddr_in Loopback(int port) {
   sockaddr_in address{};
@@ -60,6 +62,14 @@ bool WriteBrokerConfiguration(const std::string& from, const std::string& to) {
   }
   if (geteuid() == 0) own << "user root\n";
   return shipped.eof() && own.good();
+}
+
+bool WriteHarmlessKillall(const std::string& directory) {
+  std::error_code error;
+  std::filesystem::create_directories(directory, error);
+  const std::string program = directory + "/killall";
+  std::ofstream(program) << "#!/bin/sh\necho \"not on a desk: killall $*\" >&2\n";
+  return chmod(program.c_str(), 0755) == 0;
 }
 
 // "a | b" for the lines a and b.
@@ -104,10 +114,15 @@ Desk::Desk(DeskPlan plan)
     const std::string said = !beacon_.plugged() ? "(unplugged)" : answer.empty() ? "(silence)" : LinesText(answer);
     journal_.Add(Source::kBeacon, decode::Printable(command) + (meaning.empty() ? "" : "  " + meaning) + "  -> " + said,
                  {{"command", command}, {"answer", answer}});
+    loop_.Cancel(beacon_pause_);
+    beacon_pause_ = loop_.After(kBeaconPause, [this] {
+      journal_.Add(Source::kBeacon, "now: " + IdentityText(beacon_.state()) + "  " + SettingsText(beacon_.state()));
+    });
   });
 }
 
 Desk::~Desk() {
+  loop_.Cancel(beacon_pause_);
   for (const uint64_t timer : timers_) loop_.Cancel(timer);
   Stop();
 }
@@ -151,6 +166,10 @@ bool Desk::MakeFiles(std::string& problem) {
     problem = "cannot make " + plan_.directory + ": " + error.message();
     return false;
   }
+  if (!WriteHarmlessKillall(plan_.directory + "/bin")) {
+    problem = "cannot write to " + plan_.directory + "/bin";
+    return false;
+  }
   plan_.daemon = fs::absolute(plan_.daemon, error).string();
   plan_.packaging = fs::absolute(plan_.packaging, error).string();
   ConfigureProcesses();
@@ -166,7 +185,8 @@ void Desk::ConfigureProcesses() {
   broker_.Configure({"mosquitto", "-c", plan_.directory + "/mosquitto.conf"}, plan_.directory);
   store_.Configure({"redis-server", plan_.packaging + "/redis.conf", "--dir", plan_.directory + "/store"},
                    plan_.directory);
-  daemon_.Configure({plan_.daemon}, plan_.directory);
+  // After a day without results the daemon ends its sibling programs by name: here, nobody's.
+  daemon_.Configure({"/usr/bin/env", "PATH=" + plan_.directory + "/bin:/usr/bin:/bin", plan_.daemon}, plan_.directory);
   for (Process* process : {&broker_, &store_, &daemon_}) WatchProcess(*process);
   daemon_.OnLine([this](const std::string& line) {
     daemon_log_.Add(Source::kLog, decode::Printable(line), {{"line", line}});
@@ -176,6 +196,7 @@ void Desk::ConfigureProcesses() {
 void Desk::WatchProcess(Process& process) {
   process.OnExit([this, &process](const std::string& how) {
     if (&process == &daemon_ || &process == &broker_) ready_ = false;
+    if (&process == &daemon_) serial_.DaemonEnded();
     const std::string ended = how.empty() ? " is down" : " ended by itself " + how;
     journal_.Add(Source::kDesk, process.name() + ended, {{process.name(), "down"}});
   });

@@ -122,6 +122,7 @@ class Desk {
   bool ready_ = false;
   uint32_t led_data_ = 0;
   uint64_t requests_ = 0;
+  uint64_t beacon_pause_ = 0;
   std::vector<uint64_t> timers_;
 };
 

@@ -61,7 +61,13 @@ const std::string* FindFact(const Facts& facts, const std::string& name) {
 void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix) {
   const std::string inner = prefix.empty() ? "" : prefix + ".";
   if (document.isObject()) {
-    for (const auto& name : document.getMemberNames()) AddDocumentFacts(document[name], facts, inner + name);
+    // Plain values first: a list may be longer than the line.
+    for (const bool plain : {true, false}) {
+      for (const auto& name : document.getMemberNames()) {
+        const Json::Value& member = document[name];
+        if ((member.isObject() || member.isArray()) != plain) AddDocumentFacts(member, facts, inner + name);
+      }
+    }
   } else if (document.isArray()) {
     for (Json::ArrayIndex i = 0; i < document.size(); ++i) {
       AddDocumentFacts(document[i], facts, inner + std::to_string(i));

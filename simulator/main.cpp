@@ -172,7 +172,11 @@ int main(int argc, char** argv) {
   app.add_option("--daemon", options.plan.daemon, "The daemon's program")->capture_default_str();
   app.add_option("--packaging", options.plan.packaging, "Where mosquitto.conf and redis.conf are")
       ->capture_default_str();
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kAllSeen : kNotStarted;
+  }
 
   std::vector<desk::Script> scripts;
   if (!ReadScripts(options.scripts, scripts)) return kNotStarted;

@@ -178,13 +178,9 @@ void Screen::DrawCounts(int row, int column, int width) {
 
 void Screen::DrawBeacon(int row, int column, int width) {
   const auto& module = desk_.beacon();
-  const auto& state = module.state();
   Title(row, column, width, "Beacon");
-  Put(row + 1, column + 1, width - 2, decode::Printable(state.name) + "  " + decode::Printable(state.uuid));
-  Put(row + 2, column + 1, width - 2,
-      "major " + std::to_string(state.major) + "  minor " + std::to_string(state.minor) + "  " +
-          std::to_string(state.period) + " ms  " + std::to_string(state.send_power) + " dBm  " +
-          std::to_string(state.measured_power) + " dBm at 1 m");
+  Put(row + 1, column + 1, width - 2, IdentityText(module.state()));
+  Put(row + 2, column + 1, width - 2, SettingsText(module.state()));
   const bool well = module.plugged() && module.manner() == BeaconManner::kPrompt;
   Put(row + 3, column + 1, width - 2, module.plugged() ? MannerName(module.manner()) : "UNPLUGGED",
       well ? Pair(kTextPair + COLOR_GREEN) : Pair(kTextPair + COLOR_YELLOW) | A_BOLD);

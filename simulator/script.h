@@ -17,6 +17,7 @@ class Desk;
 // after the expectations before.
 struct Expectation {
   bool absent = false;  // it must not be seen, for the whole limit
+  bool next = false;    // nothing of its kind may stand between it and the last that met an expectation
   Loop::Milliseconds limit{3000};
 
   // A state: whether it holds now; seen says what is there instead.

@@ -194,6 +194,7 @@ Expectation ParseExpectation(Words& words) {
   Expectation expectation;
   expectation.absent = words.Take("no");
   if (expectation.absent) expectation.limit = kAbsenceLimit;
+  expectation.next = words.Take("next");
   const std::string word = words.Next("what to expect");
   bool known = false;
   std::string words_known;
@@ -204,6 +205,9 @@ Expectation ParseExpectation(Words& words) {
     row.parse(words, expectation);
   }
   if (!known) throw ScriptMistake("nothing can be expected of \"" + word + "\"; there are " + words_known);
+  if (expectation.next && (expectation.absent || expectation.state || expectation.in_log)) {
+    throw ScriptMistake("\"next\" is for events on the bus and the lines: they follow one another");
+  }
   if (words.Take(expectation.absent ? "for" : "within")) expectation.limit = words.Duration();
   words.RequireEnd();
   return expectation;

@@ -18,6 +18,12 @@ bool Matches(const Event& event, const Expectation& expectation) {
   return true;
 }
 
+// The beacon's commands, for one, and not what the desk remarks about the beacon.
+bool IsOfItsKind(const Event& event, const Expectation& expectation) {
+  if (event.source != expectation.source) return false;
+  return expectation.wanted.empty() || FindFact(event.facts, expectation.wanted.front().first) != nullptr;
+}
+
 std::string Seconds(Loop::Milliseconds duration) {
   const auto count = duration.count();
   if (count % 1000 != 0) return std::to_string(count) + " ms";
@@ -85,13 +91,23 @@ bool ScriptRunner::HoldsNow(const Expectation& expectation, std::string& seen) {
 bool ScriptRunner::EventSeen(const Expectation& expectation) {
   const auto& events = (expectation.in_log ? desk_.daemon_log() : desk_.journal()).events();
   auto& used = expectation.in_log ? log_used_ : used_;
-  const uint64_t mark = expectation.in_log ? log_mark_ : journal_mark_;
+  const uint64_t mark = expectation.next ? NextOf(expectation.source) : expectation.in_log ? log_mark_ : journal_mark_;
   for (const auto& event : events) {
-    if (event.number < mark || used.count(event.number) != 0 || !Matches(event, expectation)) continue;
-    if (!expectation.absent) used.insert(event.number);
-    return true;
+    if (event.number < mark || used.count(event.number) != 0) continue;
+    if (Matches(event, expectation)) {
+      if (expectation.absent) return true;
+      used.insert(event.number);
+      if (!expectation.in_log) last_met_[event.source] = event.number;
+      return true;
+    }
+    if (expectation.next && IsOfItsKind(event, expectation)) return false;
   }
   return false;
+}
+
+uint64_t ScriptRunner::NextOf(Source source) const {
+  const auto last = last_met_.find(source);
+  return last == last_met_.end() ? 0 : last->second + 1;
 }
 
 // What came from the same source in the same stretch.

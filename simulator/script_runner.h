@@ -1,6 +1,7 @@
 // Plays a script on a desk.
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 
@@ -25,6 +26,7 @@ class ScriptRunner {
   bool HoldsNow(const Expectation& expectation, std::string& seen);
   bool EventSeen(const Expectation& expectation);
   std::string EventsSeen(const Expectation& expectation) const;
+  uint64_t NextOf(Source source) const;
   void NoteAction();
 
   Desk& desk_;
@@ -35,6 +37,7 @@ class ScriptRunner {
   uint64_t log_mark_ = 0;
   std::set<uint64_t> used_;      // events of the journal that have met an expectation
   std::set<uint64_t> log_used_;  // the same of the log
+  std::map<Source, uint64_t> last_met_;
 };
 
 }  // namespace desk

@@ -9,6 +9,8 @@
 namespace desk {
 namespace {
 
+constexpr double kLongestWait = 1e6;  // in the script's unit
+
 bool IsBlank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
@@ -103,7 +105,8 @@ Loop::Milliseconds Words::Duration() {
   const std::string word = Next("a number of seconds");
   char* end = nullptr;
   const double value = strtod(word.c_str(), &end);
-  if (word.empty() || *end != '\0' || value < 0) throw ScriptMistake("\"" + word + "\" is no number of seconds");
+  if (word.empty() || *end != '\0' || !(value >= 0 && value <= kLongestWait))
+    throw ScriptMistake("\"" + word + "\" is no number of seconds");
   if (Take("ms")) return Loop::Milliseconds(static_cast<int64_t>(value));
   Require("s");
   return Loop::Milliseconds(static_cast<int64_t>(value * 1000));

@@ -101,9 +101,10 @@ void SerialLine::BurstEnded() {
   burst_.clear();
   Refresh(store_, kRs485pro, field_list_);
   Refresh(store_, kExtTtyio, settings_);
+  list_ = decode::ReadFieldList(field_list_, list_.settings);
   const auto* bytes = reinterpret_cast<const uint8_t*>(burst.data());
   size_t at = 0;
-  for (const auto& frame : decode::DecodeBurst(bytes, burst.size(), field_list_)) {
+  for (const auto& frame : decode::DecodeBurst(bytes, burst.size(), list_)) {
     Report(frame, burst.substr(at, frame.size));
     at += frame.size;
   }

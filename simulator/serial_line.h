@@ -9,10 +9,10 @@
 
 #include <json/value.h>
 
+#include "configurable_frame.h"
 #include "journal.h"
 #include "loop.h"
 #include "pty.h"
-#include "serial_decoder.h"
 #include "store_client.h"
 
 namespace desk {
@@ -34,6 +34,9 @@ class SerialLine {
   SerialLine(const SerialLine&) = delete;
   SerialLine& operator=(const SerialLine&) = delete;
 
+  // The daemon forgets what earlier field lists set.
+  void DaemonEnded() { list_ = {}; }
+
   // Bytes from a device in the field.
   void Send(const std::string& bytes);
 
@@ -53,6 +56,7 @@ class SerialLine {
   std::string burst_;
   uint64_t gap_timer_ = 0;
   Json::Value field_list_;
+  decode::FieldList list_;  // what field_list_ and the lists before it say
   Json::Value settings_;
 };
 

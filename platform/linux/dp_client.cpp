@@ -1,6 +1,7 @@
 // The message bus over MQTT 5: the topic is the type name, and a request's answer goes to its response topic.
 #include "dp_client.h"
 
+#include <malloc.h>
 #include <mosquitto.h>
 #include <mqtt_protocol.h>
 
@@ -100,7 +101,10 @@ void DpPollHandle::Tick() {
 void DpPollHandle::OnMqttMessage(const mosquitto_message& message, const mosquitto_property* properties) {
   if (on_message_ == nullptr) return;
   on_message_(this, platform::FillRecord(message, waiting_.Remember(properties), &buffer_), user_);
-  if (buffer_.size() * sizeof(_TagDpMsg) > kMaxIdleBuffer) platform::RecordBuffer().swap(buffer_);
+  if (buffer_.size() * sizeof(_TagDpMsg) > kMaxIdleBuffer) {
+    platform::RecordBuffer().swap(buffer_);
+    malloc_trim(0);  // what a large document took is the system's again
+  }
 }
 
 bool DpPollHandle::Answer(const char* type_name, uint32_t message_id, const void* data, uint32_t size) {

@@ -26,7 +26,8 @@ TEST_P(Script, SeesEverythingItExpects) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Desk, Script,
-                         testing::Values("simulator/day.script", "tests/system/scripts/serial_bytes.script",
+                         testing::Values("simulator/day.script", "simulator/outages.script",
+                                         "tests/system/scripts/serial_bytes.script",
                                          "tests/system/scripts/beacon.script", "tests/system/scripts/recovery.script",
                                          "tests/system/scripts/garbage.script"),
                          [](const auto& info) { return std::filesystem::path(info.param).stem().string(); });

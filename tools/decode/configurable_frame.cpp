@@ -258,8 +258,9 @@ std::string TakeField(const Json::Value& entry, FieldList& list) {
 
 }  // namespace
 
-FieldList ReadFieldList(const Json::Value& document) {
+FieldList ReadFieldList(const Json::Value& document, const FrameSettings& kept) {
   FieldList list;
+  list.settings = kept;
   try {
     const Json::Value& entries = document[businessserver::kProCfg];
     if (!entries.isArray()) {

@@ -20,7 +20,11 @@ struct FieldList {
   std::string problem;  // not empty: the device would refuse this list, and why
 };
 
-FieldList ReadFieldList(const Json::Value& document);
+// The device keeps what earlier lists set, until it starts anew: kept, where that is known.
+FieldList ReadFieldList(const Json::Value& document, const businessserver::FrameSettings& kept = {});
+
+// As DecodeBurst of a document, for a list that was read before.
+std::vector<DecodedFrame> DecodeBurst(const uint8_t* bytes, size_t size, const FieldList& list);
 
 // The frame at the head of the bytes. When it does not fit, kind is kUnknown and size is 1, or the whole frame's when
 // only its check byte is wrong.

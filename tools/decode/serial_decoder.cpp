@@ -126,7 +126,10 @@ DecodedFrame DecodeFrame(const uint8_t* bytes, size_t size, const Json::Value& f
 }
 
 std::vector<DecodedFrame> DecodeBurst(const uint8_t* bytes, size_t size, const Json::Value& field_list) {
-  const FieldList list = ReadFieldList(field_list);
+  return DecodeBurst(bytes, size, ReadFieldList(field_list));
+}
+
+std::vector<DecodedFrame> DecodeBurst(const uint8_t* bytes, size_t size, const FieldList& list) {
   std::vector<DecodedFrame> frames;
   for (size_t at = 0; at < size;) {
     DecodedFrame frame = Decode(bytes + at, size - at, list);

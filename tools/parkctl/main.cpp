@@ -149,7 +149,7 @@ void AddDecode(CLI::App& app, Action& action, const Ports& ports) {
   command->footer(
       "Examples:\n"
       "  parkctl decode AA 02 17 03 31 32 33 8F\n"
-      "  parkctl decode --fields rs485.json BB88AA00413132333435\n"
+      "  parkctl decode --fields rs485.json BB88AA0041313233343501020000000300000002503133\n"
       "  parkctl decode DTM:MAJ-0x0065");
   command->callback([options, &action, &ports] {
     options->store_port = ports.store;
@@ -252,9 +252,9 @@ int main(int argc, char** argv) {
   AddRequest(app, action, ports, "request", businessserver::kBusRequestMessage, "Send a configuration command",
              "  parkctl request get_ttyio_cfg > line.json\n"
              "  parkctl request set_ttyio_cfg @line.json\n"
-             "  parkctl request set_dev_led '{\"led\":6}'");
+             "  parkctl request set_ctr_mdl '{\"model\":1}' && parkctl request set_dev_led '{\"led\":6}'");
   AddRequest(app, action, ports, "external", businessserver::kBusExtRequestMessage, "Send an external-control command",
-             "  parkctl external check_controled_device\n"
+             "  parkctl external check_controled_device      (405 until external control is switched on)\n"
              "  parkctl external external_control_framestatus '{\"ip\":\"192.168.1.9\",\"frame_status\":2}'");
   AddResult(app, action, ports);
   AddWatch(app, action, ports);

@@ -116,6 +116,7 @@ int RestoreStore(uint16_t store_port) {
     return kRefused;
   }
   std::cout << "the store is as it was backed up\n";
+  Note("the daemon goes on with the settings that it has: restart it to use these");
   return kDone;
 }
 
