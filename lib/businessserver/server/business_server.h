@@ -9,6 +9,7 @@
 #include <boost/shared_ptr.hpp>
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "devicesdk/bluetooth.h"
 #include "devicesdk/device_sdk.h"
@@ -73,6 +74,7 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void HandleRequest(const _TagDpMsg* msg, const RequestPath& path);
   static int CheckReqMsg(Json::Value& reply, Json::Value& request, const _TagDpMsg* msg);
   static void SetReplyJsonStatus(Json::Value& reply, int status, const std::string& text);
+  struct ConfigCommands;  // their tables
   int RunConfigCommand(const std::string& name, ConfigRequest& request);
 
   // ---- config_commands.cpp: what single commands do. Each returns -1 for failure ----
@@ -113,6 +115,7 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   int GetKeyValueAndReplyBuf(const StoredDocument& stored, Json::Value& document);
   // The store library's own result: -1 on failure.
   static int SetKeyValueAndReplyBuf(const char* key, unsigned char key_length, const char* value, int value_length);
+  bool StoreDefault(const char* key, uint16_t key_length, std::string_view text);
   static int StoreText(const StoredDocument& stored, const std::string& text);
   void InitDevCtrlMdl();
   void InitDevPos();

@@ -72,15 +72,17 @@ void BusinessServer::OnConfigControl(const _TagDpMsg* msg) {
   HandleRequest(msg, {&BusinessServer::RunConfigCommand, true});
 }
 
-int BusinessServer::RunConfigCommand(const std::string& name, ConfigRequest& request) {
-  // The body is stored as it is, then the component applies it, whatever the store said.
-  struct StoringCommand {
+// ---- the commands ----
+
+struct BusinessServer::ConfigCommands {
+  // The body is stored as it is, then the component takes up what is stored, whatever the store said.
+  struct Storing {
     const char* name;
     const StoredDocument* document;
     int (BusinessServer::*accept)(const Json::Value& body);  // null: anything is accepted
     void (BusinessServer::*apply)();                         // null: stored only
   };
-  static constexpr StoringCommand kStoring[] = {
+  static constexpr Storing kStoring[] = {
       {kSetTtyioCfg, &kDeviceTtyio, nullptr, &BusinessServer::SetTtyioParity},
       {kSetParkingColorCfg, &kBusLedColor, nullptr, &BusinessServer::InitLedColorCfg},
       {kSetParkingReserveCfg, &kParkingReserve, nullptr, nullptr},
@@ -93,30 +95,23 @@ int BusinessServer::RunConfigCommand(const std::string& name, ConfigRequest& req
       {kSetIbcPow, &kIbcPower, &BusinessServer::CheckBeaconSendPower, nullptr},
       {kSetIbcTxp, &kIbcTxpower, &BusinessServer::CheckBeaconTestPower, nullptr},
   };
-  if (const StoringCommand* command = FindByName(kStoring, name)) {
-    if (command->accept != nullptr && (this->*command->accept)(request.body) == -1) return -1;
-    const int result = StoreText(*command->document, StyledText(request.body));
-    if (command->apply != nullptr) (this->*command->apply)();
-    return result;
-  }
 
   // The component checks, applies and stores the body itself.
-  struct DelegatedCommand {
+  struct Delegated {
     const char* name;
     int (BusinessServer::*set)(const Json::Value& body);
   };
-  static constexpr DelegatedCommand kDelegated[] = {
+  static constexpr Delegated kDelegated[] = {
       {kSetRs485proCfg, &BusinessServer::ApplyFrameDescription},
       {kSetBt, &BusinessServer::SetBlueToothCfg},
   };
-  if (const DelegatedCommand* command = FindByName(kDelegated, name)) return (this->*command->set)(request.body);
 
   // The document, or its default, becomes the reply's body.
-  struct ReadingCommand {
+  struct Reading {
     const char* name;
     const StoredDocument* document;
   };
-  static constexpr ReadingCommand kReading[] = {
+  static constexpr Reading kReading[] = {
       {kGetTtyioCfg, &kDeviceTtyio},
       {kGetExtTtyioCfg, &kExtTtyio},
       {kGetRs485proCfg, &kRs485pro},
@@ -132,17 +127,13 @@ int BusinessServer::RunConfigCommand(const std::string& name, ConfigRequest& req
       {kGetIbcPow, &kIbcPower},
       {kGetIbcTxp, &kIbcTxpower},
   };
-  if (const ReadingCommand* command = FindByName(kReading, name)) {
-    GetKeyValueAndReplyBuf(*command->document, request.reply[kBody]);
-    return 0;
-  }
 
   // Live state and actions.
-  struct ActionCommand {
+  struct Action {
     const char* name;
     int (BusinessServer::*run)(ConfigRequest& request);
   };
-  static constexpr ActionCommand kActions[] = {
+  static constexpr Action kActions[] = {
       {kGetBt, &BusinessServer::ReplyBeaconIdentity},
       {kGetFrameStatus, &BusinessServer::ReplyFrameStatus},
       {kGetNetStatus, &BusinessServer::ReplyNetStatus},
@@ -157,7 +148,22 @@ int BusinessServer::RunConfigCommand(const std::string& name, ConfigRequest& req
       {kGetIbcMac, &BusinessServer::Ignore},
       {kResetIbc, &BusinessServer::Ignore},
   };
-  if (const ActionCommand* command = FindByName(kActions, name)) return (this->*command->run)(request);
+};
+
+int BusinessServer::RunConfigCommand(const std::string& name, ConfigRequest& request) {
+  using Commands = ConfigCommands;
+  if (const auto* command = FindByName(Commands::kStoring, name)) {
+    if (command->accept != nullptr && (this->*command->accept)(request.body) == -1) return -1;
+    const int result = StoreText(*command->document, StyledText(request.body));
+    if (command->apply != nullptr) (this->*command->apply)();
+    return result;
+  }
+  if (const auto* command = FindByName(Commands::kDelegated, name)) return (this->*command->set)(request.body);
+  if (const auto* command = FindByName(Commands::kReading, name)) {
+    GetKeyValueAndReplyBuf(*command->document, request.reply[kBody]);
+    return 0;
+  }
+  if (const auto* command = FindByName(Commands::kActions, name)) return (this->*command->run)(request);
 
   SetReplyJsonStatus(request.reply, kErrorType.state, kErrorType.error_msg);
   return 0;

@@ -38,8 +38,7 @@ void BusinessServer::SetTtyioParity() {
   GetKeyValueAndReplyBuf(kDeviceTtyio, document);
   if (!HasAllLineSettings(document)) {
     const std::string_view text = DefaultDocument(kDeviceTtyio.default_index);
-    kvdb_client_->SetKey(kDeviceTtyio.key, kDeviceTtyio.key_length, text.data(),
-                         static_cast<uint32_t>(text.size() + 1));
+    StoreDefault(kDeviceTtyio.key, kDeviceTtyio.key_length, text);
     ParseJson(text, document);
   }
   device_sdk_->SetTtyioParity(document[kDatabit].asInt(), document[kCheckbit].asInt(), document[kStopbit].asInt(),
@@ -83,7 +82,7 @@ void BusinessServer::InitRs485Cfg() {
   GetKeyValueAndReplyBuf(kRs485pro, document);
   if (rs485_pro_->SetRs485Cfg(document)) return;
   const std::string_view text = DefaultDocument(kRs485pro.default_index);
-  SetKeyValueAndReplyBuf(kRs485pro.key, kRs485pro.key_length, text.data(), static_cast<int>(text.size() + 1));
+  StoreDefault(kRs485pro.key, kRs485pro.key_length, text);
   rs485_pro_->SetRs485Str(std::string(text));
 }
 

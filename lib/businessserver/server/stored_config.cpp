@@ -25,9 +25,12 @@ int BusinessServer::GetKeyValueAndReplyBuf(const char* key, int key_length, Json
     return 0;
   }
   BS_LOG(kInfo) << "GetKvdb End";
-  // Kept: defaults are stored with their NUL counted, as the other processes of the device store theirs.
-  const auto default_length = static_cast<uint32_t>(default_text.size() + 1);
-  return kvdb_client_->SetKey(key, stored_length, default_text.data(), default_length) ? 1 : 0;
+  return StoreDefault(key, stored_length, default_text) ? 1 : 0;
+}
+
+// Kept: defaults are stored with their NUL counted, as the other processes of the device store theirs.
+bool BusinessServer::StoreDefault(const char* key, uint16_t key_length, std::string_view text) {
+  return kvdb_client_->SetKey(key, key_length, text.data(), static_cast<uint32_t>(text.size() + 1));
 }
 
 int BusinessServer::GetKeyValueAndReplyBuf(const StoredDocument& stored, Json::Value& document) {
