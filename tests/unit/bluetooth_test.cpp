@@ -179,10 +179,33 @@ TEST_F(BoardTest, BeaconWithoutAPort) {
   EXPECT_TRUE(Fake().Logged(3, "ERR:TTY_SetParity fail errnum : 1"));
   EXPECT_EQ(3u, Register(kPinMux + 0xC0));
   EXPECT_EQ(3u, Register(kPinMux + 0xC8));
-  EXPECT_EQ(-1, beacon->SetMajor(1));
-  EXPECT_TRUE(Fake().Logged(3, "SetUUID Send Data failed0"));
-  EXPECT_EQ(-1, beacon->GetDeviceInfo(nullptr, nullptr, nullptr, nullptr));
-  EXPECT_TRUE(Fake().Logged(3, "GetRTCTime Send Data failed 0"));
+  using B = BlueTooth&;
+  const std::pair<const char*, Operation> rows[] = {
+      {"2 send tty uuid : DTM:UID|3 SetUUID Send Data failed 0|", [](B b) { return b.SetUUID(kUuid); }},
+      {"3 SetUUID Send Data failed0|", [](B b) { return b.SetMajor(1); }},
+      {"3 SetMinor Send Data failed 0|", [](B b) { return b.SetMinor(1); }},
+      {"3 devName = DTM:NAM|3 SetName Send Data failed 0|", [](B b) { return b.SetBluetoothName(kLongName, 1); }},
+      {"3 SetBroardCastPeriod = DTM:INT|3 SetBroardCastPeriod Send Data failed 0|",
+       [](B b) { return b.SetBroardCastPeriod(200); }},
+      {"3 SetSendPower Send Data failed 0|", [](B b) { return b.SetSendPower(0); }},
+      {"3 SetTestPower Send Data failed 0|", [](B b) { return b.SetTestPower(-55); }},
+      {"3 SetRTCTime: DTM:RTC|3 SetName Send Data failed 0|", [](B b) { return b.SetRTCTime(kTime); }},
+      {"3 GetRTCTime: DTM:RTC|3 GetRTCTime Send Data failed 0|",
+       [](B b) {
+         unsigned char time[15];
+         return b.GetRTCTime(time);
+       }},
+      {"3 GetRTCTime Send Data failed 0|", [](B b) { return b.GetDeviceInfo(nullptr, nullptr, nullptr, nullptr); }},
+  };
+  for (const auto& [expected, run] : rows) {
+    Fake().log.clear();
+    EXPECT_EQ(-1, run(*beacon)) << expected;
+    std::string logged;
+    for (const auto& [level, source, text] : Fake().log) {
+      if (level != 1) logged += std::to_string(level) + " " + text.substr(0, text.find("-")) + "|";
+    }
+    EXPECT_EQ(expected, logged);
+  }
   EXPECT_TRUE(Fake().shell.empty()) << "waits for no answer to what was not sent";
 }
 

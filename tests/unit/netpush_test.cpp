@@ -121,6 +121,22 @@ TEST(NetPush, SilentDevicesAreGoneAfterTwoPeriods) {
   EXPECT_EQ(net_push.Counts().totle, 0u);
 }
 
+TEST(NetPush, IgnoresNewDevicesBeyondTheLimit) {
+  ResetFake();
+  NetPush net_push;
+  const uint32_t limit = NetPush::kMaxDevices;
+  for (uint32_t ip = 1; ip <= limit; ++ip) net_push.InsertNetList({kLeft, ip, 1, 0}, Json::Value());
+  recounts = 0;
+  net_push.SetDataCallback(nullptr, CountRecount);
+  for (const uint32_t ip : {1, 2}) net_push.InsertNetList({kLeft, limit + ip, 9, 9}, Parse(R"([{"ip":9}])"));
+  for (const uint32_t ip : {limit, kLoopbackAddress}) net_push.InsertNetList({kLeft, ip, 2, 0}, Json::Value());
+  EXPECT_EQ(net_push.Counts().totle, limit + 3) << "a known device and this one are not new";
+  EXPECT_EQ(Controlled(net_push), "");
+  EXPECT_EQ(recounts, 4);
+  EXPECT_TRUE(Fake().Logged(3, "counts of more than 16384 devices, the others are ignored"));
+  EXPECT_EQ(Fake().log.size(), 1u) << "said once";
+}
+
 // Ageing by a walk that clears flags on its way and starts again after each erasure.
 template <typename List, typename OnErase>
 void Walk(List& list, OnErase on_erase) {

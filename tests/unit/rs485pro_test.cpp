@@ -29,6 +29,8 @@ std::string Frame(Rs485ProBuild& builder, const LX_ParkingResult& result) {
 
 std::string Cfg(const std::string& entries) { return "{\"pro_cfg\":[" + entries + "]}"; }
 
+std::string Times(int count, const std::string& text) { return count == 0 ? "" : text + Times(count - 1, text); }
+
 // What the rows below change in the result.
 using R = LX_ParkingResult;
 void Same(R&) {}
@@ -37,6 +39,10 @@ void LongPlate(R& r) { strcpy(r.plate, "\324\301AD12345"), r.plate_type = kLongP
 void LongTypeOnly(R& r) { strcpy(r.plate, "ABCDEFGHIJ"), r.plate_type = kLongPlateType; }
 void NoName(R& r) { r.space_name[0] = 0; }
 void ForeignName(R& r) { r.space_name[2] = '\x80'; }
+void FullFields(R& r) {  // without terminators
+  for (size_t i = 0; i < sizeof r.plate; ++i) r.plate[i] = "\324\301"[i % 2];
+  memset(r.space_name, 'N', sizeof r.space_name), r.extra_text[0] = 'x', r.plate_type = kLongPlateType;
+}
 void AboveLimits(R& r) {
   r.plate_color = 6, r.plate_confidence = 101, r.plate_type = 20, r.trigger = 9, r.vehicle_color_class = 5;
   r.space_status = 4, r.head_confidence = 1000, strcpy(r.plate, "_");
@@ -52,7 +58,7 @@ TEST(Rs485Frame, Bytes) {
   const std::string checked = Cfg(R"({"checkbegin":0},{"checkend":9},{"header":"10"},{"license":1},{"checksum":1})");
   const auto fixed = [](const std::string& rest) { return Cfg(R"({"header":"BB8812"},)" + rest); };
   // clang-format off
-  const struct { const char* name; std::string cfg; void (*change)(R&); const char* bytes; } kRows[] = {
+  const struct { const char* name; std::string cfg; void (*change)(R&); std::string bytes; } kRows[] = {
       {"default, no plate",     std::string(DefaultDocument(kRs485pro.default_index)), NoPlate,
                                 "BB 88 BB 00 00 00 00 00 00 00 01 07 00 00 00 09 0A 00 00 03 41 30 31 33"},
       {"one-byte fields",       codes, Same,        "AA 00 57 05 02 07 01 0A 63"},
@@ -66,6 +72,9 @@ TEST(Rs485Frame, Bytes) {
                                 "01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 10"},
       {"first key of an entry", Cfg(R"({"header":"22","enable":1})"), Same, "AA"},
       {"plate of type 19",      Cfg(R"({"license":1},{"end":"33"})"), LongPlate, "92 41 44 31 32 33 34 35 33"},
+      {"full plate of type 19", Cfg(R"({"license":1},{"end":"33"})"), FullFields, "92 12 12 12 12 12 12 12 33"},
+      {"20 full names",         Cfg(Times(19, R"({"framename":1},)") + R"({"framename":1})"), FullFields,
+                                Times(19, "20" + Times(32, " 4E") + " ") + "20" + Times(32, " 4E")},
       {"foreign name",          Cfg(R"({"framename":1},{"end":"33"})"), ForeignName, "33"},
       {"no name",               Cfg(R"({"framename":1},{"end":"33"})"), NoName, "00 33"},
       {"encode",                Cfg(R"({"encode":5},{"enable":1})"), Same, "AA"},
@@ -103,12 +112,10 @@ TEST(Rs485Frame, PlateColors) {
 
 TEST(Rs485Cfg, Refused) {
   ResetFake();
-  std::string twenty_one = R"({"enable":1})";
-  for (int i = 1; i < 21; ++i) twenty_one += R"(,{"enable":1})";
   const char* const kUnchanged = "AA 33";  // what the configuration before builds
   const std::pair<std::string, const char*> kRows[] = {
       {"no json", kUnchanged},
-      {Cfg(twenty_one), kUnchanged},
+      {Cfg(Times(20, R"({"enable":1},)") + R"({"enable":1})"), kUnchanged},
       {"null", kUnchanged},
       {"[]", kUnchanged},
       {R"({"pro_cfg":"header"})", kUnchanged},

@@ -1,4 +1,6 @@
 // The request envelope, the configuration commands and external control.
+#include <sstream>
+
 #include "server_fixture.h"
 
 namespace businessserver {
@@ -55,7 +57,7 @@ TEST_F(ServerTest, AnswersEveryEnvelope) {
 }
 
 // Every document that can be set: the bytes stored, the key, and what its reading command then answers.
-TEST_F(ServerTest, StoresTheStyledBodyUnderItsKey) {
+TEST_F(ServerTest, StoresTheStyledBodyUnderItsKeyOrTellsTheFailure) {
   struct Row {
     const char* set;
     const char* get;
@@ -74,14 +76,29 @@ TEST_F(ServerTest, StoresTheStyledBodyUnderItsKey) {
        R"({"proto":255,"frame1_addr":1,"frame2_addr":2,"frame3_addr":3})"},
       {"set_ctr_mdl", "get_ctr_mdl", kDevCtrlMdl, R"({"model":1})"},
       {"set_rs485pro_cfg", "get_rs485pro_cfg", kRs485pro, R"({"pro_cfg":[{"header":"AA"}]})"},
+      {"set_ibc_name", "get_ibc_name", kIbcName, R"({"name":"fifteen bytes !"})"},
   };
+  const auto set = [&](const Row& row) {
+    return Request(std::string("{\"type\":\"") + row.set + "\",\"body\":" + row.body + "}")["state"].asInt();
+  };
+  AnswerAsBeacon();
   Run([&] {
     for (const Row& row : rows) {
-      const std::string body = std::string(",\"body\":") + row.body + "}";
-      EXPECT_EQ(Request(std::string("{\"type\":\"") + row.set + "\"" + body)["state"].asInt(), 200) << row.set;
+      EXPECT_EQ(set(row), 200) << row.set;
       EXPECT_EQ(Fake().store[KeyOf(row.stored)], StyledText(Parsed(row.body))) << row.set;
       EXPECT_EQ(Request(std::string("{\"type\":\"") + row.get + "\"}")["body"], Parsed(row.body)) << row.get;
     }
+    EXPECT_EQ(external_.Settings().c_cflag & (CBAUD | CSTOPB), tcflag_t{B19200 | CSTOPB});
+    const auto stored = Fake().store;
+    Fake().store_down = true;
+    Fake().store_reads.clear();
+    for (const Row& row : rows) EXPECT_EQ(set(row), 404) << row.set;
+    const std::vector<std::string> read_again = {KeyOf(kDeviceTtyio), KeyOf(kBusLedColor), KeyOf(kEncCfg),
+                                                 KeyOf(kDevPos),      KeyOf(kDevPos),      KeyOf(kExtTtyio)};
+    EXPECT_EQ(Fake().store_reads, read_again) << "applied whatever the store said";
+    EXPECT_EQ(Request(R"({"type":"set_bt","body":{"major":7}})")["state"].asInt(), 200) << "the module took it";
+    EXPECT_EQ(Request(R"({"type":"get_dev_pos"})")["body"], Parsed(R"({"pos":0})")) << "the default";
+    EXPECT_EQ(Fake().store, stored);
   });
 }
 
@@ -109,16 +126,11 @@ TEST_F(ServerTest, RefusedBodiesStoreNothing) {
   const char* const rows[] = {
       R"({"type":"set_ctr_mdl","body":{"model":2}})",
       R"({"type":"set_ctr_mdl","body":{"model":"1"}})",
-      R"({"type":"set_ctr_mdl","body":[1]})",
       R"({"type":"set_ibc_name","body":{"name":"sixteen bytes ok"}})",
       R"({"type":"set_ibc_broper","body":{"time":300}})",
       R"({"type":"set_ibc_pow","body":{"power":-4}})",
-      R"({"type":"set_ibc_txp","body":{"power":"x"}})",
       R"({"type":"set_ibc_pow","body":{"power":4}})",  // the module does not answer
-      R"({"type":"set_bt","body":7})",
       R"({"type":"set_rs485pro_cfg","body":{"pro_cfg":[{"nothing":1}]}})",
-      R"({"type":"set_dev_led","body":{"led":6}})",  // the LED follows the state
-      R"({"type":"get_bt"})",
   };
   Run([&] {
     for (const char* text : rows) {
@@ -129,14 +141,31 @@ TEST_F(ServerTest, RefusedBodiesStoreNothing) {
   });
 }
 
-TEST_F(ServerTest, StoreFailureIsToldAndTheComponentFallsBack) {
+TEST_F(ServerTest, BodiesOfTheWrongType) {
+  // The states for a list, a number, a text, null and none; null is an empty object.
+  const std::pair<const char*, const char*> rows[] = {
+      {"404 404 404 200 200 ", "set_parking_color_cfg set_ctr_mdl set_ibc_name set_ibc_pow set_bt cmd"},
+      {"404 404 404 404 404 ", "set_ibc_broper set_ibc_txp set_rs485pro_cfg set_dev_led get_bt"},
+      // Stored as they are, the component staying with its defaults or with what it had; or not read.
+      {"200 200 200 200 200 ",
+       "set_ttyio_cfg set_parking_reserve_cfg set_enc_cfg set_dev_pos set_ext_ttyio_cfg check_dev set_ibc_conntime "
+       "set_ibc_id reset_ibc get_ibc_mac get_ttyio_cfg get_ext_ttyio_cfg get_rs485pro_cfg get_parking_color_cfg "
+       "get_parking_reserve_cfg get_enc_cfg get_ctr_mdl get_dev_pos get_ibc_name get_ibc_conntime get_ibc_broper "
+       "get_ibc_id get_ibc_pow get_ibc_txp get_frame_status get_net_status get_device_frame_status "
+       "quary_controled_log"},
+  };
+  AnswerAsBeacon();
   Run([&] {
-    Request(R"({"type":"set_ctr_mdl","body":{"model":1}})");
-    Fake().store_down = true;
-    EXPECT_EQ(Request(R"({"type":"set_dev_pos","body":{"pos":1}})")["state"].asInt(), 404);
-    const Json::Value reply = Request(R"({"type":"get_dev_pos"})");
-    EXPECT_EQ(reply["state"].asInt(), 200);
-    EXPECT_EQ(reply["body"]["pos"].asInt(), 0);
+    for (const auto& [expected, commands] : rows) {
+      std::istringstream names(commands);
+      for (std::string name; names >> name;) {
+        std::string states;
+        for (const char* body : {R"(,"body":[]})", R"(,"body":7})", R"(,"body":"x"})", R"(,"body":null})", "}"}) {
+          states += Request("{\"type\":\"" + name + "\"" + body)["state"].asString() + " ";
+        }
+        EXPECT_EQ(states, expected) << name;
+      }
+    }
   });
 }
 

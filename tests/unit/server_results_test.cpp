@@ -68,6 +68,11 @@ TEST_F(ServerTest, UnusableColorConfigurationCostsTheLampOnly) {
       EXPECT_NE(Fake().LastSent(kBusSimulatorTrigger), nullptr) << text;
       EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"]["totle"].asUInt(), 1u) << text;
       EXPECT_NE(TakeExternal(), "") << text;
+      const std::string set = R"({"type":"set_parking_color_cfg","body":)";
+      EXPECT_EQ(Request(set + text + "}")["state"].asInt(), 404) << text;
+      EXPECT_EQ(Fake().store[KeyOf(kBusLedColor)], StyledText(Parsed(text))) << "stored all the same";
+      EXPECT_EQ(Request(set + R"({"parkingledcolorcfg":{"parkingoccupyledcolor":3}}})")["state"].asInt(), 200) << text;
+      EXPECT_EQ(LedRegister(), 255u) << text;
     });
   }
 }

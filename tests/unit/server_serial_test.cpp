@@ -149,15 +149,38 @@ TEST_F(ServerTest, DropsPushesThatAreNone) {
 }
 
 TEST_F(ServerTest, ImplausibleCountsClearTheLists) {
+  Fake().store[KeyOf(kSysDeviceInfo)] = R"({"parking_num":0})";
+  Fake().store[KeyOf(kExtTtyio)] = R"({"proto":0,"l_ena":1})";
+  // Makes a broadcast of 65493 bytes with 1189 devices, and of 65548 with one more.
+  const auto listing = [](Json::ArrayIndex devices) {
+    Json::Value push = Parsed(Push(10, 1, 3, 1));
+    for (Json::ArrayIndex i = 0; i < devices; ++i) push["cm_dev"][i]["ip"] = 1000 + i;
+    return StyledText(push);
+  };
+  const std::pair<std::string, bool> rows[] = {{Push(10, 1, 0x100000, 0x100000), true},
+                                               {Push(10, 1, 0x100001, 0), false},
+                                               {Push(11, 1, 0, 0x100000), true},
+                                               {Push(11, 1, 0, 0x100001), false},
+                                               {listing(1189), true},
+                                               {listing(1190), false},
+                                               {Push(11, 1, 3, 1), true}};
   Run([&] {
-    Fake().sent.clear();
-    Fake().Deliver(kBusNetPush, Push(0x0A01A8C0, 1, 2000000, 1));
-    EXPECT_EQ(Broadcasts("frame_changed").size(), 0u);
-    Fake().Deliver(kBusNetPush, Push(0x0A01A8C0, 1, 2000000, 1));
-    ASSERT_NE(Fake().LastSent(kHttpRequestMessageRoot), nullptr);
-    EXPECT_EQ(Parsed(Fake().LastSent(kHttpRequestMessageRoot)->data), Parsed(R"({"type":"ClearAllDestAddr"})"));
-    Fake().Deliver(kBusNetPush, Push(0x0B01A8C0, 1, 3, 1));
-    EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"]["totle"].asUInt(), 3u);
+    for (const auto& [push, plausible] : rows) {
+      SCOPED_TRACE(push.substr(0, 60));
+      TakeExternal();
+      Fake().sent.clear();
+      Fake().Deliver(kBusNetPush, push);
+      EXPECT_EQ(TakeExternal().empty(), !plausible) << "the displays keep what they show";
+      ASSERT_EQ(Fake().sent.size(), 1u);
+      EXPECT_EQ(Fake().sent[0].type, plausible ? kBusBroadcastMessage : kHttpRequestMessageRoot);
+      const Json::Value sent = Parsed(Fake().sent[0].data);
+      if (!plausible) {
+        EXPECT_EQ(sent, Parsed(R"({"type":"ClearAllDestAddr"})"));
+        continue;
+      }
+      EXPECT_EQ(sent["body"]["totle"], Parsed(push)["totle"]) << "nothing else is left in the lists";
+      EXPECT_EQ(sent["body"]["cm_dev"].size(), Parsed(push)["cm_dev"].size());
+    }
   });
 }
 
