@@ -89,11 +89,6 @@ class ServerTest : public BoardTest {
     return found;
   }
 
-  // The beacon module accepts everything from now on.
-  void AnswerAsBeacon() {
-    Fake().on_sleep = [this](unsigned) { beacon_.Say("MTD:OK\r\n"); };
-  }
-
   static uint32_t LedRegister() { return Register(kLedGpioBlock.base + kGpioData); }
 
   // Everything that the server wrote to a line since the last call.
