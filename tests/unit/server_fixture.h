@@ -56,14 +56,18 @@ class ServerTest : public BoardTest {
  protected:
   ServerTest() { MakeMemoryDevice(); }
 
-  // Starts the server and runs the script in its event loop, with all timers alive; then the loop ends.
+  // Starts the server and runs the script in its event loop, with all timers alive; then the loop ends. The server
+  // catches what leaves the loop, a fault of the script included: the script must reach its end.
   void Run(const std::function<void()>& script) {
     boost::shared_ptr<BusinessServer> server(new BusinessServer);
+    bool ended = false;
     Fake().on_poll = [&] {
       script();
+      ended = true;
       throw std::runtime_error("end of test");
     };
     EXPECT_EQ(server->Start(), 0);
+    EXPECT_TRUE(ended) << "the script threw: " << Fake().log.back().text;
   }
 
   // Sends a request and returns its one reply.
