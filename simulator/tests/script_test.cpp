@@ -36,6 +36,8 @@ TEST(ScriptText, MistakesAreNamedWithFileLineAndUsage) {
       {"serial in 0G", "are no bytes"},
       {"expect", "what to expect is missing"},
       {"expect weather", "nothing can be expected of \"weather\"; there are led"},
+      {"expect next led off", "\"next\" is for events"},
+      {"wait nan s", "\"nan\" is no number of seconds"},
       {"expect led purple", "\"lines\" was expected, not \"purple\""},
       {"expect reply maybe", "must be a number"},
       {"expect broadcast frame_changed free", "name=value was expected, not \"free\""},
@@ -112,6 +114,22 @@ TEST_F(Run, EventsAreExpectedInAnyOrderSinceTheFirstActionAfterTheLastExpectatio
   Later(5, "6");
   EXPECT_FALSE(Play("wait 50 ms\ncar leaves space 1\nexpect broadcast ledcolor_changed led_color=6 within 50 ms"));
   EXPECT_NE(problem_.find("seen: nothing of the kind"), std::string::npos) << problem_;
+}
+
+TEST_F(Run, NextTakesTheOrderAndLetsNothingStandBetween) {
+  const std::string colour = " broadcast ledcolor_changed led_color=";
+  const struct {
+    const char* expected;  // the colours 1, 2 and 3 come in this order
+    bool seen;
+  } rows[] = {{"123", true}, {"23", true}, {"21", false}, {"13", false}, {"12", true}};
+  for (const auto& row : rows) {
+    for (const int color : {1, 2, 3}) Later(5 * color, std::to_string(color));
+    std::string script = "car arrives space 1\nwait 50 ms\nexpect" + colour + row.expected[0];
+    for (const char* next = row.expected + 1; *next != 0; ++next) {
+      script += "\nexpect next" + colour + *next + " within 50 ms";
+    }
+    EXPECT_EQ(Play(script), row.seen) << row.expected << ": " << problem_;
+  }
 }
 
 TEST_F(Run, WhatMustNotComeMustNotComeForTheWholeTime) {
