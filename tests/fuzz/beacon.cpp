@@ -5,7 +5,7 @@
 FUZZ_TARGET(input) {
   ResetFake();
   const auto parts = fuzz::Parts(input);
-  for (const auto part : parts) decode::DescribeBeaconLine(std::string(part));
+  for (const auto part : parts) words::DescribeBeaconLine(std::string(part));
   size_t next = 0;
   Fake().on_sleep = [&](unsigned) {
     fuzz::TheBoard().beacon.Empty();

@@ -29,7 +29,7 @@ FUZZ_TARGET(input) {
   Json::Value list;
   fuzz::ParseJson(text, list);
   size_t described = 0;
-  for (const auto& part : decode::DecodeBurst(copy.data(), copy.size(), list)) {
+  for (const auto& part : words::DecodeBurst(copy.data(), copy.size(), list)) {
     MUST_HOLD(!part.Text().empty());
     described += part.size;
   }

@@ -9,18 +9,18 @@ static void CheckTools(const std::string& bytes) {
   fuzz::ParseJson(fuzz::DefaultDocument(fuzz::kRs485pro.default_index), fields);
   const std::vector<uint8_t> copy(bytes.begin(), bytes.end());
   size_t described = 0;
-  for (const auto& frame : decode::DecodeBurst(copy.data(), copy.size(), fields)) {
+  for (const auto& frame : words::DecodeBurst(copy.data(), copy.size(), fields)) {
     MUST_HOLD(frame.size >= 1 && !frame.Text().empty());
     described += frame.size;
   }
   MUST_HOLD(described == copy.size());
   std::string text;
-  decode::ParseHex(bytes, text);
-  MUST_HOLD(decode::ParseHex(decode::HexText(copy.data(), copy.size()), text) && text == bytes);
-  for (const char c : decode::Printable(bytes + decode::GbkToUtf8(bytes))) {
+  words::ParseHex(bytes, text);
+  MUST_HOLD(words::ParseHex(words::HexText(copy.data(), copy.size()), text) && text == bytes);
+  for (const char c : words::Printable(bytes + words::GbkToUtf8(bytes))) {
     MUST_HOLD(static_cast<uint8_t>(c) >= 0x20 && c != 0x7F);
   }
-  decode::Utf8ToGbk(bytes, text);
+  words::Utf8ToGbk(bytes, text);
 }
 
 FUZZ_TARGET(input) {

@@ -77,7 +77,7 @@ class MessagesPage : public DeviceOnDesk {
       client_.Publish(type, example.text);
     } else if (word == "arrives") {
       std::string bytes;
-      EXPECT_TRUE(decode::ParseHex(example.text, bytes)) << example.place;
+      EXPECT_TRUE(words::ParseHex(example.text, bytes)) << example.place;
       desk_.SerialIn(bytes);
     } else if (word == "run") {
       const Outcome outcome = Run(example.text);

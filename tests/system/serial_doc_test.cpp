@@ -11,10 +11,10 @@ namespace {
 // Everything that a line of bytes says: a beacon line's meaning, or that of its frames.
 std::string WordsOf(const std::string& line, const Json::Value& field_list) {
   std::string bytes;
-  if (!decode::ParseHex(line, bytes)) return decode::DescribeBeaconLine(line + "\r\n");
+  if (!words::ParseHex(line, bytes)) return words::DescribeBeaconLine(line + "\r\n");
   std::string words;
   const auto* begin = reinterpret_cast<const uint8_t*>(bytes.data());
-  for (const auto& frame : decode::DecodeBurst(begin, bytes.size(), field_list)) {
+  for (const auto& frame : words::DecodeBurst(begin, bytes.size(), field_list)) {
     words += (words.empty() ? "" : "; ") + frame.Text();
   }
   return words;

@@ -19,8 +19,8 @@
 namespace {
 
 using businessserver::LX_ParkingResult;
-using decode::DecodedFrame;
-using decode::FrameKind;
+using words::DecodedFrame;
+using words::FrameKind;
 
 Json::Value FieldList(const std::string& entries) {
   Json::Value list;
@@ -39,13 +39,13 @@ const uint8_t* Bytes(const std::string& text) { return reinterpret_cast<const ui
 
 std::string Unhex(const std::string& hex) {
   std::string bytes;
-  EXPECT_TRUE(decode::ParseHex(hex, bytes)) << hex;
+  EXPECT_TRUE(words::ParseHex(hex, bytes)) << hex;
   return bytes;
 }
 
 std::string BurstText(const std::string& bytes, const Json::Value& list) {
   std::string text;
-  for (const DecodedFrame& frame : decode::DecodeBurst(Bytes(bytes), bytes.size(), list)) {
+  for (const DecodedFrame& frame : words::DecodeBurst(Bytes(bytes), bytes.size(), list)) {
     text += (text.empty() ? "" : " | ") + frame.Text();
   }
   return text;
@@ -53,7 +53,7 @@ std::string BurstText(const std::string& bytes, const Json::Value& list) {
 
 void SetPlate(LX_ParkingResult& result, const std::string& utf8) {
   std::string gbk;
-  ASSERT_TRUE(decode::Utf8ToGbk(utf8, gbk));
+  ASSERT_TRUE(words::Utf8ToGbk(utf8, gbk));
   memset(result.plate, 0, sizeof result.plate);
   gbk.copy(result.plate, sizeof result.plate);
 }
@@ -160,7 +160,7 @@ class Generator {
 };
 
 std::string ValueOf(const DecodedFrame& frame, const std::string& name) {
-  for (const decode::DecodedField& field : frame.fields) {
+  for (const words::DecodedField& field : frame.fields) {
     if (field.name == name) return field.value;
   }
   return "";
@@ -187,10 +187,10 @@ TEST(SerialDecoder, ReadsBackWhatTheDeviceBuilds) {
     unsigned length = 0;
     const uint8_t* built = builder.GetDevRs485ProData(length, free, 3, &result);
     std::string burst(reinterpret_cast<const char*>(built), length);
-    SCOPED_TRACE(entries + "\n" + decode::HexText(burst.data(), burst.size()));
+    SCOPED_TRACE(entries + "\n" + words::HexText(burst.data(), burst.size()));
     burst += burst;
 
-    const std::vector<DecodedFrame> frames = decode::DecodeBurst(Bytes(burst), burst.size(), list);
+    const std::vector<DecodedFrame> frames = words::DecodeBurst(Bytes(burst), burst.size(), list);
     ASSERT_EQ(frames.size(), 2u) << frames[0].Text();
     ASSERT_EQ(frames[0].size, length);
     const DecodedFrame& frame = frames[0];
@@ -198,14 +198,14 @@ TEST(SerialDecoder, ReadsBackWhatTheDeviceBuilds) {
     EXPECT_EQ(ValueOf(frame, "license"), PlateOnTheLine(generator.Plate(), result.plate_type));
     EXPECT_EQ(ValueOf(frame, "framename"), generator.Name().empty() ? "\"\"" : generator.Name());
     EXPECT_EQ(ValueOf(frame, "freenum"), std::to_string(free));
-    EXPECT_EQ(ValueOf(frame, "time"), decode::TimeText(result.time_stamp));
+    EXPECT_EQ(ValueOf(frame, "time"), words::TimeText(result.time_stamp));
 
     // One wrong bit in what the check byte covers is seen (the long type leaves two readings of the range's end).
     if (ValueOf(frame, "check").empty() || result.plate_type == businessserver::kLongPlateType) continue;
     const size_t covered = list["pro_cfg"][13]["checkbegin"].asUInt();
     if (covered + 1 >= list["pro_cfg"][14]["checkend"].asUInt()) continue;
     burst[covered] = static_cast<char>(burst[covered] ^ 1);
-    EXPECT_NE(decode::DecodeFrame(Bytes(burst), length, list).kind, FrameKind::kConfigurable);
+    EXPECT_NE(words::DecodeFrame(Bytes(burst), length, list).kind, FrameKind::kConfigurable);
   }
 }
 
@@ -213,12 +213,12 @@ TEST(SerialDecoder, ReadsBackFixedFrames) {
   for (const uint32_t value : {0u, 9u, 10u, 1048576u, 2147483647u}) {
     uint8_t frame[businessserver::kDisplayFrameMax];
     const size_t size = businessserver::EncodeDisplayFrame(value, 0x104, frame);
-    EXPECT_EQ(decode::DecodeFrame(frame, size, Json::Value()).Text(), "display 4 shows " + std::to_string(value));
-    EXPECT_EQ(decode::DecodeFrame(frame, size - 1, Json::Value()).kind, FrameKind::kUnknown);
+    EXPECT_EQ(words::DecodeFrame(frame, size, Json::Value()).Text(), "display 4 shows " + std::to_string(value));
+    EXPECT_EQ(words::DecodeFrame(frame, size - 1, Json::Value()).kind, FrameKind::kUnknown);
   }
   uint8_t relay[businessserver::kRelayFrameSize];
   businessserver::EncodeRelayFrame(23, true, relay);  // its address is the display frame's mark
-  EXPECT_EQ(decode::DecodeFrame(relay, sizeof relay, Json::Value()).Text(), "relay 23 is told occupied");
+  EXPECT_EQ(words::DecodeFrame(relay, sizeof relay, Json::Value()).Text(), "relay 23 is told occupied");
 }
 
 TEST(SerialDecoder, BeaconLines) {
@@ -242,32 +242,32 @@ TEST(SerialDecoder, BeaconLines) {
       {"DTM:", ""},
       {"hello", ""},
   };
-  for (const auto& row : kRows) EXPECT_EQ(decode::DescribeBeaconLine(row.line), row.words) << row.line;
+  for (const auto& row : kRows) EXPECT_EQ(words::DescribeBeaconLine(row.line), row.words) << row.line;
 }
 
 TEST(PlainWords, TextsFromStrangers) {
-  EXPECT_EQ(decode::GbkToUtf8("\xBE\xA9"
-                              "A1\xFF\xFF"),
+  EXPECT_EQ(words::GbkToUtf8("\xBE\xA9"
+                             "A1\xFF\xFF"),
             "京A1??");
-  EXPECT_EQ(decode::GbkToUtf8("\xBE"), "?");
+  EXPECT_EQ(words::GbkToUtf8("\xBE"), "?");
   std::string gbk = "kept";
-  EXPECT_FALSE(decode::Utf8ToGbk("A\xF0\x9F\x9A\x97", gbk));
+  EXPECT_FALSE(words::Utf8ToGbk("A\xF0\x9F\x9A\x97", gbk));
   EXPECT_EQ(gbk, "kept");
-  EXPECT_EQ(decode::Printable("a\n\x1B\x7F京\xC2\x9B\xE4\xBA\xED\xA0\x80\xC0\xAF"),
+  EXPECT_EQ(words::Printable("a\n\x1B\x7F京\xC2\x9B\xE4\xBA\xED\xA0\x80\xC0\xAF"),
             "a\\x0A\\x1B\\x7F京\\xC2\\x9B\\xE4\\xBA\\xED\\xA0\\x80\\xC0\\xAF");
 }
 
 TEST(PlainWords, HexAndAddresses) {
   std::string bytes = "kept";
-  for (const char* bad : {"G1", "AA0", "0x", "AA,BB", "-1"}) EXPECT_FALSE(decode::ParseHex(bad, bytes)) << bad;
+  for (const char* bad : {"G1", "AA0", "0x", "AA,BB", "-1"}) EXPECT_FALSE(words::ParseHex(bad, bytes)) << bad;
   EXPECT_EQ(bytes, "kept");
-  EXPECT_TRUE(decode::ParseHex(" 0xAA 1\taa17", bytes));
+  EXPECT_TRUE(words::ParseHex(" 0xAA 1\taa17", bytes));
   EXPECT_EQ(bytes, "\xAA\x01\xAA\x17");
   uint32_t ip = 0;
-  EXPECT_TRUE(decode::ParseAddress("192.168.1.20", ip));
+  EXPECT_TRUE(words::ParseAddress("192.168.1.20", ip));
   EXPECT_EQ(ip, 0x1401A8C0u);
-  EXPECT_EQ(decode::AddressText(ip), "192.168.1.20");
-  EXPECT_FALSE(decode::ParseAddress("192.168.1", ip));
+  EXPECT_EQ(words::AddressText(ip), "192.168.1.20");
+  EXPECT_FALSE(words::ParseAddress("192.168.1", ip));
 }
 
 // The words must follow the lamp: the driver's own pattern for each colour number.
@@ -277,12 +277,12 @@ TEST(PlainWords, LampColoursAreTheDrivers) {
   led.GPIO_Init();  // in memory, where there is no memory device
   for (int color = 0; color <= 7; ++color) {
     led.OpenLed(color);
-    EXPECT_EQ(decode::LedColorText(color),
-              std::to_string(color) + " (" + decode::LedRegisterText(led.DataRegister()) + ")");
+    EXPECT_EQ(words::LedColorText(color),
+              std::to_string(color) + " (" + words::LedRegisterText(led.DataRegister()) + ")");
   }
-  EXPECT_EQ(decode::LedColorText(6), "6 (lines 1+3)");
-  EXPECT_EQ(decode::LedColorText(3), "3 (all lines)");
-  EXPECT_EQ(decode::LedRegisterText(0x41), "other bits 0x41");
+  EXPECT_EQ(words::LedColorText(6), "6 (lines 1+3)");
+  EXPECT_EQ(words::LedColorText(3), "3 (all lines)");
+  EXPECT_EQ(words::LedRegisterText(0x41), "other bits 0x41");
 }
 
 }  // namespace

@@ -46,7 +46,7 @@ std::string PrintableLines(const std::string& text) {
   std::string out;
   for (size_t at = 0; at < text.size();) {
     const size_t end = std::min(text.find('\n', at), text.size());
-    out += decode::Printable(std::string_view(text).substr(at, end - at));
+    out += words::Printable(std::string_view(text).substr(at, end - at));
     if (end < text.size()) out += '\n';
     at = end + 1;
   }
@@ -64,7 +64,7 @@ std::string OneLine(const std::string& errors) {
       line += ' ';
     }
   }
-  return decode::Printable(line);
+  return words::Printable(line);
 }
 
 }  // namespace
@@ -80,7 +80,7 @@ std::string Painted(Paint paint, const std::string& text) {
 
 std::string IndentedText(const Json::Value& document) { return PrintableLines(Written(document, "  ")); }
 
-std::string OneLineText(const Json::Value& document) { return decode::Printable(Written(document, "")); }
+std::string OneLineText(const Json::Value& document) { return words::Printable(Written(document, "")); }
 
 std::string ReadSource(const std::string& argument) {
   if (argument == "-") return ReadAll(std::cin, "standard input");
@@ -113,7 +113,7 @@ long long ParseNumber(const std::string& text, long long least, long long most, 
   long long number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
   if (error == std::errc() && end == text.data() + text.size() && number >= least && number <= most) return number;
-  throw UserError(what + ": '" + decode::Printable(text) + "' is no number from " + std::to_string(least) + " to " +
+  throw UserError(what + ": '" + words::Printable(text) + "' is no number from " + std::to_string(least) + " to " +
                   std::to_string(most));
 }
 

@@ -28,16 +28,16 @@ std::string Joined(const std::vector<std::string>& words) {
   return text;
 }
 
-void ShowField(const decode::DecodedField& field, const uint8_t* frame) {
+void ShowField(const words::DecodedField& field, const uint8_t* frame) {
   char line[96];
   snprintf(line, sizeof line, "  %3zu  %-26s %-13s", field.offset,
-           decode::HexText(frame + field.offset, field.size).c_str(), field.name.c_str());
+           words::HexText(frame + field.offset, field.size).c_str(), field.name.c_str());
   std::cout << Painted(Paint::kFaint, line) << field.value << "\n";
 }
 
 // Lines of the beacon link, one below the other. False when the text is none.
 bool ShowBeaconLines(const std::string& text) {
-  const std::string words = decode::DescribeBeaconLine(text);
+  const std::string words = words::DescribeBeaconLine(text);
   if (words.empty()) return false;
   std::cout << "beacon: " << words << "\n";
   return true;
@@ -49,7 +49,7 @@ int Decode(const DecodeOptions& options) {
   const std::string text = Joined(options.words);
   if (ShowBeaconLines(text)) return kDone;
   std::string bytes;
-  if (!decode::ParseHex(text, bytes)) {
+  if (!words::ParseHex(text, bytes)) {
     throw UserError("these are no hexadecimal bytes: write them like AA 01 17 or AA0117");
   }
   if (bytes.empty()) throw UserError("there is nothing to decode");
@@ -57,12 +57,12 @@ int Decode(const DecodeOptions& options) {
 
   int status = kDone;
   const auto* at = reinterpret_cast<const uint8_t*>(bytes.data());
-  for (const decode::DecodedFrame& frame : decode::DecodeBurst(at, bytes.size(), FieldList(options))) {
-    const bool known = frame.kind != decode::FrameKind::kUnknown;
+  for (const words::DecodedFrame& frame : words::DecodeBurst(at, bytes.size(), FieldList(options))) {
+    const bool known = frame.kind != words::FrameKind::kUnknown;
     if (!known) status = kRefused;
-    std::cout << decode::HexText(at, frame.size) << "\n";
+    std::cout << words::HexText(at, frame.size) << "\n";
     std::cout << Painted(known ? Paint::kStrong : Paint::kBad, frame.Text()) << "\n";
-    for (const decode::DecodedField& field : frame.fields) ShowField(field, at);
+    for (const words::DecodedField& field : frame.fields) ShowField(field, at);
     at += frame.size;
   }
   return status;

@@ -32,14 +32,14 @@ std::string Cut(std::string line) {
 
 std::string RawWords(const std::string& data) {
   if (data.empty()) return "(empty)";
-  const std::string hex = decode::HexText(data.data(), std::min(data.size(), kHexMax));
+  const std::string hex = words::HexText(data.data(), std::min(data.size(), kHexMax));
   return std::to_string(data.size()) + " bytes: " + hex + (data.size() > kHexMax ? " ..." : "");
 }
 
 std::string Count(const Json::Value& value) { return value.isNull() ? "?" : OneLineText(value); }
 
 std::string Address(const Json::Value& ip) {
-  return ip.isUInt() ? decode::AddressText(ip.asUInt()) : "address " + OneLineText(ip);
+  return ip.isUInt() ? words::AddressText(ip.asUInt()) : "address " + OneLineText(ip);
 }
 
 std::string FreeOfTotal(const Json::Value& free, const Json::Value& total) {
@@ -62,9 +62,9 @@ std::string SerialBytes(const Json::Value& body, const Json::Value& field_list) 
   if (size < 0) return "data that is not base64";
   std::string words = RawWords(bytes);
   if (body[bs::kDataLen] != Json::Value(size)) words += " (data_len says " + Count(body[bs::kDataLen]) + ")";
-  for (const decode::DecodedFrame& frame :
-       decode::DecodeBurst(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), field_list)) {
-    if (frame.kind != decode::FrameKind::kUnknown) words += ": " + frame.Text();
+  for (const words::DecodedFrame& frame :
+       words::DecodeBurst(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(), field_list)) {
+    if (frame.kind != words::FrameKind::kUnknown) words += ": " + frame.Text();
   }
   return words;
 }
@@ -74,9 +74,9 @@ std::string SerialBytes(const Json::Value& body, const Json::Value& field_list) 
 std::string BroadcastWords(const Json::Value& document, const Json::Value& field_list) {
   const std::string type = document[bs::kType].asString();
   const Json::Value& body = document[bs::kBody];
-  if (type == bs::kLedcolorChanged) return "LED colour " + decode::LedColorText(body[bs::kLedColor].asInt());
+  if (type == bs::kLedcolorChanged) return "LED colour " + words::LedColorText(body[bs::kLedColor].asInt());
   if (type == bs::kFramestatusChanged) {
-    return std::string("the device shows ") + decode::SpaceStateName(body[bs::kFrameStatus].asInt());
+    return std::string("the device shows ") + words::SpaceStateName(body[bs::kFrameStatus].asInt());
   }
   if (type == bs::kFrameChanged) {
     return FreeOfTotal(body[bs::kFree], body[bs::kTotle]) + ControlledDevices(body[bs::kCmDev]);
@@ -165,7 +165,7 @@ std::string MessageWords(const std::string& type, const std::string& data, const
   Json::Value document;
   if (!bs::ParseJson(data, document)) return Cut(is_record ? RecordLine(record) : RawWords(data));
   try {
-    return Cut(decode::Printable(watched != nullptr ? watched->words(document, field_list) : OneLineText(document)));
+    return Cut(words::Printable(watched != nullptr ? watched->words(document, field_list) : OneLineText(document)));
   } catch (const std::exception&) {  // a document of another form than its type promises
     return Cut(OneLineText(document));
   }
@@ -184,7 +184,7 @@ Json::Value MessageJson(const std::string& type, const std::string& data, const 
   } else if (!CarriesRecord(Find(type)) && bs::ParseJson(data, document)) {
     message["document"] = document;
   } else {
-    message["hex"] = decode::HexText(data.data(), data.size());
+    message["hex"] = words::HexText(data.data(), data.size());
   }
   return message;
 }

@@ -26,11 +26,11 @@ size_t Characters(const std::string& utf8) {
 template <size_t Width>
 void SetText(char (&field)[Width], const std::string& utf8, const char* option) {
   std::string gbk;
-  if (!decode::Utf8ToGbk(utf8, gbk)) {
-    throw UserError(std::string(option) + ": '" + decode::Printable(utf8) + "' has a character that GBK cannot write");
+  if (!words::Utf8ToGbk(utf8, gbk)) {
+    throw UserError(std::string(option) + ": '" + words::Printable(utf8) + "' has a character that GBK cannot write");
   }
   if (gbk.size() >= Width) {
-    throw UserError(std::string(option) + ": '" + decode::Printable(utf8) + "' is " + std::to_string(gbk.size()) +
+    throw UserError(std::string(option) + ": '" + words::Printable(utf8) + "' is " + std::to_string(gbk.size()) +
                     " bytes in GBK, at most " + std::to_string(Width - 1) + " fit");
   }
   memset(field, 0, Width);
@@ -43,7 +43,7 @@ int32_t Int(const std::string& text, const char* option, long long least = INT32
 
 void SetStatus(SpaceDraft& draft, const std::string& value) {
   for (int state = 0; state < kStates; ++state) {
-    if (value == decode::SpaceStateName(state)) {
+    if (value == words::SpaceStateName(state)) {
       draft.result.space_status = state;
       return;
     }
@@ -60,16 +60,16 @@ void SetPlate(SpaceDraft& draft, const std::string& value) {
 std::string PlateWords(const LX_ParkingResult& result) {
   const std::string_view plate = FieldText(result.plate);
   if (plate.empty() || plate == businessserver::kNoPlate) return "no plate";
-  return decode::Printable(decode::GbkToUtf8(plate));
+  return words::Printable(words::GbkToUtf8(plate));
 }
 
 template <size_t Width>
 std::string TextWords(const char (&field)[Width]) {
-  return decode::Printable(decode::GbkToUtf8(FieldText(field)));
+  return words::Printable(words::GbkToUtf8(FieldText(field)));
 }
 
 std::string StateWords(int32_t state) {
-  const std::string name = decode::SpaceStateName(state);
+  const std::string name = words::SpaceStateName(state);
   return state >= 0 && state < kStates ? name : name + " state " + std::to_string(state);
 }
 
@@ -78,7 +78,7 @@ Json::Value SpaceJson(const LX_ParkingResult& result, size_t number) {
   space["space"] = static_cast<Json::UInt>(number);
   space["valid"] = result.valid;
   space["space_status"] = result.space_status;
-  space["plate"] = decode::GbkToUtf8(FieldText(result.plate));
+  space["plate"] = words::GbkToUtf8(FieldText(result.plate));
   space["plate_color"] = result.plate_color;
   space["plate_type"] = result.plate_type;
   space["plate_confidence"] = result.plate_confidence;
@@ -89,8 +89,8 @@ Json::Value SpaceJson(const LX_ParkingResult& result, size_t number) {
   space["second_flag"] = result.second_flag;
   space["occupy_line"] = result.occupy_line;
   space["trigger"] = result.trigger;
-  space["space_name"] = decode::GbkToUtf8(FieldText(result.space_name));
-  space["extra_text"] = decode::GbkToUtf8(FieldText(result.extra_text));
+  space["space_name"] = words::GbkToUtf8(FieldText(result.space_name));
+  space["extra_text"] = words::GbkToUtf8(FieldText(result.extra_text));
   return space;
 }
 
@@ -107,7 +107,7 @@ std::string SpaceText(const LX_ParkingResult& result, size_t number) {
                         number_of(", confidence ", result.plate_confidence) + "%");
   line("vehicle  ", number_of("colour ", result.vehicle_color) + number_of(", class ", result.vehicle_color_class) +
                         number_of(", head confidence ", result.head_confidence) + "%");
-  line("event    ", decode::TimeText(result.time_stamp) + number_of(", trigger ", result.trigger) +
+  line("event    ", words::TimeText(result.time_stamp) + number_of(", trigger ", result.trigger) +
                         number_of(", occupation line ", result.occupy_line) +
                         number_of(", second flag ", result.second_flag));
   if (!FieldText(result.extra_text).empty()) line("text     ", TextWords(result.extra_text));
@@ -233,7 +233,7 @@ std::string RecordText(const LX_Parking_Result_Param& record) {
 Json::Value RecordJson(const LX_Parking_Result_Param& record) {
   Json::Value document;
   for (size_t i = 0; i < kSpaces; ++i) document["spaces"].append(SpaceJson(record.spaces[i], i + 1));
-  document["extra_text"] = decode::GbkToUtf8(FieldText(record.extra_text));
+  document["extra_text"] = words::GbkToUtf8(FieldText(record.extra_text));
   return document;
 }
 

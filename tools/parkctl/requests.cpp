@@ -132,13 +132,13 @@ int ShowReply(const std::string& reply, const RequestOptions& options, size_t re
   Json::Value document;
   if (!bs::ParseJson(reply, document) || !document.isObject() || !document[bs::kState].isInt()) {
     Note("the reply is none that this tool knows, " + std::to_string(reply.size()) +
-         " bytes: " + decode::Printable(reply));
+         " bytes: " + words::Printable(reply));
     return kRefused;
   }
   const int state = document[bs::kState].asInt();
   const Json::Value& text = document[bs::kErrorMsg];
   const std::string hint = Hint(state, options, request_size);
-  std::cerr << state << " " << (text.isString() ? decode::Printable(text.asString()) : "")
+  std::cerr << state << " " << (text.isString() ? words::Printable(text.asString()) : "")
             << (hint.empty() ? "" : "\n  " + hint) << std::endl;
   if (document.isMember(bs::kBody)) std::cout << IndentedText(document[bs::kBody]) << "\n";
   return state == bs::kAllDone.state ? kDone : kRefused;

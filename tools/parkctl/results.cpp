@@ -21,8 +21,8 @@ namespace {
 
 uint32_t Address(const std::string& text) {
   uint32_t ip = 0;
-  if (decode::ParseAddress(text, ip)) return ip;
-  throw UserError("'" + decode::Printable(text) + "' is no address like 192.168.1.20");
+  if (words::ParseAddress(text, ip)) return ip;
+  throw UserError("'" + words::Printable(text) + "' is no address like 192.168.1.20");
 }
 
 uint32_t Position(const std::string& name) {
@@ -37,7 +37,7 @@ Json::Value ControlledDevice(const std::string& text) {
   const size_t first = text.find(':');
   const size_t second = first == std::string::npos ? first : text.find(':', first + 1);
   if (second == std::string::npos) {
-    throw UserError("--device '" + decode::Printable(text) + "': write ADDRESS:TOTAL:FREE, e.g. 192.168.1.31:2:1");
+    throw UserError("--device '" + words::Printable(text) + "': write ADDRESS:TOTAL:FREE, e.g. 192.168.1.31:2:1");
   }
   const std::string total = text.substr(first + 1, second - first - 1);
   Json::Value device;

@@ -20,7 +20,7 @@ constexpr size_t kListedText = 70;  // characters of a document shown in the lis
 std::string Beginning(const std::string& text) {
   Json::Value document;
   std::string line =
-      businessserver::ParseJson(text, document) ? OneLineText(document) : "not JSON: " + decode::Printable(text);
+      businessserver::ParseJson(text, document) ? OneLineText(document) : "not JSON: " + words::Printable(text);
   if (line.size() <= kListedText) return line;
   size_t end = kListedText;
   while (end > 0 && (line[end] & 0xC0) == 0x80) --end;
@@ -64,7 +64,7 @@ int GetDocument(uint16_t store_port, const std::string& name) {
   Json::Value value;
   if (!businessserver::ParseJson(text, value)) {
     Note(DocumentName(document) + " holds no JSON: the device takes its default when it next reads it");
-    std::cout << decode::Printable(text) << "\n";
+    std::cout << words::Printable(text) << "\n";
     return kRefused;
   }
   std::cout << IndentedText(value) << "\n";
@@ -82,7 +82,7 @@ int SetDocument(uint16_t store_port, const std::string& name, const std::string&
   Json::Value before;
   if (found == Store::Found::kYes && !businessserver::ParseJson(old_text, before)) {
     before = Json::Value();
-    std::cout << DocumentName(document) << " held no JSON: " << decode::Printable(old_text) << "\n";
+    std::cout << DocumentName(document) << " held no JSON: " << words::Printable(old_text) << "\n";
   }
   std::cout << DocumentName(document) << (found == Store::Found::kNo ? ", new:\n" : ":\n");
   const auto changes = Changes(before, after);

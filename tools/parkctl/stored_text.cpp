@@ -25,7 +25,7 @@ void Flatten(const Json::Value& value, const std::string& path, Values& values) 
     values[path.empty() ? "(the whole)" : path] = OneLineText(value);
   } else if (value.isObject()) {
     for (const std::string& name : value.getMemberNames()) {
-      Flatten(value[name], path + (path.empty() ? "" : ".") + decode::Printable(name), values);
+      Flatten(value[name], path + (path.empty() ? "" : ".") + words::Printable(name), values);
     }
   } else {
     for (Json::ArrayIndex i = 0; i < value.size(); ++i) Flatten(value[i], path + "[" + std::to_string(i) + "]", values);
@@ -52,7 +52,7 @@ const StoredDocument& FindDocument(const std::string& name) {
   if (none) matches.assign(std::begin(businessserver::kStoredDocuments), std::end(businessserver::kStoredDocuments));
   std::string names;
   for (const StoredDocument* document : matches) names += "\n  " + DocumentName(*document);
-  throw UserError("'" + decode::Printable(name) + (none ? "' is no document; there are:" : "' could be any of:") +
+  throw UserError("'" + words::Printable(name) + (none ? "' is no document; there are:" : "' could be any of:") +
                   names);
 }
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace decode {
+namespace words {
 
 enum class FrameKind { kConfigurable, kDisplay, kRelay, kUnknown };
 
@@ -40,4 +40,6 @@ std::vector<DecodedFrame> DecodeBurst(const uint8_t* bytes, size_t size, const J
 // What a beacon command or reply says, e.g. "set major 0x0065 (101)"; empty when it is none.
 std::string DescribeBeaconLine(const std::string& line);
 
-}  // namespace decode
+}  // namespace words
+
+namespace decode = words;  // the simulator's name for it

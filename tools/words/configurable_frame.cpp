@@ -11,7 +11,7 @@
 #include "protocol/parking_result.h"
 #include "rs485pro/plate_code.h"
 
-namespace decode {
+namespace words {
 
 using businessserver::FrameField;
 using businessserver::FrameSettings;
@@ -299,4 +299,4 @@ DecodedFrame DecodeConfigurable(const uint8_t* bytes, size_t size, const FieldLi
   return best->Frame();
 }
 
-}  // namespace decode
+}  // namespace words

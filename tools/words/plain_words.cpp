@@ -9,7 +9,7 @@
 
 #include "devicesdk/register_block.h"
 
-namespace decode {
+namespace words {
 
 namespace {
 
@@ -204,4 +204,4 @@ bool ParseHex(const std::string& text, std::string& bytes) {
   return true;
 }
 
-}  // namespace decode
+}  // namespace words

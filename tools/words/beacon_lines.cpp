@@ -6,7 +6,7 @@
 #include "plain_words.h"
 #include "serial_decoder.h"
 
-namespace decode {
+namespace words {
 
 namespace {
 
@@ -105,4 +105,4 @@ std::string DescribeBeaconLine(const std::string& line) {
   return "";
 }
 
-}  // namespace decode
+}  // namespace words

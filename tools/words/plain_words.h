@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace decode {
+namespace words {
 
 std::string GbkToUtf8(std::string_view gbk);  // what cannot be converted becomes "?"
 
@@ -26,4 +26,6 @@ std::string LedRegisterText(uint32_t data_register);         // 0x14 -> "lines 1
 std::string HexText(const void* bytes, size_t size);         // "AA 01 17"
 bool ParseHex(const std::string& text, std::string& bytes);  // blanks and 0x allowed; false on anything else
 
-}  // namespace decode
+}  // namespace words
+
+namespace decode = words;  // the simulator's name for it

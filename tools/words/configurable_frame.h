@@ -12,7 +12,7 @@
 #include "rs485pro/frame_fields.h"
 #include "serial_decoder.h"
 
-namespace decode {
+namespace words {
 
 struct FieldList {
   std::vector<const businessserver::FrameField*> fields;  // those that put bytes into the frame, in frame order
@@ -33,4 +33,6 @@ DecodedFrame DecodeConfigurable(const uint8_t* bytes, size_t size, const FieldLi
 // Whether the bytes begin with the list's header (and it has one).
 bool BeginsWithHeader(const uint8_t* bytes, size_t size, const FieldList& list);
 
-}  // namespace decode
+}  // namespace words
+
+namespace decode = words;  // the simulator's name for it

@@ -4,7 +4,7 @@
 #include "plain_words.h"
 #include "rs485pro/fixed_frames.h"
 
-namespace decode {
+namespace words {
 
 namespace {
 
@@ -143,4 +143,4 @@ std::vector<DecodedFrame> DecodeBurst(const uint8_t* bytes, size_t size, const F
   return frames;
 }
 
-}  // namespace decode
+}  // namespace words
