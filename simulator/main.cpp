@@ -9,11 +9,11 @@
 #include <iostream>
 #include <vector>
 
-#include "desk.h"
-#include "narrator.h"
-#include "screen.h"
-#include "script.h"
-#include "script_runner.h"
+#include "desk/desk.h"
+#include "screen/narrator.h"
+#include "screen/screen.h"
+#include "script/script.h"
+#include "script/script_runner.h"
 
 namespace {
 

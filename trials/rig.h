@@ -12,12 +12,12 @@
 #include <thread>
 #include <vector>
 
-#include "board.h"
-#include "bus_client.h"
-#include "loop.h"
-#include "process.h"
-#include "pty.h"
-#include "store_client.h"
+#include "bringup/board.h"
+#include "bringup/loop.h"
+#include "bringup/process.h"
+#include "bringup/pty.h"
+#include "desk/bus_client.h"
+#include "desk/store_client.h"
 
 namespace trials {
 

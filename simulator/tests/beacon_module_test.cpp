@@ -1,4 +1,4 @@
-#include "beacon_module.h"
+#include "desk/beacon_module.h"
 
 #include <gtest/gtest.h>
 

@@ -4,12 +4,12 @@
 
 #include <fstream>
 
+#include "bringup/process.h"
+#include "desk/neighbours.h"
+#include "desk/recogniser.h"
+#include "desk/serial_line.h"
 #include "near_end.h"
-#include "neighbours.h"
-#include "process.h"
 #include "protocol/json_text.h"
-#include "recogniser.h"
-#include "serial_line.h"
 
 namespace desk {
 namespace {

@@ -1,9 +1,9 @@
-#include "script.h"
+#include "script/script.h"
 
 #include <gtest/gtest.h>
 
-#include "desk.h"
-#include "script_runner.h"
+#include "desk/desk.h"
+#include "script/script_runner.h"
 
 namespace desk {
 namespace {

@@ -13,7 +13,7 @@
 #include <map>
 #include <string>
 
-#include "desk.h"
+#include "desk/desk.h"
 
 class DeviceOnDesk : public testing::Test {
  protected:

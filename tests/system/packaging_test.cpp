@@ -14,8 +14,8 @@
 #include <vector>
 
 #include "../temporary_directory.h"
-#include "loop.h"
-#include "process.h"
+#include "bringup/loop.h"
+#include "bringup/process.h"
 #include "protocol/names.h"
 
 namespace {

@@ -1,0 +1,30 @@
+// The board's files in a directory: dev/mem with the register blocks that the daemon maps, and the names of its
+// two serial lines. The memory file is sparse; only the touched pages take up space.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace desk {
+
+inline constexpr char kMemoryFile[] = "dev/mem";
+inline constexpr char kBeaconLine[] = "dev/ttyAMA1";
+inline constexpr char kExternalLine[] = "dev/ttyAMA2";
+
+class Board {
+ public:
+  Board() = default;
+  ~Board();
+  Board(const Board&) = delete;
+  Board& operator=(const Board&) = delete;
+
+  // Makes the files below directory, which exists. On failure problem says what went wrong.
+  bool Create(const std::string& directory, std::string& problem);
+
+  uint32_t LedData() const;  // data register of the lamp's GPIO bank, the three lamp lines in bits 2 to 4
+
+ private:
+  char* gpio_ = nullptr;
+};
+
+}  // namespace desk

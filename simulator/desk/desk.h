@@ -1,0 +1,130 @@
+// The board on a desk: its registers, its two serial lines with a beacon module and displays at their ends, the
+// recognition process, the neighbours, and the programs around them: broker, store and the daemon itself. Everything
+// runs on one loop, which the owner turns; what happens is written into the journal.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bringup/board.h"
+#include "bringup/loop.h"
+#include "bringup/process.h"
+#include "bringup/pty.h"
+#include "desk/beacon_module.h"
+#include "desk/bus_client.h"
+#include "desk/bus_watch.h"
+#include "desk/journal.h"
+#include "desk/lamp.h"
+#include "desk/neighbours.h"
+#include "desk/recogniser.h"
+#include "desk/serial_line.h"
+#include "desk/store_client.h"
+
+namespace desk {
+
+struct DeskPlan {
+  std::string directory;    // where the device's files go; made when it is not there
+  std::string daemon;       // the daemon's program
+  std::string packaging;    // where mosquitto.conf and redis.conf are
+  bool keep_store = false;  // go on with the documents of an earlier run
+};
+
+class Desk {
+ public:
+  explicit Desk(DeskPlan plan);
+  ~Desk();
+  Desk(const Desk&) = delete;
+  Desk& operator=(const Desk&) = delete;
+
+  // Makes the files, starts store and broker, then the daemon. On failure problem says what is wrong and what to do.
+  bool Start(std::string& problem);
+  void Stop();
+
+  // ---- the programs ----
+  Process* FindProcess(const std::string& name);  // "broker", "store", "daemon"; nullptr for others
+  void StartProcess(Process& process);
+  void KillProcess(Process& process);
+  void StopProcess(Process& process);
+  bool ready() const { return ready_; }  // the daemon answers on the bus
+
+  // ---- what happens in front of the camera ----
+  using Fields = std::vector<std::pair<std::string, std::string>>;
+  void CarArrives(size_t space, const std::string& plate, const Fields& fields = {}, bool change = false);
+  void CarLeaves(size_t space, const Fields& fields = {}, bool change = false);
+  void CrossesLine(size_t space, int value, const Fields& fields = {}, bool change = false);
+  void Sees(size_t space, const Fields& fields, bool change = false);  // any other event
+  void PublishRecordOf(size_t bytes);                                  // a record cut short or padded
+
+  // ---- what other processes do ----
+  void NeighbourPushes(const Neighbour& neighbour) { neighbours_.Push(neighbour); }
+  void NeighbourFallsSilent(uint32_t ip);
+  void Request(const std::string& command, const std::string& body);
+  void ExternalRequest(const std::string& command, const std::string& body);
+  void Listen(const std::string& type, const std::string& body);
+  void SendSerialData(const std::string& bytes);  // through the daemon, as the front end does
+  void Publish(const std::string& topic, const std::string& payload);
+  void NameDevice(const std::string& name);
+  void StoreSet(const std::string& document, const std::string& text);
+  void StoreDelete(const std::string& document);
+  void StoreShow(const std::string& document);
+
+  // ---- what a hand on the desk does ----
+  void SerialIn(const std::string& bytes) { serial_.Send(bytes); }
+  void BeaconBehaves(BeaconManner manner, Loop::Milliseconds delay, const std::string& words);
+  void PlugBeacon(bool plugged);
+
+  Loop& loop() { return loop_; }
+  Journal& journal() { return journal_; }
+  Journal& daemon_log() { return daemon_log_; }  // its lines, one event each
+  Board& board() { return board_; }
+  BeaconModule& beacon() { return beacon_; }
+  SerialLine& serial() { return serial_; }
+  Recogniser& recogniser() { return recogniser_; }
+  Neighbours& neighbours() { return neighbours_; }
+  StoreClient& store_client() { return store_client_; }
+  BusClient& bus() { return bus_; }
+  Process& broker() { return broker_; }
+  Process& store() { return store_; }
+  Process& daemon() { return daemon_; }
+
+ private:
+  bool MakeFiles(std::string& problem);
+  bool StartAround(std::string& problem);
+  bool StartAndAwait(Process& process, int port, std::string& problem);
+  void ConfigureProcesses();
+  void WatchProcess(Process& process);
+  void Tick();
+  void LookAtLamp();
+  void AskSignOfLife();
+  void SendRequest(const std::string& topic, const std::string& command, const std::string& body);
+  void PublishResult(const std::string& what, bool change);
+  void SetFields(size_t space, const Fields& fields);
+  std::string Delivered(bool sent) const;
+
+  DeskPlan plan_;
+  Loop loop_;
+  Journal journal_;
+  Journal daemon_log_;
+  Board board_;
+  Pty beacon_line_;
+  Pty external_line_;
+  StoreClient store_client_;
+  BeaconModule beacon_;
+  SerialLine serial_;
+  BusWatch bus_watch_;
+  BusClient bus_;
+  Recogniser recogniser_;
+  Neighbours neighbours_;
+  Process broker_;
+  Process store_;
+  Process daemon_;
+  bool ready_ = false;
+  uint32_t led_data_ = 0;
+  uint64_t requests_ = 0;
+  uint64_t beacon_pause_ = 0;
+  std::vector<uint64_t> timers_;
+};
+
+}  // namespace desk
