@@ -29,7 +29,7 @@ bool ParseNumber(const std::string& text, int& value) {
 
 // "0x" and exactly that many bytes in hexadecimal.
 bool ParseBytes(const std::string& text, size_t size, std::string& bytes) {
-  return text.size() == 2 + 2 * size && text.compare(0, 2, "0x") == 0 && decode::ParseHex(text.substr(2), bytes) &&
+  return text.size() == 2 + 2 * size && text.compare(0, 2, "0x") == 0 && words::ParseHex(text.substr(2), bytes) &&
          bytes.size() == size;
 }
 
@@ -97,7 +97,7 @@ const Setting kSettings[] = {
 };
 
 std::string Hex(const std::string& bytes) {
-  std::string text = decode::HexText(bytes.data(), bytes.size());
+  std::string text = words::HexText(bytes.data(), bytes.size());
   text.erase(std::remove(text.begin(), text.end(), ' '), text.end());
   return text;
 }
@@ -115,7 +115,7 @@ std::string Identity(const BeaconState& state) {
 }  // namespace
 
 std::string IdentityText(const BeaconState& state) {
-  return decode::Printable(state.name) + "  " + decode::Printable(state.uuid);
+  return words::Printable(state.name) + "  " + words::Printable(state.uuid);
 }
 
 std::string SettingsText(const BeaconState& state) {

@@ -39,8 +39,8 @@ Facts RecordFacts(const bs::LX_Parking_Result_Param& record) {
   for (size_t i = 0; i < bs::kSpaces; ++i) {
     const auto& space = record.spaces[i];
     const std::string number = std::to_string(i + 1);
-    facts.emplace_back("plate" + number, decode::GbkToUtf8(bs::FieldText(space.plate)));
-    facts.emplace_back("state" + number, decode::SpaceStateName(space.space_status));
+    facts.emplace_back("plate" + number, words::GbkToUtf8(bs::FieldText(space.plate)));
+    facts.emplace_back("state" + number, words::SpaceStateName(space.space_status));
     facts.emplace_back("line" + number, std::to_string(space.occupy_line));
   }
   return facts;
@@ -69,8 +69,8 @@ void AddSerialBytes(const Json::Value& document, Facts& facts) {
   if (document[bs::kType] != bs::kTtyioDataBro || !body.isObject() || !body[bs::kData].isString()) return;
   std::string bytes;
   if (!DecodeBase64(body[bs::kData].asString(), bytes)) return;
-  facts.emplace_back("bytes", decode::HexText(bytes.data(), bytes.size()));
-  facts.emplace_back("text", decode::Printable(bytes));
+  facts.emplace_back("bytes", words::HexText(bytes.data(), bytes.size()));
+  facts.emplace_back("text", words::Printable(bytes));
 }
 
 // "cm_dev.0.ip"
@@ -117,9 +117,9 @@ void BusWatch::HandleBroadcast(const BusMessage& message) {
   Facts facts = {{bs::kType, type}};
   facts.insert(facts.end(), body.begin(), body.end());
   for (auto& [name, value] : body) {
-    if (IsAddress(name)) value = decode::AddressText(static_cast<uint32_t>(strtoul(value.c_str(), nullptr, 10)));
+    if (IsAddress(name)) value = words::AddressText(static_cast<uint32_t>(strtoul(value.c_str(), nullptr, 10)));
   }
-  journal_.Add(Source::kBroadcast, type + " " + decode::Printable(FactsText(body)), facts);
+  journal_.Add(Source::kBroadcast, type + " " + words::Printable(FactsText(body)), facts);
 }
 
 void BusWatch::HandleRepublished(const BusMessage& message) {
@@ -135,7 +135,7 @@ void BusWatch::HandleRequest(const BusMessage& message) {
   const std::string topic = message.response_topic.empty() ? message.topic + "/reply" : message.response_topic;
   if (response_topics_.size() >= kMostTopics) response_topics_.clear();
   response_topics_.insert(topic);
-  journal_.Add(Source::kRequest, PayloadText(message.payload) + "  (for " + decode::Printable(topic) + ")");
+  journal_.Add(Source::kRequest, PayloadText(message.payload) + "  (for " + words::Printable(topic) + ")");
 }
 
 void BusWatch::HandleReply(const BusMessage& message) {
@@ -158,7 +158,7 @@ void BusWatch::HandleReply(const BusMessage& message) {
   } else {
     text = PayloadText(message.payload);
   }
-  if (message.topic != kReplyTopic) text += "  (for " + decode::Printable(message.topic) + ")";
+  if (message.topic != kReplyTopic) text += "  (for " + words::Printable(message.topic) + ")";
   journal_.Add(Source::kReply, text, facts);
 }
 
@@ -166,7 +166,7 @@ void BusWatch::HandleOther(const BusMessage& message) {
   Facts facts = {{"topic", message.topic}};
   Json::Value document;
   if (ParseObject(message.payload, document)) AddDocumentFacts(document, facts);
-  journal_.Add(Source::kBus, decode::Printable(message.topic) + " " + PayloadText(message.payload), facts);
+  journal_.Add(Source::kBus, words::Printable(message.topic) + " " + PayloadText(message.payload), facts);
 }
 
 }  // namespace desk

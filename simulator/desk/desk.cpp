@@ -77,7 +77,7 @@ std::string LinesText(const std::string& lines) {
   std::string text;
   for (size_t at = 0; at < lines.size();) {
     const size_t end = std::min(lines.find("\r\n", at), lines.size());
-    text += (text.empty() ? "" : " | ") + decode::Printable(lines.substr(at, end - at));
+    text += (text.empty() ? "" : " | ") + words::Printable(lines.substr(at, end - at));
     at = end + 2;
   }
   return text;
@@ -110,9 +110,9 @@ Desk::Desk(DeskPlan plan)
     bus_watch_.Handle(message);
   });
   beacon_.OnCommand([this](const std::string& command, const std::string& answer) {
-    const std::string meaning = decode::DescribeBeaconLine(command);
+    const std::string meaning = words::DescribeBeaconLine(command);
     const std::string said = !beacon_.plugged() ? "(unplugged)" : answer.empty() ? "(silence)" : LinesText(answer);
-    journal_.Add(Source::kBeacon, decode::Printable(command) + (meaning.empty() ? "" : "  " + meaning) + "  -> " + said,
+    journal_.Add(Source::kBeacon, words::Printable(command) + (meaning.empty() ? "" : "  " + meaning) + "  -> " + said,
                  {{"command", command}, {"answer", answer}});
     loop_.Cancel(beacon_pause_);
     beacon_pause_ = loop_.After(kBeaconPause, [this] {
@@ -189,7 +189,7 @@ void Desk::ConfigureProcesses() {
   daemon_.Configure({"/usr/bin/env", "PATH=" + plan_.directory + "/bin:/usr/bin:/bin", plan_.daemon}, plan_.directory);
   for (Process* process : {&broker_, &store_, &daemon_}) WatchProcess(*process);
   daemon_.OnLine([this](const std::string& line) {
-    daemon_log_.Add(Source::kLog, decode::Printable(line), {{"line", line}});
+    daemon_log_.Add(Source::kLog, words::Printable(line), {{"line", line}});
   });
 }
 
@@ -255,7 +255,7 @@ void Desk::LookAtLamp() {
   led_data_ = data;
   const int color = LedColor(data);
   journal_.Add(Source::kLed,
-               decode::LedRegisterText(data) + (color < 0 ? "" : ", colour " + std::to_string(color)) +
+               words::LedRegisterText(data) + (color < 0 ? "" : ", colour " + std::to_string(color)) +
                    "  (data register " + std::to_string(data) + ")",
                {{"lines", LedLines(data)}, {"colour", std::to_string(color)}});
 }

@@ -87,7 +87,7 @@ void Desk::PublishRecordOf(size_t bytes) {
 void Desk::NeighbourFallsSilent(uint32_t ip) {
   const bool known = neighbours_.Silence(ip);
   journal_.Add(Source::kNeighbour,
-               decode::AddressText(ip) + (known ? " falls silent" : " was never heard: it cannot fall silent"));
+               words::AddressText(ip) + (known ? " falls silent" : " was never heard: it cannot fall silent"));
 }
 
 void Desk::SendRequest(const std::string& topic, const std::string& command, const std::string& body) {

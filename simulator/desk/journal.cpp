@@ -95,10 +95,10 @@ std::string CompactText(const Json::Value& document) {
 }
 
 std::string Shortened(const std::string& text) {
-  if (text.size() <= kLongestText) return decode::Printable(text);
+  if (text.size() <= kLongestText) return words::Printable(text);
   size_t end = kLongestText;
   while ((static_cast<uint8_t>(text[end]) & 0xC0) == 0x80) --end;  // not within a character
-  return decode::Printable(text.substr(0, end)) + "... (" + std::to_string(text.size()) + " bytes)";
+  return words::Printable(text.substr(0, end)) + "... (" + std::to_string(text.size()) + " bytes)";
 }
 
 void Journal::Add(Source source, const std::string& text, Facts facts) {

@@ -12,9 +12,9 @@ constexpr int kColors = 8;
 }  // namespace
 
 int LedColor(uint32_t data) {
-  const std::string lit = " (" + decode::LedRegisterText(data) + ")";
+  const std::string lit = " (" + words::LedRegisterText(data) + ")";
   for (int color = 0; color < kColors; ++color) {
-    if (decode::LedColorText(color) == std::to_string(color) + lit) return color;
+    if (words::LedColorText(color) == std::to_string(color) + lit) return color;
   }
   return -1;
 }

@@ -77,10 +77,10 @@ std::string PushDocument(const Neighbour& neighbour) {
 }
 
 std::string NeighbourText(const Neighbour& neighbour) {
-  std::string text = decode::AddressText(neighbour.ip) + " " + PositionName(neighbour.position) + ": " +
+  std::string text = words::AddressText(neighbour.ip) + " " + PositionName(neighbour.position) + ": " +
                      std::to_string(neighbour.free) + " of " + std::to_string(neighbour.total) + " free";
   for (const auto& device : neighbour.reports) {
-    text += ", reports " + decode::AddressText(device.ip) + " with " + std::to_string(device.free) + " of " +
+    text += ", reports " + words::AddressText(device.ip) + " with " + std::to_string(device.free) + " of " +
             std::to_string(device.total) + " free";
   }
   return text;

@@ -40,7 +40,7 @@ const NumberField* FindNumberField(const std::string& word) {
 template <size_t Width>
 bool SetText(char (&field)[Width], const std::string& utf8, std::string& problem) {
   std::string gbk;
-  if (!decode::Utf8ToGbk(utf8, gbk) || gbk.size() > Width) {
+  if (!words::Utf8ToGbk(utf8, gbk) || gbk.size() > Width) {
     problem = "\"" + utf8 + "\" is not GBK text of at most " + std::to_string(Width) + " bytes";
     return false;
   }
@@ -149,8 +149,8 @@ std::string Recogniser::FieldNames() {
 std::string SpaceText(const LX_ParkingResult& space) {
   if (space.valid != 1) return "not seen";
   const auto plate = FieldText(space.plate);
-  std::string text = decode::SpaceStateName(space.space_status);
-  if (plate != kNoPlate && !plate.empty()) text += " " + decode::Printable(decode::GbkToUtf8(plate));
+  std::string text = words::SpaceStateName(space.space_status);
+  if (plate != kNoPlate && !plate.empty()) text += " " + words::Printable(words::GbkToUtf8(plate));
   if (space.occupy_line == 1) text += ", on the line";
   return text;
 }

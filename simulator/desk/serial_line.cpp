@@ -17,21 +17,21 @@ constexpr Loop::Milliseconds kGap(5);  // a pause of this length ends a burst
 constexpr size_t kLongestBurst = 65536;
 constexpr size_t kMostBytesShown = 64;
 
-const char* KindName(decode::FrameKind kind) {
+const char* KindName(words::FrameKind kind) {
   switch (kind) {
-    case decode::FrameKind::kConfigurable:
+    case words::FrameKind::kConfigurable:
       return "frame";
-    case decode::FrameKind::kDisplay:
+    case words::FrameKind::kDisplay:
       return "display";
-    case decode::FrameKind::kRelay:
+    case words::FrameKind::kRelay:
       return "relay";
-    case decode::FrameKind::kUnknown:
+    case words::FrameKind::kUnknown:
       break;
   }
   return "unknown";
 }
 
-std::string FieldValue(const decode::DecodedFrame& frame, const char* name) {
+std::string FieldValue(const words::DecodedFrame& frame, const char* name) {
   for (const auto& field : frame.fields) {
     if (field.name == name) return field.value;
   }
@@ -46,11 +46,11 @@ void Refresh(StoreClient& store, const businessserver::StoredDocument& row, Json
 }
 
 // The frame's words, and the bytes themselves where words fail.
-std::string FrameText(const decode::DecodedFrame& frame, const std::string& bytes) {
-  if (frame.kind != decode::FrameKind::kUnknown) return frame.Text();
+std::string FrameText(const words::DecodedFrame& frame, const std::string& bytes) {
+  if (frame.kind != words::FrameKind::kUnknown) return frame.Text();
   const size_t shown = std::min(bytes.size(), kMostBytesShown);
   const char* more = shown < bytes.size() ? " ..." : "";
-  return decode::HexText(bytes.data(), shown) + more + "  (" + frame.Text() + ")";
+  return words::HexText(bytes.data(), shown) + more + "  (" + frame.Text() + ")";
 }
 
 // Whether a display is switched on in the settings and answers to that address.
@@ -81,8 +81,7 @@ SerialLine::~SerialLine() {
 }
 
 void SerialLine::Send(const std::string& bytes) {
-  journal_.Add(Source::kSerialIn,
-               decode::HexText(bytes.data(), bytes.size()) + "  \"" + decode::Printable(bytes) + "\"");
+  journal_.Add(Source::kSerialIn, words::HexText(bytes.data(), bytes.size()) + "  \"" + words::Printable(bytes) + "\"");
   line_.Send(bytes);
 }
 
@@ -101,23 +100,23 @@ void SerialLine::BurstEnded() {
   burst_.clear();
   Refresh(store_, kRs485pro, field_list_);
   Refresh(store_, kExtTtyio, settings_);
-  list_ = decode::ReadFieldList(field_list_, list_.settings);
+  list_ = words::ReadFieldList(field_list_, list_.settings);
   const auto* bytes = reinterpret_cast<const uint8_t*>(burst.data());
   size_t at = 0;
-  for (const auto& frame : decode::DecodeBurst(bytes, burst.size(), list_)) {
+  for (const auto& frame : words::DecodeBurst(bytes, burst.size(), list_)) {
     Report(frame, burst.substr(at, frame.size));
     at += frame.size;
   }
 }
 
-void SerialLine::Report(const decode::DecodedFrame& frame, const std::string& bytes) {
-  Facts facts = {{"kind", KindName(frame.kind)}, {"bytes", decode::HexText(bytes.data(), bytes.size())}};
+void SerialLine::Report(const words::DecodedFrame& frame, const std::string& bytes) {
+  Facts facts = {{"kind", KindName(frame.kind)}, {"bytes", words::HexText(bytes.data(), bytes.size())}};
   for (const auto& field : frame.fields) facts.emplace_back(field.name, field.value);
   std::vector<const Display*> changed;
-  if (frame.kind == decode::FrameKind::kDisplay)
+  if (frame.kind == words::FrameKind::kDisplay)
     changed = Show(FieldValue(frame, "address"), FieldValue(frame, "value"));
   // A display is told the same number again and again; only a new one is worth a line.
-  if (frame.kind == decode::FrameKind::kDisplay && changed.empty()) facts.emplace_back(kRepeated, "yes");
+  if (frame.kind == words::FrameKind::kDisplay && changed.empty()) facts.emplace_back(kRepeated, "yes");
   journal_.Add(Source::kSerialOut, FrameText(frame, bytes), facts);
   for (const Display* display : changed) {
     journal_.Add(Source::kDisplay, std::string(display->name) + " shows " + display->digits,

@@ -45,7 +45,7 @@ class SerialLine {
  private:
   void Receive(const std::string& bytes);
   void BurstEnded();
-  void Report(const decode::DecodedFrame& frame, const std::string& bytes);
+  void Report(const words::DecodedFrame& frame, const std::string& bytes);
   std::vector<const Display*> Show(const std::string& address, const std::string& digits);
 
   Loop& loop_;
@@ -56,7 +56,7 @@ class SerialLine {
   std::string burst_;
   uint64_t gap_timer_ = 0;
   Json::Value field_list_;
-  decode::FieldList list_;  // what field_list_ and the lists before it say
+  words::FieldList list_;  // what field_list_ and the lists before it say
   Json::Value settings_;
 };
 

@@ -129,7 +129,7 @@ void Screen::DrawSpaces(int row, int column, int width) {
                                            : space.space_status == 0 ? COLOR_GREEN
                                                                      : COLOR_RED));
     const int line = row + static_cast<int>(i);
-    Put(line, column + 1, 8, std::to_string(i) + " " + decode::GbkToUtf8(businessserver::FieldText(space.space_name)));
+    Put(line, column + 1, 8, std::to_string(i) + " " + words::GbkToUtf8(businessserver::FieldText(space.space_name)));
     Put(line, column + 10, width - 11, SpaceText(space), color | A_BOLD);
   }
 }
@@ -145,7 +145,7 @@ void Screen::DrawLamp(int row, int column, int width) {
         number == 0 ? static_cast<attr_t>(A_REVERSE | A_DIM) : lit);
   }
   const int color = LedColor(data);
-  Put(row + 1, column + 9, width - 10, decode::LedRegisterText(data));
+  Put(row + 1, column + 9, width - 10, words::LedRegisterText(data));
   Put(row + 2, column + 9, width - 10, color < 0 ? "no colour" : "colour " + std::to_string(color));
 }
 
@@ -169,7 +169,7 @@ void Screen::DrawCounts(int row, int column, int width) {
     if (line >= row + kMiddleRows) break;
     const std::string counts = std::to_string(neighbour.free) + "/" + std::to_string(neighbour.total);
     Put(line++, column + 1, width - 2,
-        decode::AddressText(ip) + "  " + PositionName(neighbour.position) + "  " + counts +
+        words::AddressText(ip) + "  " + PositionName(neighbour.position) + "  " + counts +
             (neighbour.talking ? "" : "  silent"),
         neighbour.talking ? 0 : A_DIM);
   }

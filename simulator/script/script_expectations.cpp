@@ -22,7 +22,7 @@ void ExpectLed(Words& words, Expectation& expectation) {
     lines = words.Next("the lines, like 1+3");
   }
   expectation.state = [lines](Desk& desk, std::string& seen) {
-    seen = decode::LedRegisterText(desk.board().LedData());
+    seen = words::LedRegisterText(desk.board().LedData());
     return LedLines(desk.board().LedData()) == lines;
   };
 }
@@ -58,7 +58,7 @@ void ExpectBus(Words& words, Expectation& expectation) {
 std::string HexUpToLimit(Words& words) {
   std::string text;
   while (!words.AtEnd() && words.Peek() != "within" && words.Peek() != "for") text += words.Next("") + " ";
-  return decode::HexText(Words(text).Hex().data(), Words(text).Hex().size());
+  return words::HexText(Words(text).Hex().data(), Words(text).Hex().size());
 }
 
 void ExpectSerial(Words& words, Expectation& expectation) {
@@ -94,8 +94,8 @@ struct BeaconWord {
   std::string (*value)(const BeaconState&);
 };
 const BeaconWord kBeaconWords[] = {
-    {"name", [](const BeaconState& state) { return decode::Printable(state.name); }},
-    {"uuid", [](const BeaconState& state) { return decode::Printable(state.uuid); }},
+    {"name", [](const BeaconState& state) { return words::Printable(state.name); }},
+    {"uuid", [](const BeaconState& state) { return words::Printable(state.uuid); }},
     {"major", [](const BeaconState& state) { return std::to_string(state.major); }},
     {"minor", [](const BeaconState& state) { return std::to_string(state.minor); }},
     {"period", [](const BeaconState& state) { return std::to_string(state.period); }},

@@ -89,14 +89,14 @@ size_t Words::Space() {
 uint32_t Words::Address() {
   const std::string word = Next("an address");
   uint32_t ip = 0;
-  if (!decode::ParseAddress(word, ip)) throw ScriptMistake("\"" + word + "\" is no address like 192.168.1.20");
+  if (!words::ParseAddress(word, ip)) throw ScriptMistake("\"" + word + "\" is no address like 192.168.1.20");
   return ip;
 }
 
 std::string Words::Hex() {
   std::string bytes;
   const std::string text = Rest();
-  if (!decode::ParseHex(text, bytes) || bytes.empty())
+  if (!words::ParseHex(text, bytes) || bytes.empty())
     throw ScriptMistake("\"" + text + "\" are no bytes like AA 01 17");
   return bytes;
 }
