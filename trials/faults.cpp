@@ -14,6 +14,7 @@
 #include <random>
 #include <vector>
 
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "protocol/parking_result.h"

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <memory>
 
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "netpush/netpush.h"
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "protocol/parking_result.h"

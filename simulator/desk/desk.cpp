@@ -11,6 +11,7 @@
 #include <fstream>
 
 #include "plain_words.h"
+#include "protocol/commands.h"
 #include "protocol/names.h"
 #include "serial_decoder.h"
 

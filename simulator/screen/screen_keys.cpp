@@ -1,6 +1,7 @@
 #include <ncurses.h>
 
 #include "desk/neighbours.h"
+#include "protocol/commands.h"
 #include "protocol/names.h"
 #include "screen/screen.h"
 

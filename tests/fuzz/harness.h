@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "fake_platform/fake_platform.h"
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "server/business_server.h"
 #include "target.h"

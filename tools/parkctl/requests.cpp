@@ -9,6 +9,7 @@
 #include "bus_client.h"
 #include "console.h"
 #include "plain_words.h"
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "record_text.h"
@@ -20,50 +21,6 @@ namespace bs = businessserver;
 namespace {
 
 constexpr size_t kRequestLimit = 2047;  // bytes that the device takes
-
-constexpr const char* kConfigurationCommands[] = {
-    bs::kGetTtyioCfg,
-    bs::kSetTtyioCfg,
-    bs::kGetExtTtyioCfg,
-    bs::kSetExtTtyioCfg,
-    bs::kGetRs485proCfg,
-    bs::kSetRs485proCfg,
-    bs::kGetParkingColorCfg,
-    bs::kSetParkingColorCfg,
-    bs::kGetParkingReserveCfg,
-    bs::kSetParkingReserveCfg,
-    bs::kGetEncCfg,
-    bs::kSetEncCfg,
-    bs::kGetCtrMdl,
-    bs::kSetCtrMdl,
-    bs::kGetDevPos,
-    bs::kSetDevPos,
-    bs::kGetIbcName,
-    bs::kSetIbcName,
-    bs::kGetIbcConntime,
-    bs::kSetIbcConntime,
-    bs::kGetIbcBroper,
-    bs::kSetIbcBroper,
-    bs::kGetIbcId,
-    bs::kSetIbcId,
-    bs::kGetIbcPow,
-    bs::kSetIbcPow,
-    bs::kGetIbcTxp,
-    bs::kSetIbcTxp,
-    bs::kGetIbcMac,
-    bs::kResetIbc,
-    bs::kGetBt,
-    bs::kSetBt,
-    bs::kGetFrameStatus,
-    bs::kGetNetStatus,
-    bs::kGetDeviceFrameStatus,
-    bs::kQuaryControledLog,
-    bs::kGetLatestIvsresult,
-    bs::kCheckDev,
-    bs::kSetDevLed,
-    bs::kCmd,
-};
-constexpr const char* kExternalCommands[] = {bs::kCheckControledDevice, bs::kExternalControlFramestatus};
 
 // Characters to insert, drop or exchange to make one name of the other.
 size_t Distance(const std::string& a, const std::string& b) {
@@ -156,8 +113,11 @@ int Ask(const RequestOptions& options, const std::string& request, std::string& 
 }  // namespace
 
 std::vector<std::string> CommandNames(const std::string& message_type) {
-  if (message_type == bs::kBusExtRequestMessage) return {std::begin(kExternalCommands), std::end(kExternalCommands)};
-  return {std::begin(kConfigurationCommands), std::end(kConfigurationCommands)};
+  std::vector<std::string> names;
+  for (const bs::Command& command : bs::kCommands) {
+    if (command.path == message_type) names.emplace_back(command.name);
+  }
+  return names;
 }
 
 int RunRequest(const RequestOptions& options) {

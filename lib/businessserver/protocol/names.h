@@ -1,4 +1,5 @@
-// Every name that crosses the bus or the store, spelled once. Misspellings are the protocol's own and are kept.
+// Every name that crosses the bus or the store, spelled once; those of the commands are in commands.h. Misspellings
+// are the protocol's own and are kept.
 #pragma once
 
 namespace businessserver {
@@ -40,56 +41,6 @@ inline constexpr RequestStatus kRequestNotJson = {402, "request data is not json
 inline constexpr RequestStatus kErrorType = {403, "error type"};
 inline constexpr RequestStatus kSetError = {404, "set error"};
 inline constexpr RequestStatus kExternalControlOff = {405, "device don`t open external control"};
-
-// ---- configuration commands ----
-inline constexpr char kSetTtyioCfg[] = "set_ttyio_cfg";
-inline constexpr char kGetTtyioCfg[] = "get_ttyio_cfg";
-inline constexpr char kSetExtTtyioCfg[] = "set_ext_ttyio_cfg";
-inline constexpr char kGetExtTtyioCfg[] = "get_ext_ttyio_cfg";
-inline constexpr char kSetRs485proCfg[] = "set_rs485pro_cfg";
-inline constexpr char kGetRs485proCfg[] = "get_rs485pro_cfg";
-inline constexpr char kSetParkingColorCfg[] = "set_parking_color_cfg";
-inline constexpr char kGetParkingColorCfg[] = "get_parking_color_cfg";
-inline constexpr char kSetParkingReserveCfg[] = "set_parking_reserve_cfg";
-inline constexpr char kGetParkingReserveCfg[] = "get_parking_reserve_cfg";
-inline constexpr char kSetEncCfg[] = "set_enc_cfg";
-inline constexpr char kGetEncCfg[] = "get_enc_cfg";
-inline constexpr char kSetCtrMdl[] = "set_ctr_mdl";
-inline constexpr char kGetCtrMdl[] = "get_ctr_mdl";
-inline constexpr char kSetDevPos[] = "set_dev_pos";
-inline constexpr char kGetDevPos[] = "get_dev_pos";
-inline constexpr char kSetIbcName[] = "set_ibc_name";
-inline constexpr char kGetIbcName[] = "get_ibc_name";
-inline constexpr char kSetIbcConntime[] = "set_ibc_conntime";
-inline constexpr char kGetIbcConntime[] = "get_ibc_conntime";
-inline constexpr char kSetIbcBroper[] = "set_ibc_broper";
-inline constexpr char kGetIbcBroper[] = "get_ibc_broper";
-inline constexpr char kSetIbcId[] = "set_ibc_id";
-inline constexpr char kGetIbcId[] = "get_ibc_id";
-inline constexpr char kSetIbcPow[] = "set_ibc_pow";
-inline constexpr char kGetIbcPow[] = "get_ibc_pow";
-inline constexpr char kSetIbcTxp[] = "set_ibc_txp";
-inline constexpr char kGetIbcTxp[] = "get_ibc_txp";
-inline constexpr char kGetIbcMac[] = "get_ibc_mac";
-inline constexpr char kResetIbc[] = "reset_ibc";
-inline constexpr char kSetBt[] = "set_bt";
-inline constexpr char kGetBt[] = "get_bt";
-inline constexpr char kGetFrameStatus[] = "get_frame_status";
-inline constexpr char kGetNetStatus[] = "get_net_status";
-inline constexpr char kGetDeviceFrameStatus[] = "get_device_frame_status";
-inline constexpr char kQuaryControledLog[] = "quary_controled_log";
-inline constexpr char kGetLatestIvsresult[] = "get_latest_ivsresult";
-inline constexpr char kCheckDev[] = "check_dev";
-inline constexpr char kSetDevLed[] = "set_dev_led";
-inline constexpr char kCmd[] = "cmd";
-
-// Declared for the front end, handled nowhere: both answer as unknown commands.
-inline constexpr char kSetCurrentColor[] = "set_current_color";
-inline constexpr char kGetParkingAreaCfg[] = "get_parking_area_cfg";
-
-// ---- external-control commands ----
-inline constexpr char kCheckControledDevice[] = "check_controled_device";
-inline constexpr char kExternalControlFramestatus[] = "external_control_framestatus";
 
 // ---- broadcast and listen message types (the "type" of their documents) ----
 inline constexpr char kSendTtyioData[] = "send_ttyio_data";

@@ -69,33 +69,15 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void InitEncCfg();
   void EncryDataCtrl(LX_Parking_Result_Param_Bus* result) const;
 
-  // ---- config_requests.cpp: the request envelope and the configuration commands ----
+  // ---- config_requests.cpp: the request envelope ----
   void OnConfigControl(const _TagDpMsg* msg);
   void HandleRequest(const _TagDpMsg* msg, const RequestPath& path);
   static int CheckReqMsg(Json::Value& reply, Json::Value& request, const _TagDpMsg* msg);
   static void SetReplyJsonStatus(Json::Value& reply, int status, const std::string& text);
-  struct ConfigCommands;  // their tables
-  int RunConfigCommand(const std::string& name, ConfigRequest& request);
 
-  // ---- config_commands.cpp: what single commands do. Each returns -1 for failure ----
-  int CheckControlModel(const Json::Value& body);
-  int CheckBeaconName(const Json::Value& body);
-  int CheckBeaconPeriod(const Json::Value& body);
-  int CheckBeaconSendPower(const Json::Value& body);
-  int CheckBeaconTestPower(const Json::Value& body);
-  int ApplyFrameDescription(const Json::Value& body);
-  void ApplyDevPos();
-  void ApplyExtTtyio();
-  int ReplyBeaconIdentity(ConfigRequest& request);
-  int ReplyFrameStatus(ConfigRequest& request);
-  int ReplyNetStatus(ConfigRequest& request);
-  int ReplyDeviceFrameStatus(ConfigRequest& request);
-  int ReplyControledLog(ConfigRequest& request);
-  int ReplyLatestResult(ConfigRequest& request);
-  int RunCheckDev(ConfigRequest& request);
-  int RunSetDevLed(ConfigRequest& request);
-  int RunShell(ConfigRequest& request);
-  int Ignore(ConfigRequest& request);
+  // ---- config_commands.cpp: what single commands do ----
+  struct ConfigCommands;
+  int RunConfigCommand(const std::string& name, ConfigRequest& request);
 
   // ---- external_control.cpp: the second, smaller command path and its event record ----
   void OnConfigControl_Ext(const _TagDpMsg* msg);

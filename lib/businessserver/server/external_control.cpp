@@ -2,7 +2,9 @@
 #include <cstdio>
 #include <ctime>
 #include <exception>
+#include <iterator>
 
+#include "protocol/commands.h"
 #include "server/business_server.h"
 #include "server/request.h"
 
@@ -14,15 +16,16 @@ void BusinessServer::OnConfigControl_Ext(const _TagDpMsg* msg) {
 
 int BusinessServer::RunExternalCommand(const std::string& name, ConfigRequest& request) {
   struct ExternalCommand {
-    const char* name;
+    std::string_view name;
     int (BusinessServer::*run)(ConfigRequest& request);
   };
-  static constexpr ExternalCommand kCommands[] = {
+  static constexpr ExternalCommand kHandlers[] = {
       {kCheckControledDevice, &BusinessServer::CheckControledDevice},
       {kExternalControlFramestatus, &BusinessServer::CommandFrameStatus},
   };
-  for (const ExternalCommand& command : kCommands) {
-    if (name == command.name) return (this->*command.run)(request);
+  static_assert(std::size(kHandlers) == CommandsOn(kBusExtRequestMessage), "a command without a handler");
+  for (const ExternalCommand& command : kHandlers) {
+    if (command.name == name) return (this->*command.run)(request);
   }
   SetReplyJsonStatus(request.reply, kErrorType.state, kErrorType.error_msg);
   return 0;
