@@ -117,12 +117,10 @@ bool Caller::Listen(const std::vector<std::string>& filters, int qos) {
     if (problem().empty()) problem_ = "it does not take subscriptions";
     return false;
   }
-  for (size_t i = 0; i < granted_->size() && i < filters.size(); ++i) {
-    if ((*granted_)[i] < kRefusedFrom) continue;
-    problem_ = "it does not let " + (user_.empty() ? "strangers" : user_) + " read " + filters[i];
-    return false;
-  }
-  return true;
+  const auto refused = [](int granted) { return granted >= kRefusedFrom; };
+  if (!std::all_of(granted_->begin(), granted_->end(), refused)) return true;
+  problem_ = "it does not let " + (user_.empty() ? "strangers" : user_) + " read " + filters.front();
+  return false;
 }
 
 bool Caller::Receive(milliseconds wait, const std::function<void(const Message&)>& handler) {

@@ -31,7 +31,7 @@ class Caller {
   // caller's.
   Outcome Request(Message message, std::chrono::milliseconds wait, std::string& answer);
 
-  // False, and why, when the broker refuses one of them or is gone.
+  // False, and why, when the broker refuses them all or is gone.
   bool Listen(const std::vector<std::string>& filters, int qos = 0);
 
   // Hands over what arrives within the wait (returns earlier once something did). False: the connection is lost.
@@ -42,7 +42,7 @@ class Caller {
   bool Collect(const std::vector<std::string>& filters, const std::function<void(const Message&)>& handler);
 
   const Address& address() const { return address_; }
-  const std::string& user() const { return user_; }  // empty: nobody
+  const std::string& user() const { return user_; }       // empty: nobody
   bool refused() const { return connection_.refused(); }  // no connection, because the broker wants an account
   std::string problem() const;                            // why there is no connection
 
@@ -56,9 +56,9 @@ class Caller {
   const Address address_;
   const std::string user_;
   std::string problem_;
-  std::map<int, int> confirmed_;                      // the broker's reason by the message's number
-  std::optional<std::vector<int>> granted_;           // of the last subscription
-  std::optional<std::string> answer_;                 // of the request under way
+  std::map<int, int> confirmed_;             // the broker's reason by the message's number
+  std::optional<std::vector<int>> granted_;  // of the last subscription
+  std::optional<std::string> answer_;        // of the request under way
   std::string response_topic_, correlation_;
   std::vector<Message> received_;
   Clock::time_point ticked_;

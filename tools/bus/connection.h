@@ -1,5 +1,6 @@
 // One connection to an MQTT 5 broker: a device's own bus, or the hub of a site. Whoever owns it runs it from a loop of
-// its own; nothing here waits, but for the name of a host to be resolved. When it is lost, a new object makes a new one.
+// its own; nothing here waits, but for the name of a host to be resolved. When it is lost, a new object makes a new
+// one.
 #pragma once
 
 #include <cstdint>
@@ -63,7 +64,7 @@ class Connection {
   bool Tick();
 
   bool up() const { return up_; }
-  bool refused() const { return refused_; }               // the broker wants an account, or another one
+  bool refused() const { return refused_; }                // the broker wants an account, or another one
   const std::string& problem() const { return problem_; }  // why the connection is over, as part of a sentence
 
   // The number that confirmed and subscribed will name; nothing when it could not be sent.

@@ -39,7 +39,10 @@ class Kept {
 
   // Nothing while the broker is away: the message is then lost, as on the device.
   std::optional<int> Publish(const Message& message) {
-    return up() ? connection_->Publish(message) : std::nullopt;
+    if (!up()) return std::nullopt;
+    const std::optional<int> number = connection_->Publish(message);
+    if (connection_->descriptor() < 0) Drop();  // at once: the number of its descriptor may be another's next
+    return number;
   }
   std::optional<int> Subscribe(const std::vector<std::string>& filters, int qos = 0, bool own_messages = true) {
     return connection_ ? connection_->Subscribe(filters, qos, own_messages) : std::nullopt;
@@ -58,7 +61,11 @@ class Kept {
     }
     watched_ = connection_->descriptor();
     loop_.Watch(
-        watched_, [this] { if (!connection_->Serve()) Drop(); }, [this] { return connection_->WantsWrite(); });
+        watched_,
+        [this] {
+          if (!connection_->Serve()) Drop();
+        },
+        [this] { return connection_->WantsWrite(); });
   }
 
   void Drop() {

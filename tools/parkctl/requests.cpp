@@ -6,8 +6,8 @@
 #include <iostream>
 
 #include "bus_account.h"
-#include "bus_client.h"
 #include "console.h"
+#include "device_bus.h"
 #include "plain_words.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
@@ -104,9 +104,9 @@ int ShowReply(const std::string& reply, const RequestOptions& options, size_t re
 // Sends and waits; without an answer says why.
 int Ask(const RequestOptions& options, const std::string& request, std::string& reply) {
   const std::chrono::milliseconds wait(static_cast<long>(options.timeout_s * 1000));
-  BusClient bus(options.bus_port, platform::kIntegratorRole);
-  BusClient::Outcome outcome = BusClient::Outcome::kNoBroker;
-  if (bus.Connect()) outcome = bus.Request(options.message_type, request, wait, reply);
+  DeviceBus bus(options.bus_port, platform::kIntegratorRole);
+  Outcome outcome = Outcome::kNoBroker;
+  if (bus.Connect()) outcome = bus.Ask(options.message_type, request, wait, reply);
   return bus.Explain(outcome, options.message_type);
 }
 

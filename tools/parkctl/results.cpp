@@ -5,8 +5,8 @@
 #include <iterator>
 
 #include "bus_account.h"
-#include "bus_client.h"
 #include "console.h"
+#include "device_bus.h"
 #include "message_words.h"
 #include "plain_words.h"
 #include "protocol/frame_info.h"
@@ -48,10 +48,10 @@ Json::Value ControlledDevice(const std::string& text) {
 }
 
 int Send(uint16_t bus_port, const char* role, const std::string& type, const std::string& data) {
-  BusClient bus(bus_port, role);
-  BusClient::Outcome outcome = BusClient::Outcome::kNoBroker;
-  if (bus.Connect()) outcome = bus.Publish(type, data);
-  if (outcome == BusClient::Outcome::kDelivered) {
+  DeviceBus bus(bus_port, role);
+  Outcome outcome = Outcome::kNoBroker;
+  if (bus.Connect()) outcome = bus.Send(type, data);
+  if (outcome == Outcome::kDelivered) {
     std::cout << Painted(MessagePaint(type), type) << "  " << MessageWords(type, data, Json::Value()) << std::endl;
   }
   return bus.Explain(outcome, type);

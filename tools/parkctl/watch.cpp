@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "bus_account.h"
-#include "bus_client.h"
 #include "console.h"
+#include "device_bus.h"
 #include "message_words.h"
 #include "stored_text.h"
 
@@ -48,20 +48,20 @@ class Printer {
   explicit Printer(const WatchOptions& options)
       : options_(options), field_list_(CurrentFieldList(options.store_port)) {}
 
-  void Print(const BusMessage& message) {
+  void Print(const bus::Message& message) {
     if (Ended()) return;
     ++printed_;
     const std::string now = Now();
     if (options_.json) {
-      Json::Value line = MessageJson(message.type, message.data, field_list_);
+      Json::Value line = MessageJson(message.topic, message.payload, field_list_);
       line["time"] = now;
       std::cout << OneLineText(line) << std::endl;
       return;
     }
     char type[64];
-    snprintf(type, sizeof type, "%-24s", message.type.c_str());
-    std::cout << Painted(Paint::kFaint, now.substr(11)) << "  " << Painted(MessagePaint(message.type), type) << "  "
-              << MessageWords(message.type, message.data, field_list_) << std::endl;
+    snprintf(type, sizeof type, "%-24s", message.topic.c_str());
+    std::cout << Painted(Paint::kFaint, now.substr(11)) << "  " << Painted(MessagePaint(message.topic), type) << "  "
+              << MessageWords(message.topic, message.payload, field_list_) << std::endl;
   }
 
   bool Ended() const { return interrupted != 0 || !std::cout || (options_.count > 0 && printed_ >= options_.count); }
@@ -73,9 +73,9 @@ class Printer {
 };
 
 // One connection, for as long as it holds.
-void WatchConnection(BusClient& bus, Printer& printer) {
+void WatchConnection(DeviceBus& bus, Printer& printer) {
   while (!printer.Ended()) {
-    if (!bus.Receive(kPass, [&](const BusMessage& message) { printer.Print(message); })) return;
+    if (!bus.Receive(kPass, [&](const bus::Message& message) { printer.Print(message); })) return;
   }
 }
 
@@ -86,7 +86,7 @@ int Watch(const WatchOptions& options) {
   Printer printer(options);
   bool waiting = false;
   while (true) {
-    BusClient bus(options.bus_port, platform::kIntegratorRole);
+    DeviceBus bus(options.bus_port, platform::kIntegratorRole);
     const bool connected = bus.Connect() && bus.Listen(WatchedTypes());
     if (connected) {
       Note(waiting ? "the bus is back" : "watching; Ctrl-C ends");
@@ -96,7 +96,7 @@ int Watch(const WatchOptions& options) {
     if (printer.Ended()) return kDone;
     if (!waiting) {
       if (connected) Note("the bus went away");
-      bus.Explain(BusClient::Outcome::kNoBroker, "");
+      bus.Explain(Outcome::kNoBroker, "");
       Note("waiting for it");
     }
     waiting = true;
