@@ -29,11 +29,11 @@ TEST(FixedFrames, DisplayBytes) {
 }
 
 TEST(FixedFrames, RelayBytes) {
-  uint8_t frame[kRelayFrameSize];
-  EncodeRelayFrame(5, true, frame);
-  EXPECT_EQ(HexBytes(frame, sizeof frame), "AA 04 05 01 AA 55");
-  EncodeRelayFrame(0x105, false, frame);
-  EXPECT_EQ(HexBytes(frame, sizeof frame), "AA 04 05 02 A9 55");
+  uint8_t bytes[2 * kRelayFrameSize];
+  ByteWriter frames(bytes);
+  EncodeRelayFrame(5, true, frames);
+  EncodeRelayFrame(0x105, false, frames);
+  EXPECT_EQ(HexBytes(bytes, frames.size()), "AA 04 05 01 AA 55 AA 04 05 02 A9 55");
 }
 
 }  // namespace

@@ -63,9 +63,10 @@ TEST(PlateCode, FieldBytes) {
   // clang-format on
   for (const auto& row : kRows) {
     const std::vector<char> exact(row.plate.begin(), row.plate.end());  // a sanitizer sees a read past its end
-    uint8_t field[kPlateFieldMax];
-    const size_t length = EncodePlateField(std::string_view(exact.data(), exact.size()), row.long_plate, field);
-    EXPECT_EQ(HexBytes(field, length), row.bytes) << row.name;
+    uint8_t bytes[kPlateFieldMax];
+    ByteWriter field(bytes);
+    EncodePlateField(std::string_view(exact.data(), exact.size()), row.long_plate, field);
+    EXPECT_EQ(HexBytes(bytes, field.size()), row.bytes) << row.name;
   }
 }
 

@@ -212,12 +212,15 @@ TEST(SerialDecoder, ReadsBackWhatTheDeviceBuilds) {
 TEST(SerialDecoder, ReadsBackFixedFrames) {
   for (const uint32_t value : {0u, 9u, 10u, 1048576u, 2147483647u}) {
     uint8_t frame[businessserver::kDisplayFrameMax];
-    const size_t size = businessserver::EncodeDisplayFrame(value, 0x104, frame);
+    businessserver::ByteWriter out(frame);
+    businessserver::EncodeDisplayFrame(value, 0x104, out);
+    const size_t size = out.size();
     EXPECT_EQ(words::DecodeFrame(frame, size, Json::Value()).Text(), "display 4 shows " + std::to_string(value));
     EXPECT_EQ(words::DecodeFrame(frame, size - 1, Json::Value()).kind, FrameKind::kUnknown);
   }
   uint8_t relay[businessserver::kRelayFrameSize];
-  businessserver::EncodeRelayFrame(23, true, relay);  // its address is the display frame's mark
+  businessserver::ByteWriter out(relay);
+  businessserver::EncodeRelayFrame(23, true, out);  // its address is the display frame's mark
   EXPECT_EQ(words::DecodeFrame(relay, sizeof relay, Json::Value()).Text(), "relay 23 is told occupied");
 }
 

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <string>
 
+#include "byte_writer.h"
+
 namespace businessserver {
 namespace {
 
@@ -23,18 +25,11 @@ static_assert(sizeof kBeaconNameCommand - 1 + kBeaconNameLimit + kLineEnd.size()
 static_assert(sizeof kBeaconTimeCommand - 1 + kBeaconTimeSize + kLineEnd.size() <= kBeaconTextSize);
 static_assert(kReplyTimeAt + kBeaconTimeSize <= kBeaconTextSize);
 
-void Append(BeaconText& text, std::string_view part) {
-  const size_t used = static_cast<size_t>(text.size);
-  const size_t taken = std::min(part.size(), kBeaconTextSize - used);
-  if (taken > 0) memcpy(text.bytes + used, part.data(), taken);
-  text.size += static_cast<int>(taken);
-}
-
 BeaconText Command(std::string_view head, std::string_view value) {
   BeaconText command;
-  Append(command, head);
-  Append(command, value);
-  Append(command, kLineEnd);
+  ByteWriter out(command.bytes, sizeof command.bytes);
+  for (const std::string_view part : {head, value, kLineEnd}) out.Text(part);
+  command.size = static_cast<int>(out.size());
   return command;
 }
 

@@ -7,23 +7,6 @@ namespace {
 
 constexpr char kLogSource[] = "lib/businessserver/devicesdk/led_control";
 
-constexpr uint32_t kAllOff = 0;
-constexpr uint32_t kWhite = 255;  // Kept: the whole bank, not the three LED bits only.
-
-// Indexed by the colour number of stored configuration and requests, which rely on this order.
-constexpr uint32_t kPatterns[] = {
-    kLedLine1,              // 0
-    kLedLine2,              // 1
-    kLedLine3,              // 2
-    kWhite,                 // 3
-    kAllOff,                // 4
-    kLedLine1 | kLedLine2,  // 5
-    kLedLine1 | kLedLine3,  // 6
-    kLedLine2 | kLedLine3,  // 7
-};
-constexpr int kColors = sizeof kPatterns / sizeof kPatterns[0];
-static_assert(kColors == 8);
-
 void ClearBit(RegisterBlock& block, unsigned bit) { block.Write(kGpioData, block.Read(kGpioData) & ~(1u << bit)); }
 
 }  // namespace
@@ -39,17 +22,17 @@ void LedControl::GPIO_Init() {
   LED_CLOSE();
 }
 
-void LedControl::LED1_SET() { gpio_.Write(kGpioData, kLedLine1); }
-void LedControl::LED2_SET() { gpio_.Write(kGpioData, kLedLine2); }
-void LedControl::LED3_SET() { gpio_.Write(kGpioData, kLedLine3); }
-void LedControl::LED12_SET() { gpio_.Write(kGpioData, kLedLine1 | kLedLine2); }
-void LedControl::LED13_SET() { gpio_.Write(kGpioData, kLedLine1 | kLedLine3); }
-void LedControl::LED23_SET() { gpio_.Write(kGpioData, kLedLine2 | kLedLine3); }
-void LedControl::LED_WHITE() { gpio_.Write(kGpioData, kWhite); }
-void LedControl::LED_CLOSE() { gpio_.Write(kGpioData, kAllOff); }
+void LedControl::LED1_SET() { OpenLed(0); }
+void LedControl::LED2_SET() { OpenLed(1); }
+void LedControl::LED3_SET() { OpenLed(2); }
+void LedControl::LED12_SET() { OpenLed(5); }
+void LedControl::LED13_SET() { OpenLed(6); }
+void LedControl::LED23_SET() { OpenLed(7); }
+void LedControl::LED_WHITE() { OpenLed(3); }
+void LedControl::LED_CLOSE() { OpenLed(4); }
 
 void LedControl::OpenLed(int color) {
-  if (color >= 0 && color < kColors) gpio_.Write(kGpioData, kPatterns[color]);
+  if (const auto pattern = LedPattern(color)) gpio_.Write(kGpioData, *pattern);
 }
 
 void LedControl::LED1_CLEAR() { ClearBit(second_block_, 0); }

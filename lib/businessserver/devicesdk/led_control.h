@@ -3,10 +3,30 @@
 
 #include <boost/enable_shared_from_this.hpp>
 #include <cstdint>
+#include <iterator>
+#include <optional>
 
 #include "devicesdk/register_block.h"
 
 namespace businessserver {
+
+// The value of the data register for a colour number of stored configuration and requests, which rely on this order.
+inline constexpr uint32_t kLedPatterns[] = {
+    kLedLine1,              // 0
+    kLedLine2,              // 1
+    kLedLine3,              // 2
+    255,                    // 3: white. Kept: the whole bank, not the three LED bits only.
+    0,                      // 4: off
+    kLedLine1 | kLedLine2,  // 5
+    kLedLine1 | kLedLine3,  // 6
+    kLedLine2 | kLedLine3,  // 7
+};
+
+// None for a number that is no colour.
+constexpr std::optional<uint32_t> LedPattern(int color) {
+  if (color < 0 || color >= static_cast<int>(std::size(kLedPatterns))) return std::nullopt;
+  return kLedPatterns[color];
+}
 
 // Every pattern is one store to the whole data register: lines that a method does not name go off.
 class LedControl : public boost::enable_shared_from_this<LedControl> {

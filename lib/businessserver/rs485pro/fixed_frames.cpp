@@ -4,15 +4,12 @@ namespace businessserver {
 
 namespace {
 
-constexpr uint8_t kStart = 0xAA;
-
-constexpr uint8_t kDisplayCommand = 0x17;
 constexpr uint8_t kDisplayCheckSeed = 0x03;
 
-constexpr uint8_t kRelayLength = 0x04;
-constexpr uint8_t kRelayOccupied = 0x01;
-constexpr uint8_t kRelayFree = 0x02;
-constexpr uint8_t kRelayEnd = 0x55;
+uint8_t Xor(uint8_t check, const uint8_t* data, int length) {
+  for (int i = 0; i < length; ++i) check ^= data[i];
+  return check;
+}
 
 // Kept: counted as a signed number, so that a count below zero shows one digit.
 size_t DecimalDigits(int32_t value) {
@@ -23,31 +20,32 @@ size_t DecimalDigits(int32_t value) {
 
 }  // namespace
 
-uint8_t YbCheckXor(const uint8_t* data, int length) {
-  uint8_t check = kDisplayCheckSeed;
-  for (int i = 0; i < length; ++i) check ^= data[i];
-  return check;
+uint8_t YbCheckXor(const uint8_t* data, int length) { return Xor(kDisplayCheckSeed, data, length); }
+
+uint8_t RelayCheck(const uint8_t* frame) { return Xor(0, frame, kRelayCheckAt); }
+
+void EncodeDisplayFrame(uint32_t value, uint32_t address, ByteWriter& out) {
+  char digits[kDisplayDigits];
+  const size_t count = DecimalDigits(static_cast<int32_t>(value));
+  for (size_t i = count; i-- > 0; value /= 10) digits[i] = static_cast<char>('0' + value % 10);
+
+  const uint8_t* const frame = out.end();
+  out.Byte(kFixedFrameStart);
+  out.LowByte(address);
+  out.Byte(kDisplayCommand);
+  out.LowByte(count);
+  out.Bytes(digits, count);
+  out.Byte(YbCheckXor(frame, static_cast<int>(out.end() - frame)));
 }
 
-size_t internal::WriteDisplayFrame(uint32_t value, uint32_t address, uint8_t* out) {
-  constexpr size_t kHead = 4;
-  const size_t digits = DecimalDigits(static_cast<int32_t>(value));
-  out[0] = kStart;
-  out[1] = static_cast<uint8_t>(address);
-  out[2] = kDisplayCommand;
-  out[3] = static_cast<uint8_t>(digits);
-  for (size_t i = digits; i-- > 0; value /= 10) out[kHead + i] = static_cast<uint8_t>('0' + value % 10);
-  out[kHead + digits] = YbCheckXor(out, static_cast<int>(kHead + digits));
-  return kHead + digits + 1;
-}
-
-void EncodeRelayFrame(uint32_t address, bool occupied, uint8_t (&out)[kRelayFrameSize]) {
-  out[0] = kStart;
-  out[1] = kRelayLength;
-  out[2] = static_cast<uint8_t>(address);
-  out[3] = occupied ? kRelayOccupied : kRelayFree;
-  out[4] = static_cast<uint8_t>(out[0] ^ out[1] ^ out[2] ^ out[3]);
-  out[5] = kRelayEnd;
+void EncodeRelayFrame(uint32_t address, bool occupied, ByteWriter& out) {
+  const uint8_t* const frame = out.end();
+  out.Byte(kFixedFrameStart);
+  out.Byte(kRelayCommand);
+  out.LowByte(address);
+  out.Byte(occupied ? kRelayOccupied : kRelayFree);
+  out.Byte(RelayCheck(frame));
+  out.Byte(kRelayEnd);
 }
 
 }  // namespace businessserver

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <iterator>
+#include <numeric>
 #include <string>
 #include <string_view>
 
@@ -13,8 +15,6 @@ namespace businessserver {
 
 namespace {
 
-constexpr uint8_t kPlateRead = 0xAA;
-constexpr uint8_t kNoPlateRead = 0xBB;
 constexpr uint8_t kDefaultVehicleColor = 1;
 constexpr uint8_t kLastVehicleColorClass = 4;
 constexpr int32_t kFullConfidence = 100;
@@ -33,22 +33,18 @@ uint8_t HexDigit(char digit) {
   return 0;
 }
 
-// Two characters a byte, at most max_chars of them; an odd last character becomes a byte of its own ("BB8" is BB 08).
-// Returns the number of bytes.
-int ParserHexHeader(uint8_t* out, int max_chars, const char* text) {
-  if (text == nullptr) return 0;
-  const int length = static_cast<int>(strnlen(text, static_cast<size_t>(max_chars)));
-  for (int i = 0; i < length; i += 2) {
-    const uint8_t high = HexDigit(text[i]);
-    *out++ = i + 1 < length ? static_cast<uint8_t>(high << 4 | HexDigit(text[i + 1])) : high;
-  }
-  return length / 2 + length % 2;
-}
-
+// Two of at most 32 characters a byte; an odd last character becomes a byte of its own ("BB8" is BB 08). Returns the
+// number of bytes.
 int SetFixedText(const Json::Value& value, uint8_t (&field)[kFixedTextRoom]) {
   const std::string text = value.asString();
+  const size_t length = strnlen(text.c_str(), sizeof field);
   memset(field, 0, sizeof field);
-  return ParserHexHeader(field, sizeof field, text.c_str());
+  ByteWriter out(field);
+  for (size_t i = 0; i < length; i += 2) {
+    const uint8_t high = HexDigit(text[i]);
+    out.LowByte(i + 1 < length ? high << 4 | HexDigit(text[i + 1]) : high);
+  }
+  return static_cast<int>(out.size());
 }
 
 int SetHeader(const Json::Value& value, void* target) { return SetFixedText(value, SettingsOf(target).header); }
@@ -77,165 +73,114 @@ int SetEncode(const Json::Value& value, void* target) {
 
 // ---- handlers ----
 
-uint32_t PutByte(uint8_t* out, int32_t value) {
-  *out = static_cast<uint8_t>(value);
-  return 1;
-}
-
-uint32_t PutU32(uint8_t* out, uint32_t value) {
-  for (unsigned i = 0; i < 4; ++i) out[i] = static_cast<uint8_t>(value >> 8 * i);
-  return 4;
-}
-
 // Kept: the bytes end at the first 00, as texts do; receivers get no header byte of 00.
-uint32_t PutFixedText(uint8_t* out, const uint8_t (&field)[kFixedTextRoom]) {
-  const uint8_t* const end = std::find(std::begin(field), std::end(field), 0);
-  std::copy(std::begin(field), end, out);
-  return static_cast<uint32_t>(end - field);
+void PutFixedText(const uint8_t (&field)[kFixedTextRoom], ByteWriter& frame) {
+  frame.Bytes(field, static_cast<size_t>(std::find(std::begin(field), std::end(field), 0) - field));
 }
 
-uint32_t HeaderFuncHandle(const LX_ParkingResult*, uint8_t* out, Rs485ProBuild* builder) {
-  return PutFixedText(out, builder->Settings().header);
+void HeaderFuncHandle(const FrameInput& input, ByteWriter& frame) { PutFixedText(input.settings.header, frame); }
+
+void EnableFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.Byte(input.result.plate[0] == kNoPlate[0] ? kNoPlateRead : kPlateRead);
 }
 
-uint32_t EnableFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, result->plate[0] == kNoPlate[0] ? kNoPlateRead : kPlateRead);
+void LicenseFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  Rs485ProBuild::check_license_ = IsChecked(input.settings, frame.size()) ? 1 : 0;
+  EncodePlateField(FieldText(input.result.plate), input.result.plate_type == kLongPlateType, frame);
 }
 
-uint32_t LicenseFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild* builder) {
-  const FrameSettings& settings = builder->Settings();
-  const uint32_t position = builder->Length();
-  Rs485ProBuild::check_license_ = settings.check_begin <= position && position < settings.check_end ? 1 : 0;
-
-  uint8_t field[kPlateFieldMax];
-  const size_t length = EncodePlateField(FieldText(result->plate), result->plate_type == kLongPlateType, field);
-  memcpy(out, field, length);
-  return static_cast<uint32_t>(length);
+void LicenseColorFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.Byte(PlateColorOnLine(input.result.plate_color));
 }
 
-uint32_t LicenseColorFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  constexpr uint8_t kColors[] = {4, 0, 1, 3, 2, 4};
-  constexpr uint8_t kOtherColor = 4;
-  const int32_t color = result->plate_color;
-  const bool known = color >= 0 && color < static_cast<int32_t>(sizeof kColors);
-  return PutByte(out, known ? kColors[color] : kOtherColor);
+void LicenseConfFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.LowByte(std::min(input.result.plate_confidence, kFullConfidence));
 }
 
-uint32_t LicenseConfFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, std::min(result->plate_confidence, kFullConfidence));
+void LicenseTypeFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.LowByte(input.result.plate_type < kPlateTypes ? input.result.plate_type : 0);
 }
 
-uint32_t LicenseTypeFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, result->plate_type < kPlateTypes ? result->plate_type : 0);
+void TriggerFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.LowByte(input.result.trigger < kTriggerTypes ? input.result.trigger : 0);
 }
 
-uint32_t TriggerFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, result->trigger < kTriggerTypes ? result->trigger : 0);
+void CarColorFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  const LX_ParkingResult& result = input.result;
+  const bool known = result.vehicle_color_class <= kLastVehicleColorClass && result.vehicle_color >= 0;
+  frame.LowByte(known ? result.vehicle_color : kDefaultVehicleColor);
 }
 
-uint32_t CarColorFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  const bool known = result->vehicle_color_class <= kLastVehicleColorClass && result->vehicle_color >= 0;
-  return PutByte(out, known ? result->vehicle_color : kDefaultVehicleColor);
+void TimeFuncHandle(const FrameInput& input, ByteWriter& frame) { frame.U32(input.result.time_stamp); }
+
+void FrameNameFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  const std::string_view name = FieldText(input.result.space_name);
+  if (RightFrameName(name.data(), static_cast<int>(name.size())) == 0) return;
+  frame.LowByte(name.size());
+  frame.Text(name);
 }
 
-uint32_t TimeFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutU32(out, result->time_stamp);
+void FrameStatusFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.LowByte(input.result.space_status < kSpaceStates ? input.result.space_status : 0);
 }
 
-uint32_t FrameNameFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  const std::string_view name = FieldText(result->space_name);
-  if (RightFrameName(name.data(), static_cast<int>(name.size())) == 0) return 0;
-  *out = static_cast<uint8_t>(name.size());
-  memcpy(out + 1, name.data(), name.size());
-  return static_cast<uint32_t>(1 + name.size());
+void OccupylineFuncHandle(const FrameInput& input, ByteWriter& frame) { frame.LowByte(input.result.occupy_line); }
+
+void HeadConfFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.LowByte(std::min(input.result.head_confidence, kFullConfidence));
 }
 
-uint32_t FrameStatusFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, result->space_status < kSpaceStates ? result->space_status : 0);
+void FreeNumFuncHandle(const FrameInput& input, ByteWriter& frame) { frame.U32(input.free_num); }
+
+void FrameNumFuncHandle(const FrameInput& input, ByteWriter& frame) { frame.U32(input.frame_num); }
+
+void DataCheckFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  const bool longer_plate = Rs485ProBuild::check_license_ != 0 && input.result.plate_type == kLongPlateType;
+  const auto check = CheckByte(input.settings, longer_plate, frame.begin(), frame.size());
+  if (check) frame.Byte(*check);
 }
 
-uint32_t OccupylineFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, result->occupy_line);
-}
-
-uint32_t HeadConfFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild*) {
-  return PutByte(out, std::min(result->head_confidence, kFullConfidence));
-}
-
-uint32_t FreeNumFuncHandle(const LX_ParkingResult*, uint8_t* out, Rs485ProBuild* builder) {
-  return PutU32(out, builder->FreeNum());
-}
-
-uint32_t FrameNumFuncHandle(const LX_ParkingResult*, uint8_t* out, Rs485ProBuild* builder) {
-  return PutU32(out, builder->FrameNum());
-}
-
-uint32_t DataCheckFuncHandle(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild* builder) {
-  const FrameSettings& settings = builder->Settings();
-  const uint32_t begin = settings.check_begin;
-  uint32_t end = settings.check_end;
-  if (begin > builder->Length() || builder->Length() < end || begin >= end) return 0;
-
-  // The configured end is for a plate of seven bytes. A plate of this type that came out with seven all the same would
-  // take the range past what has been written.
-  if (Rs485ProBuild::check_license_ != 0 && result->plate_type == kLongPlateType && end < builder->Length()) ++end;
-
-  const uint8_t* const frame = builder->Frame();
-  uint8_t check = 0;
-  switch (settings.check_type) {
-    case 0:
-      for (uint32_t i = begin; i < end; ++i) check ^= frame[i];
-      return PutByte(out, check);
-    case 1:
-      for (uint32_t i = begin; i < end; ++i) check = static_cast<uint8_t>(check + frame[i]);
-      return PutByte(out, check);
-    default:
-      return 0;
-  }
-}
-
-uint32_t RsEndFuncHandle(const LX_ParkingResult*, uint8_t* out, Rs485ProBuild* builder) {
-  return PutFixedText(out, builder->Settings().trailer);
-}
+void RsEndFuncHandle(const FrameInput& input, ByteWriter& frame) { PutFixedText(input.settings.trailer, frame); }
 
 // ---- the table ----
 
 // clang-format off
 constexpr FrameField kFrameFields[] = {
-    // name           setter         handler
-    {"header",       SetHeader,     HeaderFuncHandle},
-    {"enable",       nullptr,       EnableFuncHandle},
-    {"license",      nullptr,       LicenseFuncHandle},
-    {"licensecolor", nullptr,       LicenseColorFuncHandle},
-    {"licenseconf",  nullptr,       LicenseConfFuncHandle},
-    {"licensetype",  nullptr,       LicenseTypeFuncHandle},
-    {"trigger",      nullptr,       TriggerFuncHandle},
-    {"carcolor",     nullptr,       CarColorFuncHandle},
-    {"time",         nullptr,       TimeFuncHandle},
-    {"framename",    nullptr,       FrameNameFuncHandle},
-    {"framestatus",  nullptr,       FrameStatusFuncHandle},
-    {"occupyline",   nullptr,       OccupylineFuncHandle},
-    {"headconf",     nullptr,       HeadConfFuncHandle},
-    {"freenum",      nullptr,       FreeNumFuncHandle},
-    {"framenum",     nullptr,       FrameNumFuncHandle},
-    {"checkbegin",   SetCheckBegin, nullptr},
-    {"checkend",     SetCheckEnd,   nullptr},
-    {"checksum",     SetCheckSum,   DataCheckFuncHandle},
-    {"end",          SetEnd,        RsEndFuncHandle},
-    {"encode",       SetEncode,     nullptr},
+    // name          setter         handler                 bytes
+    {"header",        SetHeader,     HeaderFuncHandle,        0},
+    {"enable",        nullptr,       EnableFuncHandle,        1},
+    {"license",       nullptr,       LicenseFuncHandle,       0},
+    {"licensecolor",  nullptr,       LicenseColorFuncHandle,  1},
+    {"licenseconf",   nullptr,       LicenseConfFuncHandle,   1},
+    {"licensetype",   nullptr,       LicenseTypeFuncHandle,   1},
+    {"trigger",       nullptr,       TriggerFuncHandle,       1},
+    {"carcolor",      nullptr,       CarColorFuncHandle,      1},
+    {"time",          nullptr,       TimeFuncHandle,          4},
+    {"framename",     nullptr,       FrameNameFuncHandle,     0},
+    {"framestatus",   nullptr,       FrameStatusFuncHandle,   1},
+    {"occupyline",    nullptr,       OccupylineFuncHandle,    1},
+    {"headconf",      nullptr,       HeadConfFuncHandle,      1},
+    {"freenum",       nullptr,       FreeNumFuncHandle,       4},
+    {"framenum",      nullptr,       FrameNumFuncHandle,      4},
+    {"checkbegin",    SetCheckBegin, nullptr,                 0},
+    {"checkend",      SetCheckEnd,   nullptr,                 0},
+    {"checksum",      SetCheckSum,   DataCheckFuncHandle,     0},
+    {"end",           SetEnd,        RsEndFuncHandle,         0},
+    {"encode",        SetEncode,     nullptr,                 0},
 };
 // clang-format on
 static_assert(std::size(kFrameFields) == 20);
 
-constexpr bool NamesDistinct() {
+constexpr bool FieldsAreSound() {
   for (const FrameField& field : kFrameFields) {
     for (const FrameField* other = kFrameFields; other != &field; ++other) {
       if (std::string_view(field.name) == other->name) return false;
     }
+    if (field.setter == nullptr && field.handler == nullptr) return false;
   }
   return true;
 }
-static_assert(NamesDistinct());
+static_assert(FieldsAreSound());
 
 // The largest field is a name of full width with its length byte; header and trailer cannot be longer than their room,
 // a plate no longer than its field. A list of nothing but the largest still fits.
@@ -250,6 +195,35 @@ const FrameField* FindFrameField(const char* name) {
       std::find_if(std::begin(kFrameFields), std::end(kFrameFields),
                    [&](const FrameField& field) { return Rs485ProBuild::CompareName(&name, &field.name) == 0; });
   return found == std::end(kFrameFields) ? nullptr : found;
+}
+
+uint8_t PlateColorOnLine(int32_t plate_color) {
+  constexpr uint8_t kColors[] = {kOtherPlateColor, 0, 1, 3, 2, kOtherPlateColor};
+  const bool known = plate_color >= 0 && plate_color < static_cast<int32_t>(std::size(kColors));
+  return known ? kColors[plate_color] : kOtherPlateColor;
+}
+
+bool IsChecked(const FrameSettings& settings, size_t plate_at) {
+  return settings.check_begin <= plate_at && plate_at < settings.check_end;
+}
+
+std::optional<uint8_t> CheckByte(const FrameSettings& settings, bool longer_plate, const uint8_t* frame,
+                                 size_t length) {
+  const size_t begin = settings.check_begin;
+  size_t end = settings.check_end;
+  if (begin >= end || end > length) return std::nullopt;
+
+  // The configured end is for a plate of seven bytes. A plate of the long type that came out with seven all the same
+  // would take the range past what has been written.
+  if (longer_plate && end < length) ++end;
+  switch (settings.check_type) {
+    case 0:
+      return std::accumulate(frame + begin, frame + end, uint8_t{0}, std::bit_xor<>());
+    case 1:
+      return static_cast<uint8_t>(std::accumulate(frame + begin, frame + end, 0u));
+    default:
+      return std::nullopt;
+  }
 }
 
 int RightFrameName(const char* name, int length) {

@@ -6,12 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
+#include "byte_writer.h"
 #include "protocol/parking_result.h"
 
 namespace businessserver {
-
-class Rs485ProBuild;
 
 constexpr size_t kFrameCapacity = 1024;  // bytes of the frame buffer
 constexpr size_t kFrameSlots = 20;       // entries that a field list may have
@@ -30,8 +30,16 @@ struct FrameSettings {
 // target is the FrameSettings to change. Negative: the value is refused. Json exceptions pass through.
 using FieldSetter = int (*)(const Json::Value& value, void* target);
 
-// Writes the field at out, which has room for the largest field, and returns the number of bytes written.
-using FieldHandler = uint32_t (*)(const LX_ParkingResult* result, uint8_t* out, Rs485ProBuild* builder);
+// What goes into a frame.
+struct FrameInput {
+  const LX_ParkingResult& result;
+  const FrameSettings& settings;
+  uint32_t free_num;
+  uint32_t frame_num;
+};
+
+// Writes the field behind what the frame has so far.
+using FieldHandler = void (*)(const FrameInput& input, ByteWriter& frame);
 
 // With a handler alone, the configured value switches the field on (nonzero) or off. With both, the value goes to the
 // setter and the field is always on. With a setter alone, nothing is written to the frame.
@@ -39,10 +47,27 @@ struct FrameField {
   const char* name;
   FieldSetter setter;
   FieldHandler handler;
+  size_t size;  // bytes that the handler writes; 0 where the result decides
 };
 
 // The row of a name, or null.
 const FrameField* FindFrameField(const char* name);
+
+// ---- for who reads frames back ----
+
+constexpr uint8_t kPlateRead = 0xAA;
+constexpr uint8_t kNoPlateRead = 0xBB;
+constexpr uint8_t kOtherPlateColor = 4;
+
+// The line numbers plate colours in another order than the recognition process does.
+uint8_t PlateColorOnLine(int32_t plate_color);
+
+// Whether a plate field that begins at this offset of the frame begins within what the check byte covers.
+bool IsChecked(const FrameSettings& settings, size_t plate_at);
+
+// The check byte behind the first length bytes of a frame. None where the settings ask for none, or for bytes that are
+// not there. With a longer plate among them it covers one byte more.
+std::optional<uint8_t> CheckByte(const FrameSettings& settings, bool longer_plate, const uint8_t* frame, size_t length);
 
 // 1 when the first length bytes are all ASCII (or length < 1), else 0.
 int RightFrameName(const char* name, int length);

@@ -9,10 +9,6 @@ namespace businessserver {
 namespace {
 
 constexpr uint8_t kLastPlainFirstByte = 0x7A;  // a plate that begins above this begins with a character
-constexpr uint8_t kLastPlainByte = 0x79;       // Kept: further on, 'z' counts as half a character already
-constexpr uint8_t kLongPlateOffset = 0x80;
-constexpr uint8_t kUnknownOfLongPlate = 0x7F;
-constexpr uint8_t kArmedPolice = '$';  // stands for the letters "WJ"
 
 // In the order of their codes, eight a row from code 0, 8, 16, 24, 32 and 40.
 // clang-format off
@@ -63,29 +59,28 @@ const PlateCharacter* PlateCharacterOf(uint8_t code) {
   return code < kPlateCharacterCount ? &kPlateCharacters[code] : nullptr;
 }
 
-size_t EncodePlateField(std::string_view plate, bool long_plate, uint8_t (&field)[kPlateFieldMax]) {
-  size_t length = kPlateFieldMax - 1;
-  memset(field, 0, sizeof field);
-  if (plate.substr(0, strlen(kNoPlate)) == kNoPlate) return length;
+void EncodePlateField(std::string_view plate, bool long_plate, ByteWriter& out) {
+  const bool begins_with_character = ByteAt(plate, 0) > kLastPlainFirstByte;
+  uint8_t field[kPlateFieldMax] = {};
+  ByteWriter text(field, long_plate && begins_with_character ? kPlateFieldMax : kPlateField);
 
   size_t in = 0;
-  size_t out = 0;
-  if (ByteAt(plate, 0) > kLastPlainFirstByte) {
-    const uint8_t code = CodeAt(plate, 0);
-    field[out++] = long_plate ? LongPlateCode(code) : code;
-    if (long_plate) length = kPlateFieldMax;
+  if (plate.substr(0, strlen(kNoPlate)) == kNoPlate) {
+    in = plate.size();
+  } else if (begins_with_character) {
+    text.Byte(long_plate ? LongPlateCode(CodeAt(plate, 0)) : CodeAt(plate, 0));
     in = 2;
   } else if (plate.substr(0, 2) == "WJ" && ByteAt(plate, 2) > kLastPlainFirstByte) {
-    field[out++] = kArmedPolice;
-    field[out++] = CodeAt(plate, 2);
+    text.Byte(kArmedPolice);
+    text.Byte(CodeAt(plate, 2));
     in = 4;
   }
-  while (in < plate.size() && out < length) {
+  while (in < plate.size() && text.size() < text.room()) {
     const bool plain = ByteAt(plate, in) <= kLastPlainByte;
-    field[out++] = plain ? ByteAt(plate, in) : CodeAt(plate, in);
+    text.Byte(plain ? ByteAt(plate, in) : CodeAt(plate, in));
     in += plain ? 1 : 2;
   }
-  return length;
+  out.Bytes(field, text.room());
 }
 
 }  // namespace businessserver

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string_view>
 
+#include "byte_writer.h"
+
 namespace businessserver {
 
 constexpr size_t kPlateCharacterCount = 41;
@@ -25,10 +27,15 @@ uint8_t iGetCharatorCode(uint16_t character);
 // The way back: the table's entry, or null when no character has this code.
 const PlateCharacter* PlateCharacterOf(uint8_t code);
 
-constexpr size_t kPlateFieldMax = 8;
+constexpr size_t kPlateField = 7;
+constexpr size_t kPlateFieldMax = 8;           // of a plate of the long type that begins with a character,
+constexpr uint8_t kLongPlateOffset = 0x80;     // whose first byte is its code and this,
+constexpr uint8_t kUnknownOfLongPlate = 0x7F;  // or this for a character outside the table
+constexpr uint8_t kArmedPolice = '$';          // stands for the letters "WJ" before a character
+constexpr uint8_t kLastPlainByte = 0x79;       // Kept: behind a plate's first byte 'z' counts as half a character
 
-// Writes a plate field: 7 bytes, or 8 for a plate of type 19 (long_plate) that begins with a character. plate is GBK,
-// of any length. What the field has no room for is left out; what the plate leaves is 0. Returns the field's length.
-size_t EncodePlateField(std::string_view plate, bool long_plate, uint8_t (&field)[kPlateFieldMax]);
+// Writes a plate field of kPlateField or kPlateFieldMax bytes. plate is GBK, of any length; long_plate: it is of type
+// 19. What the field has no room for is left out; what the plate leaves is 0.
+void EncodePlateField(std::string_view plate, bool long_plate, ByteWriter& out);
 
 }  // namespace businessserver

@@ -63,31 +63,34 @@ bool Rs485ProBuild::ApplyField(const Json::Value& entry, Slot& slot) {
   }
   const Json::Value& value = *entry.begin();
   if (field->setter == nullptr) {
-    slot = {value.asUInt(), field->handler};
+    slot = {value.asUInt(), field};
     return true;
   }
   if (field->setter(value, &settings_) < 0) return false;
-  if (field->handler != nullptr) slot = {1, field->handler};
+  if (field->handler != nullptr) slot = {1, field};
   return true;
 }
 
 uint8_t* Rs485ProBuild::GetDevRs485ProData(unsigned int& length, unsigned int free_num, unsigned int frame_num,
                                            const LX_ParkingResult* result) {
-  free_num_ = free_num;
-  frame_num_ = frame_num;
-  length_ = 0;
+  ByteWriter frame(buffer_->bytes);
   if (result != nullptr) {
+    const FrameInput input = {*result, settings_, free_num, frame_num};
     for (const Slot& slot : slots_) {
-      if (slot.enabled == 0 || slot.handler == nullptr) continue;
-      length_ += slot.handler(result, buffer_->bytes + length_, this);
+      if (slot.enabled == 0) continue;
+      const size_t before = frame.size();
+      slot.field->handler(input, frame);
+      BS_ASSERT(slot.field->size == 0 || frame.size() - before == slot.field->size);
     }
   }
-  length = length_;
+  length = static_cast<unsigned int>(frame.size());
   return buffer_->bytes;
 }
 
 uint8_t* Rs485ProBuild::GetYBRs485ProData(unsigned int& length, unsigned int value, unsigned int address) {
-  length = static_cast<unsigned int>(EncodeDisplayFrame(value, address, buffer_->bytes));
+  ByteWriter frame(buffer_->bytes);
+  EncodeDisplayFrame(value, address, frame);
+  length = static_cast<unsigned int>(frame.size());
   return buffer_->bytes;
 }
 

@@ -38,13 +38,6 @@ class Rs485ProBuild : public boost::enable_shared_from_this<Rs485ProBuild> {
   static int CompareName(const char* const* a, const char* const* b);
   static uint8_t YbCheckXor(const uint8_t* data, int length);
 
-  // What the field handlers read of the build under way.
-  const uint8_t* Frame() const { return buffer_->bytes; }
-  uint32_t Length() const { return length_; }
-  const FrameSettings& Settings() const { return settings_; }
-  uint32_t FreeNum() const { return free_num_; }
-  uint32_t FrameNum() const { return frame_num_; }
-
   // Whether the last plate field began inside the checked range. Kept: one flag for all builders, cleared only when a
   // configuration is applied; receivers compute their check bytes by it.
   static uint8_t check_license_;
@@ -55,18 +48,15 @@ class Rs485ProBuild : public boost::enable_shared_from_this<Rs485ProBuild> {
   };
   struct Slot {
     uint32_t enabled = 0;
-    FieldHandler handler = nullptr;
+    const FrameField* field = nullptr;
   };
 
   bool ApplyFields(const Json::Value& fields);
   bool ApplyField(const Json::Value& entry, Slot& slot);
 
   std::unique_ptr<Buffer> buffer_;
-  uint32_t length_ = kFrameCapacity;  // the capacity before the first build, then the bytes written so far
   FrameSettings settings_;
   Slot slots_[kFrameSlots];
-  uint32_t free_num_ = 0;
-  uint32_t frame_num_ = 0;
 };
 
 }  // namespace businessserver

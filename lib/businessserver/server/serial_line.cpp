@@ -125,8 +125,9 @@ void BusinessServer::SendSWTtyioData(LX_Parking_Result_Param* param) {
     const LX_ParkingResult& result = param->spaces[i];
     if (result.valid != 1) continue;
     uint8_t frame[kRelayFrameSize];
-    EncodeRelayFrame(serial_output_.space_addresses[i], result.space_status != 0, frame);
-    device_sdk_->SendTtyioData(reinterpret_cast<const char*>(frame), sizeof frame);
+    ByteWriter out(frame);
+    EncodeRelayFrame(serial_output_.space_addresses[i], result.space_status != 0, out);
+    device_sdk_->SendTtyioData(reinterpret_cast<const char*>(frame), static_cast<int>(out.size()));
   }
 }
 
@@ -148,9 +149,10 @@ void BusinessServer::RefreshDisplays() {
 }
 
 int BusinessServer::SendYBTtyioSingleData(unsigned value, unsigned address) {
-  uint8_t frame[64];
-  const size_t length = EncodeDisplayFrame(value, address, frame);
-  return device_sdk_->SendTtyioData(reinterpret_cast<const char*>(frame), static_cast<int>(length));
+  uint8_t frame[kDisplayFrameMax];
+  ByteWriter out(frame);
+  EncodeDisplayFrame(value, address, out);
+  return device_sdk_->SendTtyioData(reinterpret_cast<const char*>(frame), static_cast<int>(out.size()));
 }
 
 }  // namespace businessserver

@@ -5,6 +5,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "assertion.h"
 #include "base64.h"
 #include "board_paths.h"
 #include "evt_timer.h"
@@ -16,6 +17,8 @@
 namespace {
 
 FakePlatform the_fake;
+
+[[maybe_unused]] const bool asserting = businessserver::assertions_end_the_process = true;
 
 }  // namespace
 
