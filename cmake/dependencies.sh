@@ -12,7 +12,7 @@ packages_build=(
 )
 packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc)
 packages_test=(
-  git clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
+  git openssl clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
   dpkg-dev file systemd
 )
 packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)

@@ -74,6 +74,17 @@ int SocketError(int descriptor) {
   return getsockopt(descriptor, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : errno;
 }
 
+// The library takes both for "not yet" while TLS is being agreed on, and asks again for ever: a connection that was
+// never made, whose error it has already taken off the socket, and one that the other side has closed.
+const char* DeadBeforeTls(int descriptor) {
+  sockaddr_storage peer;
+  socklen_t size = sizeof peer;
+  if (getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) != 0) return "nobody takes connections there";
+  char byte;
+  if (recv(descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0) return "it closed the connection";
+  return nullptr;
+}
+
 Connection* Self(void* self) { return static_cast<Connection*>(self); }
 
 }  // namespace
@@ -201,7 +212,10 @@ bool Connection::Serve() {
   in_callback_ = true;
   const int result = mosquitto_loop_read(client_.get(), 1);
   in_callback_ = false;
-  return After(result);
+  const char* const dead = up_ || result != MOSQ_ERR_SUCCESS ? nullptr : DeadBeforeTls(descriptor());
+  if (dead != nullptr && problem_.empty()) problem_ = dead;
+  if (dead != nullptr) Lost(result);
+  return dead == nullptr && After(result);
 }
 
 bool Connection::Tick() {
