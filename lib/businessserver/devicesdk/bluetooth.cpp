@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "assertion.h"
 #include "log.h"
 #include "shell.h"
 
@@ -92,6 +93,7 @@ int BlueTooth::Set(const BeaconExchange& exchange, const BeaconText& command) {
 // One read over the head of what earlier reads left. Returns its bytes.
 std::string_view BlueTooth::Receive(BeaconText& reply) {
   const int count = tty_->TTY_RecvNB(reply.bytes, kBeaconTextSize);
+  BS_ASSERT(count <= static_cast<int>(kBeaconTextSize));
   reply.size = std::max(reply.size, count);
   return {reply.bytes, static_cast<size_t>(std::max(count, 0))};
 }

@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "assertion.h"
 #include "log.h"
 
 namespace businessserver {
@@ -56,6 +57,7 @@ int DeviceSdk::HandleReadTtyioData(int, short, const void* self) {
     boost::shared_ptr<TtyioControl> tty = device->tty_;  // outlives the pauses of the read, whatever happens to device
     const int count = tty->TTY_Recvn(chunk, kChunkLimit);
     tty.reset();
+    BS_ASSERT(count <= kChunkLimit);
     if (count > 0 && device->consumer_ != nullptr) device->consumer_(chunk, count, device->consumer_arg_);
   } catch (const std::exception& error) {  // the event loop calls through C
     BS_LOG(kError) << error.what();

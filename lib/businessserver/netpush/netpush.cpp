@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "assertion.h"
 #include "log.h"
 #include "protocol/names.h"
 
@@ -139,7 +140,9 @@ void NetPush::UpdateNetStatus() {
       {&sums.r_totles, &sums.r_frees},  // kRight
       {&sums.f_totles, &sums.f_frees},  // kFront
   };
+  BS_ASSERT(devices_.size() <= kMaxDevices + 1);  // and this one
   for (const auto& [ip, device] : devices_) {
+    BS_ASSERT(device.ip == ip);
     if (device.pos >= std::size(by_position)) continue;  // counts from nowhere are no counts
     *by_position[device.pos].spaces += device.totle;
     *by_position[device.pos].free += device.free;

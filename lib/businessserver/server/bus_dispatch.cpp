@@ -15,6 +15,15 @@ namespace {
 
 constexpr int kSerialDataBase64Flag = 21;
 
+// What is subscribed to has a handler, and nothing else has.
+template <typename Route, size_t N>
+constexpr bool RoutesEachMethod(const Route (&routes)[N]) {
+  for (size_t i = 0; i < N; ++i) {
+    if (N != kDpMethodCount || std::string_view(routes[i].type) != DP_METHOD[i]) return false;
+  }
+  return true;
+}
+
 }  // namespace
 
 void BusinessServer::OnDpStatusCallBack(DpPollHandle* handle, unsigned status, void*) {
@@ -37,6 +46,7 @@ void BusinessServer::OnDpMsgCallBack(DpPollHandle*, const _TagDpMsg* msg, void* 
       {kBusExtRequestMessage, &BusinessServer::OnConfigControl_Ext},
       {kBusNetPush, &BusinessServer::OnNetPush},
   };
+  static_assert(RoutesEachMethod(kRoutes), "one route each, in the order of DP_METHOD");
   try {
     const std::string_view type = TypeName(msg);
     BS_LOG(kInfo) << type;

@@ -4,6 +4,7 @@
 #include <exception>
 #include <iterator>
 
+#include "assertion.h"
 #include "protocol/commands.h"
 #include "server/business_server.h"
 #include "server/request.h"
@@ -71,8 +72,9 @@ void BusinessServer::GetCurrentTimeStr(char* out) {
   const time_t now = time(nullptr);
   tm local = {};
   localtime_r(&now, &local);
-  snprintf(out, kTimeTextSize, "%d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-           local.tm_hour, local.tm_min, local.tm_sec);
+  const int length = snprintf(out, kTimeTextSize, "%d-%02d-%02d %02d:%02d:%02d", local.tm_year + 1900, local.tm_mon + 1,
+                              local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
+  BS_ASSERT(length > 0 && length < static_cast<int>(kTimeTextSize));
 }
 
 }  // namespace businessserver

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <exception>
 
+#include "assertion.h"
 #include "server/business_server.h"
 
 namespace businessserver {
@@ -69,6 +70,7 @@ void BusinessServer::SetCurLedColor() {
 }
 
 void BusinessServer::SetDeviceStatus(int state) {
+  BS_ASSERT(state >= 0 && state < kStates);
   if (state != led_.device_state) {
     Json::Value document;
     document[kType] = kFramestatusChanged;
