@@ -14,14 +14,12 @@
 #include <vector>
 
 #include "../temporary_directory.h"
-#include "bringup/loop.h"
-#include "bringup/process.h"
+#include "bringup/device.h"
 #include "protocol/names.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using desk::Loop;
 
 constexpr char kPackaging[] = SOURCE_DIRECTORY "/packaging";
 constexpr char kBuild[] = BINARY_DIRECTORY "/..";
@@ -105,36 +103,28 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
 // The device's broker and store as the package configures them, with the real daemon, in a directory of their own.
 class InstalledDevice : public testing::Test {
  protected:
-  InstalledDevice() : broker_(loop_, "broker"), store_(loop_, "store"), daemon_(loop_, "daemon") {
+  InstalledDevice() {
     const std::string here = directory_.path;
     EXPECT_EQ(Shell(std::string(kPackaging) + "/make-accounts " + here).status, 0);
-    fs::create_directory(directory_.path / "log");
-    fs::create_directory(directory_.path / "store");
     fs::copy(std::string(kPackaging) + "/device/bus.acl", directory_.path);
     std::string configuration = ReadFile(std::string(kBuild) + "/package/mosquitto.conf");
     const std::string installed = "/etc/business-server";
     for (size_t at; (at = configuration.find(installed)) != std::string::npos;) {
       configuration.replace(at, installed.size(), here);
     }
-    // Started by root, the broker would give up root's rights, and with them the directory.
-    std::ofstream(here + "/mosquitto.conf") << configuration << "user root\n";
-    broker_.Configure({"mosquitto", "-c", here + "/mosquitto.conf"}, here);
-    store_.Configure({"redis-server", std::string(kBuild) + "/package/redis.conf", "--dir", here + "/store"}, here);
-    daemon_.Configure({BINARY_DIRECTORY "/business_server"}, here);
+    fs::create_directory(directory_.path / "etc");
+    std::ofstream(here + "/etc/mosquitto.conf") << configuration;
+    fs::copy(std::string(kBuild) + "/package/redis.conf", directory_.path / "etc");
+    std::string problem;
+    EXPECT_TRUE(device_.MakeFiles(problem)) << problem;
     setenv("CREDENTIALS_DIRECTORY", (here + "/bus").c_str(), 1);
   }
   ~InstalledDevice() override { unsetenv("CREDENTIALS_DIRECTORY"); }
 
-  void Start(desk::Process& process, const char* ready) {
-    bool said = false;
-    process.OnLine([&](const std::string& line) { said = said || line.find(ready) != std::string::npos; });
+  void Start(desk::Process& process) {
     std::string problem;
-    ASSERT_TRUE(process.Start(problem)) << problem;
-    ASSERT_TRUE(loop_.RunUntil([&] { return said; }, Loop::Milliseconds(10000))) << process.name() << ": " << ready;
-    process.OnLine(nullptr);
+    ASSERT_TRUE(device_.StartAndAwait(process, problem)) << problem;
   }
-  void StartStore() { Start(store_, "Ready to accept connections"); }
-  void StartBroker() { Start(broker_, "running"); }
 
   static std::string StoreSays(const std::string& command) { return Shell("redis-cli -p 5299 " + command).output; }
 
@@ -156,15 +146,13 @@ class InstalledDevice : public testing::Test {
   }
 
   const TemporaryDirectory directory_;
-  Loop loop_;
-  desk::Process broker_;
-  desk::Process store_;
-  desk::Process daemon_;
+  desk::Loop loop_;
+  desk::Device device_{loop_, {directory_.path, BINARY_DIRECTORY "/business_server", directory_.path / "etc"}};
 };
 
 TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
   using namespace businessserver;
-  StartBroker();
+  Start(device_.broker);
   const std::string roles[] = {"recogniser", "front_end", "relay", "integrator", "business_server"};
   const struct {
     std::string type, publish, read;
@@ -229,9 +217,9 @@ std::set<std::string> ListeningAddresses(pid_t pid) {
 }
 
 TEST_F(InstalledDevice, WorksWithItsAccountsAndListensOnLoopbackOnly) {
-  StartBroker();
-  StartStore();
-  Start(daemon_, "the bus is connected");
+  Start(device_.broker);
+  Start(device_.store);
+  Start(device_.daemon);
 
   const std::string parkctl = BINARY_DIRECTORY "/parkctl ";
   const Outcome reply = Shell(parkctl + "request get_ttyio_cfg");
@@ -242,9 +230,9 @@ TEST_F(InstalledDevice, WorksWithItsAccountsAndListensOnLoopbackOnly) {
   EXPECT_EQ(stranger.status, 2);
   EXPECT_NE(stranger.output.find("account"), std::string::npos) << stranger.output;
 
-  EXPECT_EQ(ListeningAddresses(broker_.pid()), std::set<std::string>{"0100007F:14AB"});
-  EXPECT_EQ(ListeningAddresses(store_.pid()), std::set<std::string>{"0100007F:14B3"});
-  EXPECT_EQ(ListeningAddresses(daemon_.pid()), std::set<std::string>{});
+  EXPECT_EQ(ListeningAddresses(device_.broker.pid()), std::set<std::string>{"0100007F:14AB"});
+  EXPECT_EQ(ListeningAddresses(device_.store.pid()), std::set<std::string>{"0100007F:14B3"});
+  EXPECT_EQ(ListeningAddresses(device_.daemon.pid()), std::set<std::string>{});
 
   for (const char* command :
        {"config get dir", "flushall", "shutdown", "set x y", "replicaof 127.0.0.1 1", "keys '*'"}) {
@@ -290,10 +278,10 @@ TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {
     SCOPED_TRACE(row.name);
     fs::remove_all(store);
     fs::create_directory(store);
-    StartStore();
+    Start(device_.store);
     StoreSays("hset kvdb one 1");
     StoreSays("hset kvdb two 2");
-    store_.Kill();
+    device_.store.Kill();
     row.damage();
     const std::string damaged = ReadFile(newest);
     const Outcome outcome = repair(row.tool);
@@ -301,10 +289,10 @@ TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {
     EXPECT_EQ(outcome.output.empty(), row.values != nullptr && row.kept.empty()) << outcome.output;
     EXPECT_EQ(ReadFile(parts.string() + row.kept + "/" + newest.filename().string()), damaged);
     if (row.values == nullptr) continue;
-    StartStore();
+    Start(device_.store);
     EXPECT_EQ(StoreSays("hget kvdb one") + StoreSays("hget kvdb two"), row.values);
     EXPECT_EQ(StoreSays("hset kvdb three 3"), "1\n");
-    store_.Kill();
+    device_.store.Kill();
     const auto left = std::distance(fs::directory_iterator(store), fs::directory_iterator());
     EXPECT_EQ(left, row.kept.empty() ? 1 : 2);
   }
@@ -313,9 +301,9 @@ TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {
   fs::remove_all(store);
   fs::create_directory(store);
   for (const char* value : {"first", "second", "third"}) {
-    StartStore();
+    Start(device_.store);
     StoreSays(std::string("hset kvdb one ") + value);
-    store_.Kill();
+    device_.store.Kill();
     empty(base);
     EXPECT_EQ(repair(kRows[0].tool).status, 0) << value;
   }
