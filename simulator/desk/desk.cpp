@@ -32,6 +32,7 @@ std::string LinesText(const std::string& lines) {
 
 Desk::Desk(DevicePlan plan)
     : device_(loop_, std::move(plan)),
+      store_client_(device_.network()),
       beacon_(loop_, device_.beacon_line),
       serial_(loop_, device_.external_line, store_client_, journal_),
       bus_watch_(journal_,
@@ -39,7 +40,7 @@ Desk::Desk(DevicePlan plan)
                    if (!ready_) journal_.Add(Source::kDesk, "the daemon answers", {{"daemon", "ready"}});
                    ready_ = true;
                  }),
-      bus_(loop_),
+      bus_(loop_, device_.network()),
       neighbours_(loop_, [this](const Neighbour& neighbour) {
         const bool sent = bus_.Publish(bs::kBusNetPush, PushDocument(neighbour));
         journal_.Add(Source::kNeighbour, NeighbourText(neighbour) + Delivered(sent));
