@@ -1,7 +1,5 @@
 #include "requests.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <iostream>
 
@@ -72,10 +70,7 @@ std::string RequestText(const RequestOptions& options) {
   Json::Value document;
   document[bs::kType] = options.command;
   if (!options.body.empty()) document[bs::kBody] = ParseUserJson(ReadSource(options.body), "the body");
-  Json::StreamWriterBuilder builder;  // short: the device takes no long requests
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, document);
+  return words::CompactText(document);  // short: the device takes no long requests
 }
 
 // State and text of the reply on standard error, its body on standard output: the body can go straight into a file.
