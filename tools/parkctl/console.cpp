@@ -1,6 +1,6 @@
 #include "console.h"
 
-#include <json/reader.h>
+#include <json/writer.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -9,40 +9,44 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <memory>
 
+#include "contract/json_text.h"
 #include "plain_words.h"
 
 namespace parkctl {
 
 namespace {
 
-// The bus and the store take more, no document of the device does.
-constexpr size_t kSourceLimit = 1024 * 1024;
-
 std::string ReadAll(std::istream& stream, const std::string& what) {
   std::string text;
   char buffer[4096];
   while (stream.read(buffer, sizeof buffer) || stream.gcount() > 0) {
     text.append(buffer, static_cast<size_t>(stream.gcount()));
-    if (text.size() > kSourceLimit) throw UserError(what + " is larger than 1 MiB: is it the right one?");
+    if (text.size() > contract::kTextLimit) throw UserError(what + " is larger than 1 MiB: is it the right one?");
   }
   if (stream.bad()) throw UserError(what + " cannot be read");
   return text;
 }
 
-// The reader's "* Line 1, Column 10\n  Missing ...\n", as part of a sentence.
-std::string OneLine(const std::string& errors) {
-  std::string line;
-  for (const char c : errors) {
-    const bool blank = c == '\n' || c == ' ' || c == '*';
-    if (!blank) {
-      line += c;
-    } else if (!line.empty() && line.back() != ' ') {
-      line += ' ';
-    }
+std::string Written(const Json::Value& document, const char* indentation) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = indentation;
+  builder["commentStyle"] = "None";
+  builder["emitUTF8"] = true;
+  builder["enableYAMLCompatibility"] = *indentation != '\0';  // "a": 1, not "a" : 1
+  return Json::writeString(builder, document);
+}
+
+// Printable, line by line.
+std::string PrintableLines(const std::string& text) {
+  std::string out;
+  for (size_t at = 0; at < text.size();) {
+    const size_t end = std::min(text.find('\n', at), text.size());
+    out += words::Printable(std::string_view(text).substr(at, end - at));
+    if (end < text.size()) out += '\n';
+    at = end + 1;
   }
-  return words::Printable(line);
+  return out;
 }
 
 }  // namespace
@@ -56,6 +60,10 @@ std::string Painted(Paint paint, const std::string& text) {
   return std::string("\033[") + kCodes[static_cast<int>(paint)] + "m" + text + "\033[0m";
 }
 
+std::string IndentedText(const Json::Value& document) { return PrintableLines(Written(document, "  ")); }
+
+std::string OneLineText(const Json::Value& document) { return words::Printable(Written(document, "")); }
+
 std::string ReadSource(const std::string& argument) {
   if (argument == "-") return ReadAll(std::cin, "standard input");
   if (argument.empty() || argument[0] != '@') return argument;
@@ -66,21 +74,15 @@ std::string ReadSource(const std::string& argument) {
 }
 
 Json::Value ParseUserJson(const std::string& text, const std::string& what) {
-  // Stricter than the device's own reader, which overlooks what follows a document.
-  Json::CharReaderBuilder builder;
-  builder["collectComments"] = false;
-  builder["allowTrailingCommas"] = false;
-  builder["failIfExtra"] = true;
-  builder["rejectDupKeys"] = true;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value document;
-  std::string errors;
-  try {
-    if (reader->parse(text.data(), text.data() + text.size(), &document, &errors)) return document;
-  } catch (const std::exception& error) {  // nested too deep, or twice the same key
-    errors = error.what();
-  }
-  throw UserError(what + " is not JSON: " + OneLine(errors));
+  std::string problem;
+  if (contract::ParseStrictly(text, contract::Comments::kAllowed, document, problem)) return document;
+  throw UserError(what + " " + problem);
+}
+
+bool SayFaults(const std::vector<contract::Fault>& faults) {
+  for (const contract::Fault& fault : faults) std::cerr << fault.Text() << "\n";
+  return faults.empty();
 }
 
 long long ParseNumber(const std::string& text, long long least, long long most, const std::string& what) {

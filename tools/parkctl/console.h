@@ -5,8 +5,9 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
-#include "json_words.h"
+#include "contract/check.h"
 
 namespace parkctl {
 
@@ -30,14 +31,18 @@ enum class Paint { kNone, kGood, kBad, kFaint, kStrong, kBlue, kYellow, kMagenta
 // text in colour when standard output is a terminal (and NO_COLOR is not set), else text.
 std::string Painted(Paint paint, const std::string& text);
 
-using words::IndentedText;
-using words::OneLineText;
+// JSON for people: indented, or in one line; characters as they are, and nothing in it can steer a terminal.
+std::string IndentedText(const Json::Value& document);
+std::string OneLineText(const Json::Value& document);
 
 // An argument: itself, the content of a file for "@file", standard input for "-".
 std::string ReadSource(const std::string& argument);
 
-// Throws UserError with the place of the mistake; what names the text, e.g. "the body".
+// Comments are allowed. Throws UserError with the place of the mistake; what names the text, e.g. "the body".
 Json::Value ParseUserJson(const std::string& text, const std::string& what);
+
+// A line on standard error for each fault. True: there is none.
+bool SayFaults(const std::vector<contract::Fault>& faults);
 
 // A whole number between the limits, or UserError. what names it, e.g. "--confidence".
 long long ParseNumber(const std::string& text, long long least, long long most, const std::string& what);

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "console.h"
+#include "contract/check.h"
 #include "kvdb.h"
 #include "plain_words.h"
 #include "protocol/json_text.h"
@@ -15,13 +16,16 @@ using businessserver::StoredDocument;
 
 namespace {
 
-constexpr size_t kListedText = 70;  // bytes of a document shown in the list, or a little less
+constexpr size_t kListedText = 70;  // characters of a document shown in the list, or a little less
 
-std::string Listed(const std::string& text) {
+std::string Beginning(const std::string& text) {
   Json::Value document;
-  return words::Beginning(
-      businessserver::ParseJson(text, document) ? OneLineText(document) : "not JSON: " + words::Printable(text),
-      kListedText);
+  std::string line =
+      businessserver::ParseJson(text, document) ? OneLineText(document) : "not JSON: " + words::Printable(text);
+  if (line.size() <= kListedText) return line;
+  size_t end = kListedText;
+  while (end > 0 && (line[end] & 0xC0) == 0x80) --end;
+  return line.substr(0, end) + "...";
 }
 
 void ShowChange(const std::string& line) {
@@ -41,7 +45,7 @@ int ListDocuments(uint16_t store_port) {
     char name[64];
     snprintf(name, sizeof name, "%-30s", DocumentName(*document).c_str());
     std::cout << Painted(Paint::kStrong, name)
-              << (found == Store::Found::kYes ? Listed(text) : Painted(Paint::kFaint, "-")) << "\n";
+              << (found == Store::Found::kYes ? Beginning(text) : Painted(Paint::kFaint, "-")) << "\n";
   }
   return kDone;
 }
@@ -68,9 +72,11 @@ int GetDocument(uint16_t store_port, const std::string& name) {
   return kDone;
 }
 
-int SetDocument(uint16_t store_port, const std::string& name, const std::string& source, bool only_show) {
-  const StoredDocument& document = FindDocument(name);
-  const Json::Value after = ParseUserJson(ReadSource(source), "the document");
+int SetDocument(uint16_t store_port, const SetOptions& options) {
+  const StoredDocument& document = FindDocument(options.name);
+  const Json::Value after = ParseUserJson(ReadSource(options.source), "the document");
+  const std::string schema = "documents/" + DocumentName(document);
+  if (!options.force && !SayFaults(contract::Check(schema, after))) return kMisused;
   const Store store(store_port);
   std::string old_text;
   const Store::Found found = store.IsUp() ? store.Read(document, old_text) : Store::Found::kUnreachable;
@@ -85,7 +91,7 @@ int SetDocument(uint16_t store_port, const std::string& name, const std::string&
   const auto changes = Changes(before, after);
   for (const std::string& line : changes) ShowChange(line);
   if (changes.empty()) std::cout << "  no value changes\n";
-  if (only_show) return kDone;
+  if (options.only_show) return kDone;
   if (!store.Write(document, businessserver::StyledText(after))) {
     Note("the store did not take it");
     return kNoAnswer;
