@@ -1,10 +1,7 @@
 // What is installed on a device: the package, who may say what on its bus, what its store lets in and survives.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -13,38 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "../temporary_directory.h"
-#include "bringup/device.h"
+#include "installed_device.h"
 #include "protocol/names.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr char kPackaging[] = SOURCE_DIRECTORY "/packaging";
-constexpr char kBuild[] = BINARY_DIRECTORY "/..";
-
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-Outcome Shell(const std::string& command) {
-  Outcome outcome;
-  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return outcome;
-  char part[4096];
-  for (size_t size; (size = fread(part, 1, sizeof part, pipe)) > 0;) outcome.output.append(part, size);
-  const int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
-
-std::string ReadFile(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   const TemporaryDirectory directory;
@@ -100,81 +71,36 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   }
 }
 
-// The device's broker and store as the package configures them, with the real daemon, in a directory of their own.
-class InstalledDevice : public testing::Test {
- protected:
-  InstalledDevice() {
-    const std::string here = directory_.path;
-    EXPECT_EQ(Shell(std::string(kPackaging) + "/make-accounts " + here).status, 0);
-    fs::copy(std::string(kPackaging) + "/device/bus.acl", directory_.path);
-    std::string configuration = ReadFile(std::string(kBuild) + "/package/mosquitto.conf");
-    const std::string installed = "/etc/business-server";
-    for (size_t at; (at = configuration.find(installed)) != std::string::npos;) {
-      configuration.replace(at, installed.size(), here);
-    }
-    fs::create_directory(directory_.path / "etc");
-    std::ofstream(here + "/etc/mosquitto.conf") << configuration;
-    fs::copy(std::string(kBuild) + "/package/redis.conf", directory_.path / "etc");
-    std::string problem;
-    EXPECT_TRUE(device_.MakeFiles(problem)) << problem;
-    setenv("CREDENTIALS_DIRECTORY", (here + "/bus").c_str(), 1);
-  }
-  ~InstalledDevice() override { unsetenv("CREDENTIALS_DIRECTORY"); }
-
-  void Start(desk::Process& process) {
-    std::string problem;
-    ASSERT_TRUE(device_.StartAndAwait(process, problem)) << problem;
-  }
-
-  static std::string StoreSays(const std::string& command) { return Shell("redis-cli -p 5299 " + command).output; }
-
-  // The arguments that log a client in as a role, or as nobody.
-  std::string Account(const std::string& role) const {
-    if (role.empty()) return " -p 5291";
-    return " -p 5291 -u " + role + " -P $(cat " + (directory_.path / "bus" / role).string() + ")";
-  }
-  bool MayPublish(const std::string& role, const std::string& type) const {
-    const Outcome sent = Shell("mosquitto_pub -V 5 -q 1 -m {} -t '" + type + "'" + Account(role));
-    const bool refused = sent.output.find("uthorized") != std::string::npos;
-    EXPECT_TRUE(refused || sent.status == 0) << role << " " << type << ": " << sent.output;
-    return !refused;
-  }
-  // All types, from now on or since the last call: the broker grants any subscription and then keeps back what the role
-  // may not read, so only what arrives tells.
-  std::string Listen(const std::string& role, const char* until) const {
-    return Shell("mosquitto_sub -c -i " + role + " -q 1 -t '#' -F %t " + until + Account(role)).output;
-  }
-
-  const TemporaryDirectory directory_;
-  desk::Loop loop_;
-  desk::Device device_{loop_, {directory_.path, BINARY_DIRECTORY "/business_server", directory_.path / "etc"}};
-};
-
 TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
   using namespace businessserver;
   Start(device_.broker);
-  const std::string roles[] = {"recogniser", "front_end", "relay", "integrator", "business_server"};
+  const std::string roles[] = {"recogniser",     "front_end",  "controller",     "relay",
+                               "relay_requests", "integrator", "business_server"};
   const struct {
     std::string type, publish, read;
   } kRows[] = {
       {kAvsSimulatorTrigger, "recogniser", "integrator business_server"},
       {kAvsParkRectChange, "recogniser", "integrator business_server"},
-      {kBusBroadlistenMessage, "relay", "integrator business_server"},
+      {kBusBroadlistenMessage, "controller", "integrator business_server"},
       {kSysDeviceNameChanged, "front_end", "integrator business_server"},
-      {kBusRequestMessage, "front_end integrator", "integrator business_server"},
-      {kBusExtRequestMessage, "relay integrator", "integrator business_server"},
+      {kBusRequestMessage, "front_end relay_requests integrator", "integrator business_server"},
+      {kBusExtRequestMessage, "controller integrator", "integrator business_server"},
       {kBusNetPush, "relay", "integrator business_server"},
-      {kHttpBroadcastMessageRoot, "front_end", "integrator business_server"},
-      {kBusBroadcastMessage, "business_server", "front_end relay integrator"},
-      {kBusSimulatorTrigger, "business_server", "front_end relay integrator"},
-      {kHttpRequestMessageRoot, "business_server", "front_end relay integrator"},
+      {kHttpBroadcastMessageRoot, "front_end relay", "relay integrator business_server"},
+      {kBusBroadcastMessage, "business_server", "front_end controller relay integrator"},
+      {kBusSimulatorTrigger, "business_server", "front_end controller integrator"},
+      {kHttpRequestMessageRoot, "business_server", "front_end controller relay integrator"},
       {"BUS_REQUEST_MESSAGE/reply", "business_server", "front_end integrator"},
-      {"BUS_EXT_REQUEST_MESSAGE/reply", "business_server", "relay integrator"},
-      {"reply/anyone", "business_server", "front_end relay integrator"},
+      {"BUS_EXT_REQUEST_MESSAGE/reply", "business_server", "controller integrator"},
+      {"reply/front_end/1", "business_server", "front_end"},
+      {"reply/controller/1", "business_server", "controller"},
+      {"reply/relay_requests/1", "business_server", "relay_requests"},
+      {"reply/integrator/1", "business_server", "integrator"},
+      {"reply/anyone", "business_server", ""},
       {"ANY_OTHER_MESSAGE", "", ""},
   };
   const auto among = [](const std::string& names, const std::string& name) {
-    return names.find(name) != std::string::npos;
+    return (" " + names + " ").find(" " + name + " ") != std::string::npos;
   };
   for (const auto& role : roles) EXPECT_EQ(Listen(role, "-E"), "") << role;
   for (const auto& row : kRows) {
@@ -184,9 +110,10 @@ TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
     }
   }
   for (const auto& role : roles) {
-    const std::string read = "\n" + Listen(role, "-W 1");
+    std::string read = Listen(role, "-W 1");
+    std::replace(read.begin(), read.end(), '\n', ' ');
     for (const auto& row : kRows) {
-      EXPECT_EQ(among(read, "\n" + row.type + "\n"), among(row.read, role)) << role << " " << row.type;
+      EXPECT_EQ(among(read, row.type), among(row.read, role)) << role << " " << row.type;
     }
   }
   // A request that the broker kept would be carried out again at each reconnect.
