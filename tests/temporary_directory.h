@@ -3,16 +3,12 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <string>
 
 struct TemporaryDirectory {
   TemporaryDirectory() {
-    std::string name = std::filesystem::temp_directory_path() / "business_server_test.XXXXXX";
-    path = mkdtemp(name.data());
+    char name[] = "/tmp/business_server_test.XXXXXX";
+    path = mkdtemp(name);
   }
-  ~TemporaryDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path, ignored);
-  }
+  ~TemporaryDirectory() { std::filesystem::remove_all(path); }
   std::filesystem::path path;
 };

@@ -38,6 +38,9 @@ using DpStatusCallback = void (*)(DpPollHandle* handle, unsigned status, void* u
 // Every function that returns int returns 1 on success and -1 on failure, unless it says otherwise.
 
 int DpClient_Init(const char* host, uint16_t port);
+// The account of this process on a bus that wants to know who is who; to be called before DpClient_Start. Without it a
+// process is the daemon.
+void DpClient_UseAccount(const char* account);
 int DpClient_Start(int mode);
 int DpClient_Stop();
 

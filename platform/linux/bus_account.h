@@ -13,6 +13,7 @@ namespace platform {
 inline constexpr char kDaemonRole[] = "business_server";
 inline constexpr char kRecogniserRole[] = "recogniser";
 inline constexpr char kRelayRole[] = "relay";
+inline constexpr char kRelayRequestsRole[] = "relay_requests";  // where the owner lets the site ask this device
 inline constexpr char kIntegratorRole[] = "integrator";
 
 // Makes the client log in as a role. The password is the first line of the file of the role's name in the directory

@@ -1,12 +1,10 @@
 #include "bus_messages.h"
 
-#include <mqtt_protocol.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <utility>
+
+#include "mqtt_properties.h"
 
 namespace platform {
 
@@ -14,23 +12,12 @@ namespace {
 
 constexpr size_t kMaxTypeName = sizeof(_TagDpMsg::type_name) - 1;
 
-struct FreeDeleter {
-  void operator()(void* memory) const { std::free(memory); }
-};
-
 bool ReadWaitingRequest(const mosquitto_property* properties, WaitingRequest* request) {
-  char* topic = nullptr;
-  if (mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false) == nullptr) return false;
-  const std::unique_ptr<char, FreeDeleter> topic_owner(topic);
-  if (topic == nullptr || *topic == '\0') return false;
-  request->response_topic = topic;
-
-  void* data = nullptr;
-  uint16_t size = 0;
-  request->has_correlation =
-      mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &data, &size, false) != nullptr;
-  const std::unique_ptr<void, FreeDeleter> data_owner(data);
-  if (data != nullptr) request->correlation.assign(static_cast<const char*>(data), size);
+  const ReceivedProperties received(properties);
+  if (received.response_topic().empty()) return false;
+  request->response_topic = received.response_topic();
+  request->has_correlation = received.correlation().has_value();
+  if (request->has_correlation) request->correlation = *received.correlation();
   return true;
 }
 

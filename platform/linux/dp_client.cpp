@@ -9,11 +9,14 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <utility>
 
+#include "bus_account.h"
 #include "bus_messages.h"
 #include "evt_loop.h"
 #include "lx_logging.h"
 #include "mqtt_link.h"
+#include "mqtt_properties.h"
 #include "shell.h"
 #include "signals.h"
 
@@ -24,21 +27,13 @@ constexpr char kLogSource[] = "platform/linux/bus";
 constexpr unsigned kTickMs = 1000;
 constexpr size_t kMaxIdleBuffer = 64 * 1024;
 
-struct Properties {
-  mosquitto_property* list = nullptr;
-  Properties() = default;
-  ~Properties() { mosquitto_property_free_all(&list); }
-  Properties(const Properties&) = delete;
-  Properties& operator=(const Properties&) = delete;
-};
-
 }  // namespace
 
 // The bus client: there is one, and its address is the poll handle.
 struct DpPollHandle final : private platform::MqttLink::Listener {
  public:
-  DpPollHandle(const std::string& host, uint16_t port)
-      : loop_(std::make_shared<lxconn::EVT_LOOP>()), link_(loop_->base(), host, port, this) {
+  explicit DpPollHandle(platform::MqttOptions options)
+      : loop_(std::make_shared<lxconn::EVT_LOOP>()), link_(loop_->base(), std::move(options), this) {
     tick_.reset(evtimer_new(loop_->base(), &DpPollHandle::OnTick, this));
   }
 
@@ -117,7 +112,7 @@ bool DpPollHandle::Answer(const char* type_name, uint32_t message_id, const void
         << "no request waits for the answer to " << type_name << " " << message_id;
     return false;
   }
-  Properties properties;
+  platform::Properties properties;
   if (request.has_correlation) {
     mosquitto_property_add_binary(&properties.list, MQTT_PROP_CORRELATION_DATA, request.correlation.data(),
                                   static_cast<uint16_t>(request.correlation.size()));
@@ -130,6 +125,7 @@ namespace {
 struct Address {
   std::string host;
   uint16_t port = 0;
+  std::string account = platform::kDaemonRole;
 };
 Address address;
 std::unique_ptr<DpPollHandle> client;
@@ -140,15 +136,22 @@ constexpr int Result(bool ok) { return ok ? 1 : -1; }
 
 int DpClient_Init(const char* host, uint16_t port) {
   if (host == nullptr) return -1;
-  address = {host, port};
+  address.host = host;
+  address.port = port;
   return 1;
 }
+
+void DpClient_UseAccount(const char* account) { address.account = account; }
 
 int DpClient_Start(int /*mode*/) {
   if (client) return 1;
   platform::IgnoreBrokenPipes();
   if (mosquitto_lib_init() != MOSQ_ERR_SUCCESS) return -1;
-  client = std::make_unique<DpPollHandle>(address.host, address.port);
+  platform::MqttOptions options;
+  options.host = address.host;
+  options.port = address.port;
+  options.role = address.account;
+  client = std::make_unique<DpPollHandle>(std::move(options));
   client->link().Connect();
   return 1;
 }

@@ -2,20 +2,7 @@
 
 namespace desk {
 
-namespace {
-
-bus::Options OptionsWithin(const Network* network) {
-  bus::Options options;
-  options.within = [network](const std::function<int()>& connect) {
-    const Network::Inside inside(network);
-    return connect();
-  };
-  return options;
-}
-
-}  // namespace
-
-BusClient::BusClient(Loop& loop, const Network* network) : connection_(loop, OptionsWithin(network), Handlers()) {}
+BusClient::BusClient(Loop& loop) : connection_(loop, bus::Options(), Handlers()) {}
 
 bus::Connection::Handlers BusClient::Handlers() {
   bus::Connection::Handlers handlers;

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "bringup/loop.h"
-#include "bringup/network.h"
 #include "bus/kept.h"
 
 namespace desk {
@@ -17,7 +16,7 @@ class BusClient {
  public:
   using Handler = std::function<void(const BusMessage&)>;
 
-  explicit BusClient(Loop& loop, const Network* network = nullptr);
+  explicit BusClient(Loop& loop);
 
   void OnMessage(Handler handler) { handler_ = std::move(handler); }
 

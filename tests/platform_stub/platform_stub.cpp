@@ -1,12 +1,14 @@
 // A board without a bus, a store or devices: every call has its contract's answer for a service that is not there.
-// The third pass of the loop throws, so that the daemon shuts down and the whole of its life can be looked at.
+// The third pass of the loop throws, so that the program shuts down and the whole of its life can be looked at.
 #include <cstdio>
 #include <stdexcept>
 
 #include "base64.h"
 #include "board_paths.h"
+#include "bus_requests.h"
 #include "dp_client.h"
 #include "evt_timer.h"
+#include "hub_client.h"
 #include "kvdb.h"
 #include "lx_logging.h"
 #include "shell.h"
@@ -69,6 +71,7 @@ struct DpPollHandle {
 };
 
 int DpClient_Init(const char*, uint16_t) { return 1; }
+void DpClient_UseAccount(const char*) {}
 int DpClient_Start(int) { return 1; }
 int DpClient_Stop() { return 1; }
 DpPollHandle* DpClient_CreatePollHandle(DpMsgCallback, void*, DpStatusCallback, int, int) {
@@ -84,3 +87,19 @@ int DpClient_PollDpMessage(DpPollHandle* handle, int) {
 }
 int DpClient_SendDpMessage(const char*, int, const void*, uint32_t) { return -1; }
 int DpClient_SendDpReply(const char*, int, uint32_t, const void*, uint32_t) { return -1; }
+
+namespace lxconn {
+struct HubClient::Impl {};
+HubClient::HubClient(EVT_LOOP*, Listener*) {}
+HubClient::~HubClient() = default;
+void HubClient::Connect(const HubAddress&) {}
+void HubClient::Disconnect() {}
+bool HubClient::Subscribe(const std::vector<std::string>&) { return false; }
+bool HubClient::Unsubscribe(const std::vector<std::string>&) { return false; }
+bool HubClient::Publish(const HubPublication&) { return false; }
+
+struct BusRequester::Impl {};
+BusRequester::BusRequester(EVT_LOOP*, const char*, uint16_t, const char*, AnswerCallback, void*) {}
+BusRequester::~BusRequester() = default;
+bool BusRequester::Ask(const char*, uint64_t, std::string_view) { return false; }
+}  // namespace lxconn

@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <deque>
+#include <filesystem>
 #include <map>
 #include <string>
 
-#include "../temporary_directory.h"
 #include "desk/desk.h"
 
 class DeviceOnDesk : public testing::Test {
@@ -83,8 +83,7 @@ class DeviceOnDesk : public testing::Test {
     return outcome;
   }
 
-  const TemporaryDirectory temporary_;
-  const std::string directory_ = temporary_.path;
+  const std::string directory_ = std::filesystem::temp_directory_path() / "business_server_device";
   static constexpr char kReplyTopic[] = "tests/reply";
   desk::Desk desk_;
   desk::BusClient client_;

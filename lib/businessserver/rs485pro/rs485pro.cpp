@@ -1,6 +1,7 @@
 #include "rs485pro/rs485pro.h"
 
 #include <cstring>
+#include <exception>
 
 #include "log.h"
 #include "protocol/json_text.h"
@@ -37,9 +38,12 @@ bool Rs485ProBuild::SetRs485Cfg(const Json::Value& cfg) {
   // Header, trailer and check settings stay until an entry names them.
   for (Slot& slot : slots_) slot = Slot();
   check_license_ = 0;
-  bool applied = false;
-  BS_GUARDED([&] { applied = ApplyFields(fields); });
-  return applied;
+  try {
+    return ApplyFields(fields);
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+    return false;
+  }
 }
 
 bool Rs485ProBuild::ApplyFields(const Json::Value& fields) {

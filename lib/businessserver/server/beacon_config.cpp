@@ -1,5 +1,7 @@
 // What the beacon module is told, and when.
-#include <string>
+#include <algorithm>
+#include <cstring>
+#include <exception>
 
 #include "protocol/json_text.h"
 #include "server/business_server.h"
@@ -25,7 +27,7 @@ void ToJson(const BeaconIdentity& identity, Json::Value& out) {
 }  // namespace
 
 void BusinessServer::InitIbcCfg() {
-  BS_GUARDED([this] {
+  try {
     Json::Value period, send_power, test_power;
     GetKeyValueAndReplyBuf(kIbcBroper, period);
     beacon_.broadcast_period = period[kTime].asUInt();
@@ -38,7 +40,15 @@ void BusinessServer::InitIbcCfg() {
     blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
     blue_tooth_->SetSendPower(beacon_.send_power);
     blue_tooth_->SetTestPower(beacon_.test_power);
-  });
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
+}
+
+int BusinessServer::InitBlueTooth() {
+  UpdateIbcName();
+  blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
+  return blue_tooth_->SetSendPower(beacon_.send_power);
 }
 
 void BusinessServer::UpdateIbcName() {
@@ -49,27 +59,31 @@ void BusinessServer::UpdateIbcName() {
 }
 
 int BusinessServer::SetBlueToothCfg(const Json::Value& body) {
-  bool accepted = true;
-  const bool done = BS_GUARDED([&] {
+  int result = 0;
+  try {
     if (!body[kUuid].isNull()) {
       // A UUID travels as text: its first 16 bytes are the identity, a shorter one is filled with zero bytes.
-      std::string uuid = body[kUuid].asString();
-      uuid.resize(kBeaconUuidSize);
-      accepted = blue_tooth_->SetUUID(reinterpret_cast<const unsigned char*>(uuid.data())) == 0;
+      unsigned char uuid[kBeaconUuidSize] = {};
+      const std::string text = body[kUuid].asString();
+      memcpy(uuid, text.data(), std::min(text.size(), sizeof uuid));
+      if (blue_tooth_->SetUUID(uuid) != 0) result = -1;
     }
-    if (!body[kMajor].isNull()) {
-      accepted &= blue_tooth_->SetMajor(static_cast<unsigned short>(body[kMajor].asUInt())) == 0;
+    if (!body[kMajor].isNull() && blue_tooth_->SetMajor(static_cast<unsigned short>(body[kMajor].asUInt())) != 0) {
+      result = -1;
     }
-    if (!body[kMinor].isNull()) {
-      accepted &= blue_tooth_->SetMinor(static_cast<unsigned short>(body[kMinor].asUInt())) == 0;
+    if (!body[kMinor].isNull() && blue_tooth_->SetMinor(static_cast<unsigned short>(body[kMinor].asUInt())) != 0) {
+      result = -1;
     }
     Json::Value document;
     GetBlueToothInfo(document);  // a silent module is recorded as an empty identity
     const std::string text = StyledText(document);
     StoreText(kSysBlueTooth, text);
     BS_LOG(kInfo) << text;
-  });
-  return accepted && done ? 0 : -1;
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+    result = -1;
+  }
+  return result;
 }
 
 int BusinessServer::GetBlueToothInfo(Json::Value& out) {
@@ -78,14 +92,6 @@ int BusinessServer::GetBlueToothInfo(Json::Value& out) {
   const int result = blue_tooth_->GetDeviceInfo(identity.uuid, &identity.major, &identity.minor, &measured_power);
   ToJson(identity, out);
   return result;
-}
-
-// ---- interface only ----
-
-int BusinessServer::InitBlueTooth() {
-  UpdateIbcName();
-  blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
-  return blue_tooth_->SetSendPower(beacon_.send_power);
 }
 
 }  // namespace businessserver

@@ -98,7 +98,11 @@ void BusinessServer::LoadConfiguration() {
 }
 
 int BusinessServer::SendBusinessServerWatchDogMsg(int, short, const void* server) {
-  BS_GUARDED([server] { static_cast<BusinessServer*>(const_cast<void*>(server))->WatchDogTick(); });
+  try {
+    static_cast<BusinessServer*>(const_cast<void*>(server))->WatchDogTick();
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
   return 0;
 }
 

@@ -56,11 +56,11 @@ struct BusinessServer::ConfigCommands {
 
   static void ApplyDevPos(BusinessServer& server) {
     server.InitDevPos();
-    server.PushOwnStatus();
+    server.PushNetStatus(server.own_status_, Json::Value());
   }
   static void ApplyExtTtyio(BusinessServer& server) {
     server.InitExtProtoConst();
-    server.PushOwnStatus();
+    server.PushNetStatus(server.own_status_, Json::Value());
   }
 
   // ---- documents that their component checks and stores ----

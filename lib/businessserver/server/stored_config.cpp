@@ -1,4 +1,5 @@
-// Stored documents with their defaults.
+// Stored documents with their defaults, and the two settings that are cached from them.
+#include <exception>
 #include <string>
 #include <string_view>
 
@@ -43,6 +44,26 @@ int BusinessServer::SetKeyValueAndReplyBuf(const char* key, unsigned char key_le
 
 int BusinessServer::StoreText(const StoredDocument& stored, const std::string& text) {
   return SetKeyValueAndReplyBuf(stored.key, stored.key_length, text.data(), static_cast<int>(text.size()));
+}
+
+void BusinessServer::InitDevCtrlMdl() {
+  try {
+    Json::Value document;
+    GetKeyValueAndReplyBuf(kDevCtrlMdl, document);
+    led_.control_model = document[kModel].asUInt();
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
+}
+
+void BusinessServer::InitDevPos() {
+  try {
+    Json::Value document;
+    GetKeyValueAndReplyBuf(kDevPos, document);
+    own_status_.pos = document[kPos].asUInt();
+  } catch (const std::exception& error) {
+    BS_LOG(kError) << error.what();
+  }
 }
 
 }  // namespace businessserver
