@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sched.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,23 +19,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr off_t kLedBlock = 0x201B0000;
-constexpr size_t kLedData = 0x3FC;
-constexpr size_t kPage = 0x1000;
+constexpr off_t kPage = 0x1000;
 constexpr double kStartLimit = 15;
 constexpr double kProfiledStartLimit = 120;
 constexpr uint32_t kFirstNeighbour = 0x0A000001;
 
-// A file of this size, of which only what is touched takes room, mapped at the offset.
-char* MakeMappedFile(const std::string& path, off_t offset) {
+// A file of one page, mapped.
+volatile uint32_t* MakeMappedCount(const std::string& path) {
   const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
   void* page = MAP_FAILED;
-  if (file >= 0 && ftruncate(file, offset + static_cast<off_t>(kPage)) == 0) {
-    page = mmap(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED, file, offset);
+  if (file >= 0 && ftruncate(file, kPage) == 0) {
+    page = mmap(nullptr, kPage, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
   }
   if (page == MAP_FAILED) throw std::runtime_error("cannot make " + path);
   close(file);
-  return static_cast<char*>(page);
+  return static_cast<uint32_t*>(page);
 }
 
 }  // namespace
@@ -50,24 +47,16 @@ const std::vector<LogMode>& LogModes() {
 const LogMode& LevelOneToNowhere() { return LogModes()[1]; }
 
 Device::Device(const Paths& paths)
-    : paths_{fs::absolute(paths.programs), fs::absolute(paths.benchmarks), fs::absolute(paths.packaging)} {
-  char name[] = "/tmp/bench.XXXXXX";
-  if (mkdtemp(name) == nullptr) throw std::runtime_error("cannot make a directory");
-  directory_ = name;
-  fs::create_directories(directory_ + "/dev");
-  fs::create_directories(directory_ + "/store");
-  led_register_ = reinterpret_cast<uint32_t*>(MakeMappedFile(directory_ + "/dev/mem", kLedBlock) + kLedData);
-  one_way_ = reinterpret_cast<uint32_t*>(MakeMappedFile(OneWayFile(), 0));
-  lines_ = std::make_unique<SerialLines>(directory_ + "/dev/ttyAMA1", directory_ + "/dev/ttyAMA2");
-
-  fs::copy_file(paths_.packaging + "/mosquitto.conf", directory_ + "/mosquitto.conf");
-  fs::permissions(directory_, fs::perms(0755));
-  StartHelper({"mosquitto", "-c", directory_ + "/mosquitto.conf"});
-  StartHelper({"redis-server", paths_.packaging + "/redis.conf", "--dir", directory_ + "/store"});
-  bus_ = std::make_unique<Bus>(kBusPort);
-  for (const auto& helper : helpers_) {
-    if (!helper->IsRunning()) throw std::runtime_error("broker or store ended: are its ports taken?");
+    : paths_{fs::absolute(paths.programs), fs::absolute(paths.benchmarks), fs::absolute(paths.packaging)},
+      device_(loop_, {temporary_.path, Program("business_server"), paths_.packaging}) {
+  std::string problem;
+  if (!device_.MakeFiles(problem)) throw std::runtime_error(problem);
+  one_way_ = MakeMappedCount(OneWayFile());
+  lines_ = std::make_unique<SerialLines>(device_.beacon_line.TakeFarEnd(), device_.external_line.TakeFarEnd());
+  for (desk::Process* process : {&device_.store, &device_.broker}) {
+    if (!device_.StartAndAwait(*process, problem)) throw std::runtime_error(problem);
   }
+  bus_ = std::make_unique<Bus>(desk::kBusPort);
 }
 
 Device::~Device() {
@@ -75,8 +64,6 @@ Device::~Device() {
   bus_.reset();
   while (!helpers_.empty()) helpers_.pop_back();
   lines_.reset();
-  std::error_code error;
-  fs::remove_all(directory_, error);
 }
 
 double Device::StartDaemon(const LogMode& mode, const std::vector<std::string>& wrapper) {
@@ -87,10 +74,10 @@ double Device::StartDaemon(const LogMode& mode, const std::vector<std::string>& 
   int log[] = {-1, -1};
   if (mode.to_reader) {
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, log) != 0) throw std::runtime_error("no socket for the log");
-    log_reader_ = std::make_unique<Process>(std::vector<std::string>{"cat"}, directory_, Process::Streams{log[1], -1});
+    log_reader_ = std::make_unique<Process>(std::vector<std::string>{"cat"}, directory(), Process::Streams{log[1], -1});
   }
   const double begin = Now();
-  daemon_ = std::make_unique<Process>(command, directory_, Process::Streams{-1, log[0]});
+  daemon_ = std::make_unique<Process>(command, directory(), Process::Streams{-1, log[0]});
   for (const int end : log) {
     if (end >= 0) close(end);
   }
@@ -104,7 +91,7 @@ void Device::StopDaemon() {
 }
 
 Process& Device::StartHelper(const std::vector<std::string>& command) {
-  helpers_.push_back(std::make_unique<Process>(command, directory_));
+  helpers_.push_back(std::make_unique<Process>(command, directory()));
   return *helpers_.back();
 }
 
@@ -116,6 +103,7 @@ void Device::Await(const char* topic, double limit_seconds) {
   bus_->OnMessage([&](const Message& message) { answered = answered || message.tag == kAwaitTag; });
   const double limit = Now() + limit_seconds;
   while (!answered) {
+    loop_.Turn(desk::Loop::Milliseconds(0));  // what the broker has to say
     if (Now() > limit) throw std::runtime_error(std::string("nobody answers on ") + topic);
     bus_->Request(topic, kReadingRequest, kAwaitTag);
     const double next = Now() + 0.001;
@@ -125,13 +113,16 @@ void Device::Await(const char* topic, double limit_seconds) {
   bus_->Ask(topic, kReadingRequest, limit_seconds);  // behind all that were sent
 }
 
-void Device::EmptyStore() const { OutputOf("redis-cli -p " + std::to_string(kStorePort) + " flushall"); }
+void Device::EmptyStore() const { OutputOf("redis-cli -p " + std::to_string(desk::kStorePort) + " flushall"); }
 
 bool Device::SetRealTime(bool on) {
   sched_param priority = {};
   priority.sched_priority = on ? 1 : 0;
   const int policy = on ? SCHED_FIFO : SCHED_OTHER;
   bool all = sched_setscheduler(0, policy, &priority) == 0;
+  for (const desk::Process* process : {&device_.store, &device_.broker}) {
+    all = sched_setscheduler(process->pid(), policy, &priority) == 0 && all;
+  }
   for (const auto& helper : helpers_) all = sched_setscheduler(helper->pid(), policy, &priority) == 0 && all;
   return all;
 }

@@ -7,15 +7,14 @@
 #include <string>
 #include <vector>
 
+#include "bringup/device.h"
 #include "bus.h"
 #include "process.h"
 #include "protocol/parking_result.h"
 #include "serial_lines.h"
+#include "temporary_directory.h"
 
 namespace bench {
-
-constexpr uint16_t kBusPort = 5291;
-constexpr uint16_t kStorePort = 5299;
 
 constexpr char kReadingRequest[] = R"({"type":"get_ttyio_cfg"})";
 constexpr char kReadingKey[] = "device_ttyio_value";  // what it reads; its NUL counts
@@ -67,18 +66,19 @@ class Device {
 
   Bus& bus() { return *bus_; }
   SerialLines& lines() { return *lines_; }
-  const std::string& directory() const { return directory_; }
-  uint32_t LedRegister() const { return *led_register_; }
+  std::string directory() const { return temporary_.path; }
+  uint32_t LedRegister() const { return device_.board.LedData(); }
   uint32_t OneWayCount() const { return *one_way_; }
-  std::string OneWayFile() const { return directory_ + "/one_way"; }
+  std::string OneWayFile() const { return directory() + "/one_way"; }
 
  private:
   const Paths paths_;
-  std::string directory_;
-  volatile uint32_t* led_register_ = nullptr;
+  const TemporaryDirectory temporary_;
+  desk::Loop loop_;
+  desk::Device device_;  // its broker, store and lines; the daemon is started here
   volatile uint32_t* one_way_ = nullptr;
   std::unique_ptr<SerialLines> lines_;
-  std::vector<std::unique_ptr<Process>> helpers_;  // broker and store first
+  std::vector<std::unique_ptr<Process>> helpers_;
   std::unique_ptr<Bus> bus_;
   std::unique_ptr<Process> log_reader_;
   std::unique_ptr<Process> daemon_;

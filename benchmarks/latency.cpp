@@ -60,7 +60,7 @@ class Latency {
  public:
   Latency(Device& device, const Effort& effort)
       : device_(device), effort_(effort), real_time_(device.SetRealTime(true)) {
-    const std::string bus = std::to_string(kBusPort), store = std::to_string(kStorePort);
+    const std::string bus = std::to_string(desk::kBusPort), store = std::to_string(desk::kStorePort);
     const auto start = [&](const char* topic, const std::vector<std::string>& command) {
       responders_[topic] = &device_.StartHelper(command);
     };
@@ -69,7 +69,7 @@ class Latency {
     start(kPythonTopic, {"/usr/bin/python3", device_.Source("reading_handler.py"), bus, store, kPythonTopic});
     device_.StartHelper({device_.Program("bench_subscriber"), bus, kOneWayTopic, device_.OneWayFile()});
     for (const char* topic : {kEchoTopic, kLeanTopic, kPythonTopic}) device_.Await(topic, kEventLimit);
-    store_.reset(redisConnect("127.0.0.1", kStorePort));
+    store_.reset(redisConnect("127.0.0.1", desk::kStorePort));
     if (!store_ || store_->err != 0) throw std::runtime_error("the store cannot be reached");
     device_.bus().Subscribe(bs::kBusSimulatorTrigger);
     device_.bus().Subscribe(bs::kBusBroadcastMessage);

@@ -55,6 +55,8 @@ int main(int argc, char** argv) {
     }
   }
   try {
+    std::string problem;
+    if (!desk::EnterOwnNetwork(problem)) fprintf(stderr, "%s: ports 5291 and 5299 must be free\n", problem.c_str());
     Report report;
     Device device({argv[1], source + "/benchmarks", source + "/packaging"});
     device.StartDaemon(LogModes()[0]);  // stores the documents that the other responders read

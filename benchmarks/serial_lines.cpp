@@ -1,45 +1,17 @@
 #include "serial_lines.h"
 
-#include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/eventfd.h>
-#include <termios.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <stdexcept>
+#include <iterator>
 
 namespace bench {
 
-namespace {
-
-// The near end stays open too: a line that nobody has open hangs up.
-int OpenLine(const std::string& path) {
-  const int far = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-  char name[128];
-  if (far < 0 || grantpt(far) != 0 || unlockpt(far) != 0 || ptsname_r(far, name, sizeof name) != 0) {
-    throw std::runtime_error("no pseudo-terminal");
-  }
-  const int near = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
-  termios settings{};
-  tcgetattr(near, &settings);
-  cfmakeraw(&settings);
-  tcsetattr(near, TCSANOW, &settings);
-  unlink(path.c_str());
-  if (near < 0 || symlink(name, path.c_str()) != 0) throw std::runtime_error("cannot make " + path);
-  return far;
-}
-
-}  // namespace
-
-SerialLines::SerialLines(const std::string& beacon_path, const std::string& external_path)
-    : beacon_(OpenLine(beacon_path)),
-      external_(OpenLine(external_path)),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      thread_([this] { Run(); }) {}
+SerialLines::SerialLines(int beacon, int external)
+    : beacon_(beacon), external_(external), wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)), thread_([this] { Run(); }) {}
 
 SerialLines::~SerialLines() {
   stop_ = true;

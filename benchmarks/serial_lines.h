@@ -1,17 +1,15 @@
-// The device's two serial lines: pseudo-terminals that a thread of their own keeps empty, so that the daemon never
+// The far ends of the device's two serial lines: a thread of their own keeps them empty, so that the daemon never
 // waits for a reader. The one with the beacon module accepts every command at once.
 #pragma once
 
 #include <atomic>
-#include <string>
 #include <thread>
 
 namespace bench {
 
 class SerialLines {
  public:
-  // Makes the links to both lines in the device's directory.
-  SerialLines(const std::string& beacon_path, const std::string& external_path);
+  SerialLines(int beacon, int external);
   ~SerialLines();
   SerialLines(const SerialLines&) = delete;
   SerialLines& operator=(const SerialLines&) = delete;
@@ -26,8 +24,8 @@ class SerialLines {
  private:
   void Run();
 
-  int beacon_ = -1;
-  int external_ = -1;
+  const int beacon_;
+  const int external_;
   int wake_ = -1;
   std::atomic<bool> taken_{false};
   std::atomic<bool> let_go_{false};  // the thread's answer to taken_

@@ -8,19 +8,19 @@
 packages_build=(
   g++ cmake ninja-build pkg-config
   libjsoncpp-dev libboost-dev libmosquitto-dev libssl-dev libhiredis-dev libevent-dev libspdlog-dev libsodium-dev libsystemd-dev
-  libcli11-dev libncurses-dev libgtest-dev
+  libcli11-dev libvalijson-dev libncurses-dev libgtest-dev
 )
 packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc)
 packages_test=(
   git openssl clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
-  dpkg-dev file systemd
+  dpkg-dev file systemd python3-jsonschema python3-yaml
 )
 packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)
 packages_arm=(g++-arm-linux-gnueabihf qemu-user)
 
 reason_build="the compiler and the libraries that the programs are built with"
 reason_run="the broker, the store and their command-line clients, and killall"
-reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer, what makes and checks the package"
+reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer, what makes and checks the package, the second validator"
 reason_bench="the micro-benchmark library, the profiler, and what the Python handler is written with"
 reason_arm="the cross-compiler for the 32-bit board and its emulator"
 

@@ -11,7 +11,7 @@ release=bookworm
 packages=(
   libc6-dev libstdc++-12-dev
   libboost-dev libcli11-dev libevent-dev libhiredis-dev libjsoncpp-dev libmosquitto-dev libssl-dev libsodium-dev libspdlog-dev libsystemd-dev
-  libgtest-dev
+  libgtest-dev libvalijson-dev
 )
 
 [ $# = 1 ] || { echo "usage: mk-sysroot.sh DIR" >&2; exit 2; }

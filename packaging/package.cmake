@@ -37,7 +37,7 @@ file(READ ${here}/device/redis.conf access)
 file(WRITE ${made}/redis.conf "${store}${access}")
 
 install(FILES ${made}/mosquitto.conf ${made}/redis.conf ${here}/device/bus.acl DESTINATION /etc/business-server)
-install(PROGRAMS ${here}/store-repair ${here}/make-accounts DESTINATION lib/business-server)
+install(PROGRAMS ${here}/store-repair ${here}/make-accounts ${here}/remote-requests DESTINATION lib/business-server)
 install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-server-bus.service
               ${here}/systemd/business-server-store.service DESTINATION /lib/systemd/system)
 install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)

@@ -33,7 +33,7 @@ void CatchSignals() {
 }
 
 struct Options {
-  desk::DeskPlan plan;
+  desk::DevicePlan plan;
   std::vector<std::string> scripts;
   bool screen = false;
   bool stay = false;
@@ -158,7 +158,7 @@ int main(int argc, char** argv) {
   const auto here = std::filesystem::read_symlink("/proc/self/exe", no_matter).parent_path();
   options.plan.directory = "desk";
   options.plan.daemon = (here / "business_server").string();
-  options.plan.packaging = DESK_PACKAGING;
+  options.plan.configuration = DESK_PACKAGING;
 
   CLI::App app(
       "The parking camera's board on a desk, with broker, store and daemon around it.\n"
@@ -170,7 +170,7 @@ int main(int argc, char** argv) {
   app.add_option("--directory", options.plan.directory, "Where the device's files go")->capture_default_str();
   app.add_flag("--keep-store", options.plan.keep_store, "Goes on with the documents stored in an earlier run");
   app.add_option("--daemon", options.plan.daemon, "The daemon's program")->capture_default_str();
-  app.add_option("--packaging", options.plan.packaging, "Where mosquitto.conf and redis.conf are")
+  app.add_option("--packaging", options.plan.configuration, "Where mosquitto.conf and redis.conf are")
       ->capture_default_str();
   try {
     app.parse(argc, argv);

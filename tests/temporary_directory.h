@@ -3,12 +3,16 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <string>
 
 struct TemporaryDirectory {
   TemporaryDirectory() {
-    char name[] = "/tmp/business_server_test.XXXXXX";
-    path = mkdtemp(name);
+    std::string name = std::filesystem::temp_directory_path() / "business_server_test.XXXXXX";
+    path = mkdtemp(name.data());
   }
-  ~TemporaryDirectory() { std::filesystem::remove_all(path); }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+  }
   std::filesystem::path path;
 };

@@ -237,7 +237,7 @@ void Freeze(Trial& trial, desk::Process& process) {
 }
 
 fs::path AppendOnlyFile(const Rig& rig) {
-  for (const auto& entry : fs::recursive_directory_iterator(rig.StoreDirectory())) {
+  for (const auto& entry : fs::recursive_directory_iterator(rig.device.StoreDirectory())) {
     if (entry.path().string().find(".incr.aof") != std::string::npos) return entry.path();
   }
   return {};
@@ -249,7 +249,7 @@ void TearFile(Rig& rig, Trial& trial, int rounds) {
   Row row{"torn append-only file"};
   for (int round = 0; round < rounds; ++round) {
     trial.RunFor(50);
-    rig.store.Kill();
+    rig.device.store.Kill();
     std::ofstream(AppendOnlyFile(rig), std::ios::app | std::ios::binary)
         << write.substr(0, static_cast<size_t>(Random(1, static_cast<int>(write.size()) - 1)));
     row.returns.push_back(trial.AwaitReturn(row.what));
@@ -267,13 +267,13 @@ void FillDisk(Rig& rig, Trial& trial) {
   const int refused_before = trial.refused;
   const int ended_before = rig.ended_by_itself["store"];
   const rlimit limit = {grown() + kSmallDisk / 8, RLIM_INFINITY};
-  const auto limit_store = [&] { prlimit(rig.store.pid(), RLIMIT_FSIZE, &limit, nullptr); };
+  const auto limit_store = [&] { prlimit(rig.device.store.pid(), RLIMIT_FSIZE, &limit, nullptr); };
   const uint64_t limiter = rig.loop.Every(Milliseconds(1), limit_store);
   if (!rig.loop.RunUntil([&] { return rig.ended_by_itself["store"] >= ended_before + 3; }, Milliseconds(20000))) {
     Breach("the store took writes with a full disk");
   }
   rig.loop.Cancel(limiter);
-  rig.store.Kill();  // the limit goes with it
+  rig.device.store.Kill();  // the limit goes with it
   row.returns.push_back(trial.AwaitReturn(row.what));
   trial.CheckDocuments(row.what);
   if (trial.refused == refused_before) Breach("no set was refused while the disk was full");
@@ -293,23 +293,24 @@ int main(int argc, char** argv) {
   app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
   CLI11_PARSE(app, argc, argv);
 
-  Rig rig;
-  if (!rig.Start(daemon, packaging)) return 1;
+  trials::EnterQuietNetwork();
+  Rig rig(daemon, packaging);
+  if (!rig.Start()) return 1;
   Trial trial(rig);
   trial.AwaitReturn("start");
   trial.RunFor(500);
   printf("%-44s %6s %10s %10s\n", "", "timed", "back (ms)", "at most");
 
   const Holdings before = rig.OfDaemon();
-  for (desk::Process* victim : {&rig.broker, &rig.store}) Kill(trial, {victim}, rounds);
-  for (desk::Process* victim : {&rig.broker, &rig.store}) Freeze(trial, *victim);
+  for (desk::Process* victim : {&rig.device.broker, &rig.device.store}) Kill(trial, {victim}, rounds);
+  for (desk::Process* victim : {&rig.device.broker, &rig.device.store}) Freeze(trial, *victim);
   TearFile(rig, trial, std::max(rounds / 10, 1));
   FillDisk(rig, trial);
   trial.RunFor(500);
   const Holdings after = rig.OfDaemon();
-  Kill(trial, {&rig.daemon}, rounds);
-  rig.store_rest = Milliseconds(500);  // the daemon is the first to be back
-  Kill(trial, {&rig.broker, &rig.store, &rig.daemon}, std::max(rounds / 10, 2));
+  Kill(trial, {&rig.device.daemon}, rounds);
+  rig.device.store.KeepRunning(Milliseconds(500));  // the daemon is the first to be back
+  Kill(trial, {&rig.device.broker, &rig.device.store, &rig.device.daemon}, std::max(rounds / 10, 2));
 
   for (const auto& [name, times] : rig.ended_by_itself) {
     if (times > 0) Breach("the " + name + " ended by itself " + std::to_string(times) + " times");

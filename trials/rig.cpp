@@ -1,7 +1,5 @@
 #include "rig.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -20,64 +18,41 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kReplies[] = "reply/trial";
-constexpr Milliseconds kSupervision(5);
+constexpr Milliseconds kRest(5);        // before an ended program is started again
 constexpr Milliseconds kPatience(200);  // before a question is asked again
 constexpr Milliseconds kStartLimit(10000);
 
 }  // namespace
 
-Rig::Rig() {
-  char name[] = "/tmp/trial.XXXXXX";
-  directory_ = mkdtemp(name);
-}
+Rig::Rig(const std::string& daemon, const std::string& packaging)
+    : device(loop, serial_loop_, {directory_.path, daemon, packaging, false, {"-v", "3"}}) {}
 
 Rig::~Rig() {
-  for (desk::Process* process : {&daemon, &broker, &store}) process->Stop();
+  device.Stop();
   serial_ends_ = true;
   if (serial_.joinable()) serial_.join();
-  std::error_code ignored;
-  fs::remove_all(directory_, ignored);
 }
 
-bool Rig::Start(const std::string& daemon_program, const std::string& packaging) {
-  fs::create_directories(StoreDirectory());
-  // Without the change of user, so that the broker dies with this program.
-  std::ofstream(directory_ + "/mosquitto.conf")
-      << std::ifstream(packaging + "/mosquitto.conf").rdbuf() << (geteuid() == 0 ? "\nuser root\n" : "\n");
-  broker.Configure({"mosquitto", "-c", directory_ + "/mosquitto.conf"}, directory_);
-  store.Configure({"redis-server", fs::absolute(packaging + "/redis.conf"), "--dir", StoreDirectory()}, directory_);
-  daemon.Configure({fs::absolute(daemon_program), "-v", "3"}, directory_);
+bool Rig::Start() {
   std::string problem;
-  if (!board_.Create(directory_, problem) || !beacon_line_.Open(directory_ + "/" + desk::kBeaconLine, problem) ||
-      !external_line_.Open(directory_ + "/" + desk::kExternalLine, problem)) {
+  if (!device.MakeFiles(problem)) {
     fprintf(stderr, "%s\n", problem.c_str());
     return false;
   }
-  for (desk::Process* process : {&broker, &store, &daemon}) {
-    process->OnExit([this, process](const std::string& how) {
-      ended_by_itself[process->name()] += how.empty() ? 0 : 1;
-      if (process == &store) store_ended_ = Loop::Clock::now();
-    });
+  for (desk::Process* process : {&device.store, &device.broker, &device.daemon}) {
+    process->OnExit(
+        [this, process](const std::string& how) { ended_by_itself[process->name()] += how.empty() ? 0 : 1; });
+    process->KeepRunning(kRest);
+    if (!process->Start(problem)) fprintf(stderr, "%s\n", problem.c_str());
   }
   serial_ = std::thread([this] {
     while (!serial_ends_) serial_loop_.Turn(Milliseconds(100));
   });
   bus.OnMessage([this](const desk::BusMessage& message) { Received(message); });
-  loop.Every(kSupervision, [this] { Supervise(); });
-  Supervise();
   bus.Start();
   if (Await(bs::kGetFrameStatus, "0", kStartLimit) < kStartLimit && ended_by_itself["daemon"] == 0) return true;
   fprintf(stderr, "the device does not come up: are ports 5291 and 5299 free?\n");
   return false;
-}
-
-void Rig::Supervise() {
-  for (desk::Process* process : {&store, &broker, &daemon}) {
-    process->Check();
-    std::string problem;
-    if (process == &store && Loop::Clock::now() - store_ended_ < store_rest) continue;
-    if (!process->running() && !process->Start(problem)) fprintf(stderr, "%s\n", problem.c_str());
-  }
 }
 
 bool Rig::Send(const std::string& command, const std::string& body, Answered answered) {
@@ -122,13 +97,18 @@ Milliseconds Rig::Await(const std::string& command, const std::string& body, Mil
 }
 
 Holdings Rig::OfDaemon() const {
-  const std::string process = "/proc/" + std::to_string(daemon.pid());
+  const std::string process = "/proc/" + std::to_string(device.daemon.pid());
   Holdings held;
   std::error_code error;
   for (fs::directory_iterator entry(process + "/fd", error), end; entry != end; ++entry) ++held.descriptors;
   std::ifstream status(process + "/status");
   for (std::string line; std::getline(status, line);) sscanf(line.c_str(), "VmRSS: %d", &held.resident_kb);
   return held;
+}
+
+void EnterQuietNetwork() {
+  std::string problem;
+  if (!desk::EnterOwnNetwork(problem)) fprintf(stderr, "%s: ports 5291 and 5299 must be free\n", problem.c_str());
 }
 
 std::string Percentile(std::vector<int> values, int percent) {

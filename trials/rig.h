@@ -12,12 +12,11 @@
 #include <thread>
 #include <vector>
 
-#include "bringup/board.h"
+#include "bringup/device.h"
 #include "bringup/loop.h"
-#include "bringup/process.h"
-#include "bringup/pty.h"
 #include "desk/bus_client.h"
 #include "desk/store_client.h"
+#include "temporary_directory.h"
 
 namespace trials {
 
@@ -35,11 +34,11 @@ class Rig {
   // The state of a reply: its "state", 0 for one that is no document.
   using Answered = std::function<void(int state, const std::string& reply)>;
 
-  Rig();
+  Rig(const std::string& daemon, const std::string& packaging);
   ~Rig();
 
   // False, with the reason on standard error, when the device does not come up.
-  bool Start(const std::string& daemon, const std::string& packaging);
+  bool Start();
 
   // Sends a request and forgets it: answered is called when the reply comes, if ever. False while the broker is away.
   bool Send(const std::string& command, const std::string& body, Answered answered);
@@ -51,31 +50,32 @@ class Rig {
   bool Publish(const std::string& type, const std::string& payload) { return bus.Publish(type, payload); }
 
   Holdings OfDaemon() const;
-  std::string StoreDirectory() const { return directory_ + "/store"; }
 
   Loop loop;
+
+ private:
+  // What hangs on the serial lines listens on its own, as it does in the field: the daemon waits for it.
+  Loop serial_loop_;
+  const TemporaryDirectory directory_;
+
+ public:
+  desk::Device device;
   desk::BusClient bus{loop};
   desk::StoreClient store_client;
-  desk::Process broker{loop, "broker"}, store{loop, "store"}, daemon{loop, "daemon"};
-  Milliseconds store_rest{0};                  // before an ended store is started again
   std::map<std::string, int> ended_by_itself;  // by name
   std::map<std::string, uint64_t> heard;       // messages by topic
 
  private:
-  void Supervise();
   void Received(const desk::BusMessage& message);
 
-  std::string directory_;
-  desk::Board board_;
-  // What hangs on the serial lines listens on its own, as it does in the field: the daemon waits for it.
-  Loop serial_loop_;
-  desk::Pty beacon_line_{serial_loop_}, external_line_{serial_loop_};
   std::atomic<bool> serial_ends_{false};
   std::thread serial_;
   std::map<std::string, Answered> waiting_;  // by correlation data
   uint64_t requests_ = 0;
-  Loop::Clock::time_point store_ended_;
 };
+
+// Into a network of its own, where the device's ports are free; where that is not to be had, it says so and goes on.
+void EnterQuietNetwork();
 
 // A percentile of durations in ms, "-" for none.
 std::string Percentile(std::vector<int> values, int percent);

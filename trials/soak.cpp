@@ -99,8 +99,9 @@ int main(int argc, char** argv) {
   app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
   CLI11_PARSE(app, argc, argv);
 
-  Rig rig;
-  if (!rig.Start(daemon, packaging)) return 1;
+  trials::EnterQuietNetwork();
+  Rig rig(daemon, packaging);
+  if (!rig.Start()) return 1;
   rig.Await(bs::kSetTtyioCfg, R"({"ttyionum":2,"baudrate":115200,"checkbit":0,"databit":8,"stopbit":1})", kBurstLimit);
 
   const auto start = Loop::Clock::now();

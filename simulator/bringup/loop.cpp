@@ -1,17 +1,34 @@
 #include "bringup/loop.h"
 
-#include <poll.h>
+#include <sys/epoll.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <vector>
 
 namespace desk {
 
-void Loop::Watch(int descriptor, Task on_ready, Condition wants_write) {
-  watchers_[descriptor] = {std::move(on_ready), std::move(wants_write)};
+Loop::Loop() : epoll_(epoll_create1(EPOLL_CLOEXEC)) {}
+Loop::~Loop() { close(epoll_); }
+
+void Loop::TellKernel(int operation, int descriptor, bool writing) const {
+  epoll_event event{};
+  event.events = EPOLLIN | (writing ? EPOLLOUT : 0u);
+  event.data.fd = descriptor;
+  epoll_ctl(epoll_, operation, descriptor, &event);
 }
 
-void Loop::Unwatch(int descriptor) { watchers_.erase(descriptor); }
+void Loop::Watch(int descriptor, Task on_ready, Condition wants_write) {
+  if (wants_write) writers_.insert(descriptor);
+  watchers_[descriptor] = {std::move(on_ready), std::move(wants_write)};
+  TellKernel(EPOLL_CTL_ADD, descriptor, false);
+}
+
+void Loop::Unwatch(int descriptor) {
+  if (watchers_.erase(descriptor) > 0) TellKernel(EPOLL_CTL_DEL, descriptor, false);
+  writers_.erase(descriptor);
+}
 
 uint64_t Loop::After(Milliseconds delay, Task task) {
   timers_[next_timer_] = {Clock::now() + delay, Milliseconds(0), std::move(task)};
@@ -39,16 +56,16 @@ void Loop::Turn(Milliseconds max_wait) {
 
 // Handlers may add and remove watchers, so each one is looked up again just before its call.
 void Loop::PollDescriptors(int timeout) {
-  std::vector<pollfd> polled;
-  for (const auto& [descriptor, watcher] : watchers_) {
-    short events = POLLIN;
-    if (watcher.wants_write && watcher.wants_write()) events |= POLLOUT;
-    polled.push_back({descriptor, events, 0});
+  for (const int descriptor : writers_) {
+    Watcher& watcher = watchers_.at(descriptor);
+    if (watcher.wants_write() == watcher.writing) continue;
+    watcher.writing = !watcher.writing;
+    TellKernel(EPOLL_CTL_MOD, descriptor, watcher.writing);
   }
-  if (poll(polled.data(), polled.size(), timeout) <= 0) return;
-  for (const auto& entry : polled) {
-    if (entry.revents == 0) continue;
-    const auto found = watchers_.find(entry.fd);
+  std::array<epoll_event, 256> ready;
+  const int count = epoll_wait(epoll_, ready.data(), static_cast<int>(ready.size()), timeout);
+  for (int i = 0; i < count; ++i) {
+    const auto found = watchers_.find(ready[static_cast<size_t>(i)].data.fd);
     if (found == watchers_.end()) continue;
     const Task on_ready = found->second.on_ready;
     on_ready();

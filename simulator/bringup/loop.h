@@ -5,11 +5,17 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <set>
 
 namespace desk {
 
 class Loop {
  public:
+  Loop();
+  ~Loop();
+  Loop(const Loop&) = delete;
+  Loop& operator=(const Loop&) = delete;
+
   using Clock = std::chrono::steady_clock;
   using Milliseconds = std::chrono::milliseconds;
   using Task = std::function<void()>;
@@ -36,6 +42,7 @@ class Loop {
   struct Watcher {
     Task on_ready;
     Condition wants_write;
+    bool writing = false;  // what the kernel was told last
   };
   struct Timer {
     Clock::time_point due;
@@ -46,7 +53,11 @@ class Loop {
   void PollDescriptors(int timeout);
   void FireTimers();
 
+  void TellKernel(int operation, int descriptor, bool writing) const;
+
+  const int epoll_;
   std::map<int, Watcher> watchers_;
+  std::set<int> writers_;  // those that ever want to write
   std::map<uint64_t, Timer> timers_;
   uint64_t next_timer_ = 1;
 };

@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -28,9 +29,10 @@ Process::~Process() {
   Stop();
 }
 
-void Process::Configure(std::vector<std::string> command, std::string directory) {
+void Process::Configure(std::vector<std::string> command, std::string directory, const Network* network) {
   command_ = std::move(command);
   directory_ = std::move(directory);
+  network_ = network;
 }
 
 bool Process::Start(std::string& problem) {
@@ -54,6 +56,8 @@ bool Process::Start(std::string& problem) {
     return false;
   }
   frozen_ = false;
+  end_ = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
+  loop_.Watch(end_, [this] { NoticeEnd(); });
   output_ = ends[0];
   fcntl(output_, F_SETFL, O_NONBLOCK);
   mkdir((directory_ + "/log").c_str(), 0755);
@@ -72,6 +76,7 @@ void Process::RunChild(int output) const {
   std::vector<char*> arguments;
   for (const auto& word : command_) arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);
+  if (network_ != nullptr && !network_->Enter()) dprintf(STDERR_FILENO, "no way into the network\n");
   if (chdir(directory_.c_str()) == 0) execvp(arguments[0], arguments.data());
   dprintf(STDERR_FILENO, "cannot run %s: %s\n", arguments[0], strerror(errno));
   _exit(127);
@@ -106,13 +111,20 @@ void Process::CloseOutput() {
 void Process::Gone(int status, bool expected) {
   if (output_ >= 0) ReadOutput();
   CloseOutput();
+  loop_.Unwatch(end_);
+  close(end_);
   partial_line_.clear();
   pid_ = -1;
   frozen_ = false;
   if (on_exit_) on_exit_(expected ? "" : HowItEnded(status));
+  if (rest_.count() < 0) return;
+  restart_ = loop_.After(rest_, [this] {
+    std::string problem;
+    if (!Start(problem) && on_line_) on_line_(problem);
+  });
 }
 
-void Process::Check() {
+void Process::NoticeEnd() {
   int status = 0;
   if (running() && waitpid(pid_, &status, WNOHANG) == pid_) Gone(status, false);
 }
@@ -126,6 +138,8 @@ void Process::Kill() {
 }
 
 void Process::Stop() {
+  rest_ = Loop::Milliseconds(-1);
+  loop_.Cancel(restart_);
   if (!running()) return;
   Thaw();
   kill(pid_, SIGTERM);

@@ -49,6 +49,11 @@ bool Pty::Open(const std::string& path, std::string& problem) {
   return true;
 }
 
+int Pty::TakeFarEnd() {
+  loop_.Unwatch(far_);
+  return far_;
+}
+
 void Pty::Send(const std::string& bytes) {
   if (unsent_.size() + bytes.size() > kMostUnsent) return;
   unsent_ += bytes;

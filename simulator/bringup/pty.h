@@ -24,6 +24,9 @@ class Pty {
   // Everything that the daemon writes is read at once, wanted or not: a full line would stall it.
   void OnReceive(Receiver receiver) { receiver_ = std::move(receiver); }
 
+  // Takes the far end off the loop: it is the caller's to read from now on, and stays open as long as this lives.
+  int TakeFarEnd();
+
   // Queues bytes for the daemon. What it never reads is dropped beyond 64 KiB.
   void Send(const std::string& bytes);
 

@@ -2,7 +2,20 @@
 
 namespace desk {
 
-BusClient::BusClient(Loop& loop) : connection_(loop, bus::Options(), Handlers()) {}
+namespace {
+
+bus::Options OptionsWithin(const Network* network) {
+  bus::Options options;
+  options.within = [network](const std::function<int()>& connect) {
+    const Network::Inside inside(network);
+    return connect();
+  };
+  return options;
+}
+
+}  // namespace
+
+BusClient::BusClient(Loop& loop, const Network* network) : connection_(loop, OptionsWithin(network), Handlers()) {}
 
 bus::Connection::Handlers BusClient::Handlers() {
   bus::Connection::Handlers handlers;

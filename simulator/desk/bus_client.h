@@ -6,6 +6,7 @@
 #include <string>
 
 #include "bringup/loop.h"
+#include "bringup/network.h"
 #include "bus/kept.h"
 
 namespace desk {
@@ -16,7 +17,7 @@ class BusClient {
  public:
   using Handler = std::function<void(const BusMessage&)>;
 
-  explicit BusClient(Loop& loop);
+  explicit BusClient(Loop& loop, const Network* network = nullptr);
 
   void OnMessage(Handler handler) { handler_ = std::move(handler); }
 

@@ -8,10 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "bringup/board.h"
+#include "bringup/device.h"
 #include "bringup/loop.h"
 #include "bringup/process.h"
-#include "bringup/pty.h"
 #include "desk/beacon_module.h"
 #include "desk/bus_client.h"
 #include "desk/bus_watch.h"
@@ -24,23 +23,16 @@
 
 namespace desk {
 
-struct DeskPlan {
-  std::string directory;    // where the device's files go; made when it is not there
-  std::string daemon;       // the daemon's program
-  std::string packaging;    // where mosquitto.conf and redis.conf are
-  bool keep_store = false;  // go on with the documents of an earlier run
-};
-
 class Desk {
  public:
-  explicit Desk(DeskPlan plan);
+  explicit Desk(DevicePlan plan);
   ~Desk();
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;
 
   // Makes the files, starts store and broker, then the daemon. On failure problem says what is wrong and what to do.
   bool Start(std::string& problem);
-  void Stop();
+  void Stop() { device_.Stop(); }
 
   // ---- the programs ----
   Process* FindProcess(const std::string& name);  // "broker", "store", "daemon"; nullptr for others
@@ -78,23 +70,21 @@ class Desk {
   Loop& loop() { return loop_; }
   Journal& journal() { return journal_; }
   Journal& daemon_log() { return daemon_log_; }  // its lines, one event each
-  Board& board() { return board_; }
+  const Board& board() const { return device_.board; }
   BeaconModule& beacon() { return beacon_; }
   SerialLine& serial() { return serial_; }
   Recogniser& recogniser() { return recogniser_; }
   Neighbours& neighbours() { return neighbours_; }
   StoreClient& store_client() { return store_client_; }
   BusClient& bus() { return bus_; }
-  Process& broker() { return broker_; }
-  Process& store() { return store_; }
-  Process& daemon() { return daemon_; }
+  Process& broker() { return device_.broker; }
+  Process& store() { return device_.store; }
+  Process& daemon() { return device_.daemon; }
 
  private:
-  bool MakeFiles(std::string& problem);
-  bool StartAround(std::string& problem);
-  bool StartAndAwait(Process& process, int port, std::string& problem);
-  void ConfigureProcesses();
+  bool StartAround(Process& process, std::string& problem);
   void WatchProcess(Process& process);
+  void NoteStart(const Process& process);
   void Tick();
   void LookAtLamp();
   void AskSignOfLife();
@@ -103,13 +93,10 @@ class Desk {
   void SetFields(size_t space, const Fields& fields);
   std::string Delivered(bool sent) const;
 
-  DeskPlan plan_;
   Loop loop_;
   Journal journal_;
   Journal daemon_log_;
-  Board board_;
-  Pty beacon_line_;
-  Pty external_line_;
+  Device device_;
   StoreClient store_client_;
   BeaconModule beacon_;
   SerialLine serial_;
@@ -117,9 +104,6 @@ class Desk {
   BusClient bus_;
   Recogniser recogniser_;
   Neighbours neighbours_;
-  Process broker_;
-  Process store_;
-  Process daemon_;
   bool ready_ = false;
   uint32_t led_data_ = 0;
   uint64_t requests_ = 0;

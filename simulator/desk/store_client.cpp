@@ -28,6 +28,7 @@ StoreClient::~StoreClient() {
 bool StoreClient::Connect() {
   if (context_ != nullptr) return true;
   if (Loop::Clock::now() < not_before_) return false;
+  const Network::Inside inside(network_);
   context_ = redisConnectWithTimeout("127.0.0.1", kStorePort, kLimit);
   if (context_ != nullptr && context_->err == 0 && redisSetTimeout(context_, kLimit) == REDIS_OK) return true;
   // A refusal costs nothing and may end any moment; only silence is worth a pause.

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "bringup/loop.h"
+#include "bringup/network.h"
 
 struct redisContext;
 
@@ -12,7 +13,7 @@ namespace desk {
 
 class StoreClient {
  public:
-  StoreClient() = default;
+  explicit StoreClient(const Network* network = nullptr) : network_(network) {}
   ~StoreClient();
   StoreClient(const StoreClient&) = delete;
   StoreClient& operator=(const StoreClient&) = delete;
@@ -30,6 +31,7 @@ class StoreClient {
   bool Connect();
   bool Command(int count, const char** words, const size_t* sizes, std::string* text);
 
+  const Network* const network_;
   redisContext* context_ = nullptr;
   Loop::Clock::time_point not_before_{};
 };

@@ -65,8 +65,8 @@ class BeaconLine : public testing::Test {
  protected:
   BeaconLine() : line_(loop_), module_(loop_, line_) {
     std::string problem;
-    EXPECT_TRUE(line_.Open(directory_.path() + "/line", problem)) << problem;
-    near_ = std::make_unique<NearEnd>(directory_.path() + "/line");
+    EXPECT_TRUE(line_.Open(directory_.path.string() + "/line", problem)) << problem;
+    near_ = std::make_unique<NearEnd>(directory_.path.string() + "/line");
     module_.OnCommand([this](const std::string& command, const std::string&) { commands_.push_back(command); });
   }
 

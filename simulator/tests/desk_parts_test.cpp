@@ -84,9 +84,9 @@ TEST(ExternalLine, ABurstInPiecesIsReadWholeAndWhatFitsNothingIsShownAsBytes) {
   StoreClient store;  // nobody answers there: the default field list counts
   Journal journal;
   std::string problem;
-  ASSERT_TRUE(line.Open(directory.path() + "/line", problem)) << problem;
+  ASSERT_TRUE(line.Open(directory.path.string() + "/line", problem)) << problem;
   SerialLine serial(loop, line, store, journal);
-  const NearEnd daemon(directory.path() + "/line");
+  const NearEnd daemon(directory.path.string() + "/line");
   const std::string frame(
       "\xBB\x88\xAA\x00"
       "A12345\x01\x02\x00\x00\x00\x03\x00\x00\x00\x02"
@@ -133,20 +133,15 @@ TEST(Processes, ASelfMadeEndIsNoticedWithItsLastWords) {
   Process process(loop, "child");
   std::vector<std::string> lines;
   std::string ended = "not";
-  process.Configure({"/bin/sh", "-c", "echo one; echo two >&2; exit 3"}, directory.path());
+  process.Configure({"/bin/sh", "-c", "echo one; echo two >&2; exit 3"}, directory.path.string());
   process.OnLine([&](const std::string& line) { lines.push_back(line); });
   process.OnExit([&](const std::string& how) { ended = how; });
   std::string problem;
   ASSERT_TRUE(process.Start(problem)) << problem;
-  EXPECT_TRUE(loop.RunUntil(
-      [&] {
-        process.Check();
-        return !process.running();
-      },
-      Milliseconds(5000)));
+  EXPECT_TRUE(loop.RunUntil([&] { return !process.running(); }, Milliseconds(5000)));
   EXPECT_EQ(ended, "with status 3");
   EXPECT_EQ(lines, (std::vector<std::string>{"one", "two"}));
-  process.Configure({"/no/such/program"}, directory.path());
+  process.Configure({"/no/such/program"}, directory.path.string());
   ASSERT_TRUE(process.Start(problem));
   loop.RunUntil([&] { return lines.size() == 3; }, Milliseconds(5000));
   EXPECT_EQ(lines.back(), "cannot run /no/such/program: No such file or directory");
@@ -160,7 +155,7 @@ TEST(Processes, StopEndsAlsoWhoIsFrozenOrDeaf) {
   for (const bool deaf : {false, true}) {
     process.Configure(
         {"/bin/sh", "-c", deaf ? "trap '' TERM; echo up; while :; do sleep 0.05; done" : "echo up; sleep 60"},
-        directory.path());
+        directory.path.string());
     bool up = false;
     process.OnLine([&](const std::string&) { up = true; });
     ASSERT_TRUE(process.Start(problem)) << problem;
@@ -181,7 +176,7 @@ TEST(Processes, DieWithTheDeskEvenWhenItIsKilled) {
   if (desk == 0) {
     Loop loop;
     Process process(loop, "child");
-    process.Configure({"/bin/sleep", "60"}, directory.path());
+    process.Configure({"/bin/sleep", "60"}, directory.path.string());
     std::string problem;
     process.Start(problem);
     const pid_t pid = process.pid();

@@ -2,10 +2,11 @@
 #pragma once
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <string>
+
+#include "../../tests/temporary_directory.h"
 
 namespace desk {
 
@@ -27,23 +28,6 @@ class NearEnd {
 
  private:
   int descriptor_;
-};
-
-class TemporaryDirectory {
- public:
-  TemporaryDirectory() {
-    char name[] = "/tmp/desk_test_XXXXXX";
-    path_ = mkdtemp(name);
-  }
-  ~TemporaryDirectory() {
-    if (system(("rm -rf " + path_).c_str()) != 0) perror("rm");
-  }
-  TemporaryDirectory(const TemporaryDirectory&) = delete;
-  TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
 };
 
 }  // namespace desk

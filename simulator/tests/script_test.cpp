@@ -70,7 +70,7 @@ TEST(ScriptText, EveryMistakeIsFoundInOneReadingAndContinuedLinesCountFromTheirF
 // A desk that was never started: actions leave their events, and the test adds what the daemon would cause.
 class Run : public testing::Test {
  protected:
-  Run() : desk_(DeskPlan()), runner_(desk_, [] { return false; }) {}
+  Run() : desk_(DevicePlan()), runner_(desk_, [] { return false; }) {}
 
   bool Play(const std::string& text) {
     Script script;

@@ -9,10 +9,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <deque>
-#include <filesystem>
 #include <map>
 #include <string>
 
+#include "../temporary_directory.h"
 #include "desk/desk.h"
 
 class DeviceOnDesk : public testing::Test {
@@ -83,7 +83,8 @@ class DeviceOnDesk : public testing::Test {
     return outcome;
   }
 
-  const std::string directory_ = std::filesystem::temp_directory_path() / "business_server_device";
+  const TemporaryDirectory temporary_;
+  const std::string directory_ = temporary_.path;
   static constexpr char kReplyTopic[] = "tests/reply";
   desk::Desk desk_;
   desk::BusClient client_;

@@ -1,10 +1,7 @@
 // What is installed on a device: the package, who may say what on its bus, what its store lets in and survives.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -13,40 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "../temporary_directory.h"
-#include "bringup/loop.h"
-#include "bringup/process.h"
+#include "installed_device.h"
 #include "protocol/names.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using desk::Loop;
-
-constexpr char kPackaging[] = SOURCE_DIRECTORY "/packaging";
-constexpr char kBuild[] = BINARY_DIRECTORY "/..";
-
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-Outcome Shell(const std::string& command) {
-  Outcome outcome;
-  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return outcome;
-  char part[4096];
-  for (size_t size; (size = fread(part, 1, sizeof part, pipe)) > 0;) outcome.output.append(part, size);
-  const int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
-
-std::string ReadFile(const fs::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   const TemporaryDirectory directory;
@@ -102,91 +71,36 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   }
 }
 
-// The device's broker and store as the package configures them, with the real daemon, in a directory of their own.
-class InstalledDevice : public testing::Test {
- protected:
-  InstalledDevice() : broker_(loop_, "broker"), store_(loop_, "store"), daemon_(loop_, "daemon") {
-    const std::string here = directory_.path;
-    EXPECT_EQ(Shell(std::string(kPackaging) + "/make-accounts " + here).status, 0);
-    fs::create_directory(directory_.path / "log");
-    fs::create_directory(directory_.path / "store");
-    fs::copy(std::string(kPackaging) + "/device/bus.acl", directory_.path);
-    std::string configuration = ReadFile(std::string(kBuild) + "/package/mosquitto.conf");
-    const std::string installed = "/etc/business-server";
-    for (size_t at; (at = configuration.find(installed)) != std::string::npos;) {
-      configuration.replace(at, installed.size(), here);
-    }
-    // Started by root, the broker would give up root's rights, and with them the directory.
-    std::ofstream(here + "/mosquitto.conf") << configuration << "user root\n";
-    broker_.Configure({"mosquitto", "-c", here + "/mosquitto.conf"}, here);
-    store_.Configure({"redis-server", std::string(kBuild) + "/package/redis.conf", "--dir", here + "/store"}, here);
-    daemon_.Configure({BINARY_DIRECTORY "/business_server"}, here);
-    setenv("CREDENTIALS_DIRECTORY", (here + "/bus").c_str(), 1);
-  }
-  ~InstalledDevice() override { unsetenv("CREDENTIALS_DIRECTORY"); }
-
-  void Start(desk::Process& process, const char* ready) {
-    bool said = false;
-    process.OnLine([&](const std::string& line) { said = said || line.find(ready) != std::string::npos; });
-    std::string problem;
-    ASSERT_TRUE(process.Start(problem)) << problem;
-    ASSERT_TRUE(loop_.RunUntil([&] { return said; }, Loop::Milliseconds(10000))) << process.name() << ": " << ready;
-    process.OnLine(nullptr);
-  }
-  void StartStore() { Start(store_, "Ready to accept connections"); }
-  void StartBroker() { Start(broker_, "running"); }
-
-  static std::string StoreSays(const std::string& command) { return Shell("redis-cli -p 5299 " + command).output; }
-
-  // The arguments that log a client in as a role, or as nobody.
-  std::string Account(const std::string& role) const {
-    if (role.empty()) return " -p 5291";
-    return " -p 5291 -u " + role + " -P $(cat " + (directory_.path / "bus" / role).string() + ")";
-  }
-  bool MayPublish(const std::string& role, const std::string& type) const {
-    const Outcome sent = Shell("mosquitto_pub -V 5 -q 1 -m {} -t '" + type + "'" + Account(role));
-    const bool refused = sent.output.find("uthorized") != std::string::npos;
-    EXPECT_TRUE(refused || sent.status == 0) << role << " " << type << ": " << sent.output;
-    return !refused;
-  }
-  // All types, from now on or since the last call: the broker grants any subscription and then keeps back what the role
-  // may not read, so only what arrives tells.
-  std::string Listen(const std::string& role, const char* until) const {
-    return Shell("mosquitto_sub -c -i " + role + " -q 1 -t '#' -F %t " + until + Account(role)).output;
-  }
-
-  const TemporaryDirectory directory_;
-  Loop loop_;
-  desk::Process broker_;
-  desk::Process store_;
-  desk::Process daemon_;
-};
-
 TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
   using namespace businessserver;
-  StartBroker();
-  const std::string roles[] = {"recogniser", "front_end", "relay", "integrator", "business_server"};
+  Start(device_.broker);
+  const std::string roles[] = {"recogniser",     "front_end",  "controller",     "relay",
+                               "relay_requests", "integrator", "business_server"};
   const struct {
     std::string type, publish, read;
   } kRows[] = {
       {kAvsSimulatorTrigger, "recogniser", "integrator business_server"},
       {kAvsParkRectChange, "recogniser", "integrator business_server"},
-      {kBusBroadlistenMessage, "relay", "integrator business_server"},
+      {kBusBroadlistenMessage, "controller", "integrator business_server"},
       {kSysDeviceNameChanged, "front_end", "integrator business_server"},
-      {kBusRequestMessage, "front_end integrator", "integrator business_server"},
-      {kBusExtRequestMessage, "relay integrator", "integrator business_server"},
+      {kBusRequestMessage, "front_end relay_requests integrator", "integrator business_server"},
+      {kBusExtRequestMessage, "controller integrator", "integrator business_server"},
       {kBusNetPush, "relay", "integrator business_server"},
-      {kHttpBroadcastMessageRoot, "front_end", "integrator business_server"},
-      {kBusBroadcastMessage, "business_server", "front_end relay integrator"},
-      {kBusSimulatorTrigger, "business_server", "front_end relay integrator"},
-      {kHttpRequestMessageRoot, "business_server", "front_end relay integrator"},
+      {kHttpBroadcastMessageRoot, "front_end relay", "relay integrator business_server"},
+      {kBusBroadcastMessage, "business_server", "front_end controller relay integrator"},
+      {kBusSimulatorTrigger, "business_server", "front_end controller integrator"},
+      {kHttpRequestMessageRoot, "business_server", "front_end controller relay integrator"},
       {"BUS_REQUEST_MESSAGE/reply", "business_server", "front_end integrator"},
-      {"BUS_EXT_REQUEST_MESSAGE/reply", "business_server", "relay integrator"},
-      {"reply/anyone", "business_server", "front_end relay integrator"},
+      {"BUS_EXT_REQUEST_MESSAGE/reply", "business_server", "controller integrator"},
+      {"reply/front_end/1", "business_server", "front_end"},
+      {"reply/controller/1", "business_server", "controller"},
+      {"reply/relay_requests/1", "business_server", "relay_requests"},
+      {"reply/integrator/1", "business_server", "integrator"},
+      {"reply/anyone", "business_server", ""},
       {"ANY_OTHER_MESSAGE", "", ""},
   };
   const auto among = [](const std::string& names, const std::string& name) {
-    return names.find(name) != std::string::npos;
+    return (" " + names + " ").find(" " + name + " ") != std::string::npos;
   };
   for (const auto& role : roles) EXPECT_EQ(Listen(role, "-E"), "") << role;
   for (const auto& row : kRows) {
@@ -196,9 +110,10 @@ TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
     }
   }
   for (const auto& role : roles) {
-    const std::string read = "\n" + Listen(role, "-W 1");
+    std::string read = Listen(role, "-W 1");
+    std::replace(read.begin(), read.end(), '\n', ' ');
     for (const auto& row : kRows) {
-      EXPECT_EQ(among(read, "\n" + row.type + "\n"), among(row.read, role)) << role << " " << row.type;
+      EXPECT_EQ(among(read, row.type), among(row.read, role)) << role << " " << row.type;
     }
   }
   // A request that the broker kept would be carried out again at each reconnect.
@@ -229,9 +144,9 @@ std::set<std::string> ListeningAddresses(pid_t pid) {
 }
 
 TEST_F(InstalledDevice, WorksWithItsAccountsAndListensOnLoopbackOnly) {
-  StartBroker();
-  StartStore();
-  Start(daemon_, "the bus is connected");
+  Start(device_.broker);
+  Start(device_.store);
+  Start(device_.daemon);
 
   const std::string parkctl = BINARY_DIRECTORY "/parkctl ";
   const Outcome reply = Shell(parkctl + "request get_ttyio_cfg");
@@ -242,9 +157,9 @@ TEST_F(InstalledDevice, WorksWithItsAccountsAndListensOnLoopbackOnly) {
   EXPECT_EQ(stranger.status, 2);
   EXPECT_NE(stranger.output.find("account"), std::string::npos) << stranger.output;
 
-  EXPECT_EQ(ListeningAddresses(broker_.pid()), std::set<std::string>{"0100007F:14AB"});
-  EXPECT_EQ(ListeningAddresses(store_.pid()), std::set<std::string>{"0100007F:14B3"});
-  EXPECT_EQ(ListeningAddresses(daemon_.pid()), std::set<std::string>{});
+  EXPECT_EQ(ListeningAddresses(device_.broker.pid()), std::set<std::string>{"0100007F:14AB"});
+  EXPECT_EQ(ListeningAddresses(device_.store.pid()), std::set<std::string>{"0100007F:14B3"});
+  EXPECT_EQ(ListeningAddresses(device_.daemon.pid()), std::set<std::string>{});
 
   for (const char* command :
        {"config get dir", "flushall", "shutdown", "set x y", "replicaof 127.0.0.1 1", "keys '*'"}) {
@@ -290,10 +205,10 @@ TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {
     SCOPED_TRACE(row.name);
     fs::remove_all(store);
     fs::create_directory(store);
-    StartStore();
+    Start(device_.store);
     StoreSays("hset kvdb one 1");
     StoreSays("hset kvdb two 2");
-    store_.Kill();
+    device_.store.Kill();
     row.damage();
     const std::string damaged = ReadFile(newest);
     const Outcome outcome = repair(row.tool);
@@ -301,10 +216,10 @@ TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {
     EXPECT_EQ(outcome.output.empty(), row.values != nullptr && row.kept.empty()) << outcome.output;
     EXPECT_EQ(ReadFile(parts.string() + row.kept + "/" + newest.filename().string()), damaged);
     if (row.values == nullptr) continue;
-    StartStore();
+    Start(device_.store);
     EXPECT_EQ(StoreSays("hget kvdb one") + StoreSays("hget kvdb two"), row.values);
     EXPECT_EQ(StoreSays("hset kvdb three 3"), "1\n");
-    store_.Kill();
+    device_.store.Kill();
     const auto left = std::distance(fs::directory_iterator(store), fs::directory_iterator());
     EXPECT_EQ(left, row.kept.empty() ? 1 : 2);
   }
@@ -313,9 +228,9 @@ TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {
   fs::remove_all(store);
   fs::create_directory(store);
   for (const char* value : {"first", "second", "third"}) {
-    StartStore();
+    Start(device_.store);
     StoreSays(std::string("hset kvdb one ") + value);
-    store_.Kill();
+    device_.store.Kill();
     empty(base);
     EXPECT_EQ(repair(kRows[0].tool).status, 0) << value;
   }

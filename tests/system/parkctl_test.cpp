@@ -35,9 +35,10 @@ TEST_F(Parkctl, SaysWhatTheDeviceSays) {
        "\"pos\": 3"},
       {"parkctl request set_dev_pos '{\"pos\":'", 3, "the body"},
       {"parkctl request set_dev_pos @no_such_file", 3, "no_such_file"},
-      {"parkctl request set_ctr_mdl '{\"model\":2}'", 1, "404 set error"},
-      {"parkctl request get_dev_pso", 1, "did you mean get_dev_pos?"},
-      {"parkctl request check_controled_device", 1, "parkctl external check_controled_device"},
+      {"parkctl request set_ctr_mdl '{\"model\":2}' --force", 1, "404 set error"},
+      {"parkctl request get_dev_pso", 3, "did you mean get_dev_pos?"},
+      {"parkctl request get_dev_pso --force", 1, "did you mean get_dev_pos?"},
+      {"parkctl request check_controled_device", 3, "parkctl external check_controled_device"},
       {"parkctl request cmd '{\"cmdline\":\"sleep 1\"}' --timeout 0.2", 2, "or busy"},
       {"parkctl request get_latest_ivsresult --raw | wc -c", 0, "968"},
       {"parkctl external check_controled_device", 1, "405 device don`t open external control\n  switch it on"},
@@ -60,9 +61,41 @@ TEST_F(Parkctl, SaysWhatTheDeviceSays) {
       {"parkctl request set_rs485pro_cfg '{\"pro_cfg\":[{\"header\":\"C0\"},{\"trigger\":1}]}'", 0, "200"},
       {"parkctl decode C0 08", 0, "frame trigger=8"},
       {"parkctl decode hello", 3, "AA 01 17"},
+      {"parkctl schema set_dev_pos", 0, "\"const\": \"set_dev_pos\""},
+      {"parkctl explain bus_dev_pos", 0, "one of 0 (own group), 1 (left), 2 (right), 3 (front); default 0"},
+      {"parkctl explain set_dev_pso", 3, "did you mean set_dev_pos?"},
       {"parkctl", 3, "--help"},
   };
   for (const Row& row : kRows) RunRow(row);
+}
+
+// What is not valid reaches neither the device nor the store: a line for each fault, and nothing else.
+TEST_F(Parkctl, RefusesWhatTheDeviceCannotActOn) {
+  const struct {
+    const char* command_line;
+    const char* printed;
+  } kRows[] = {
+      {"parkctl request set_dev_pos '{\"pos\":4}'",
+       "body.pos: 4 is none of 0 (own group), 1 (left), 2 (right), 3 (front)\n"},
+      {"parkctl request set_dev_pos '{}'",
+       "body.pos: missing, one of 0 (own group), 1 (left), 2 (right), 3 (front) is needed\n"},
+      {"parkctl request set_bt '{\"major\":65536,\"miner\":1}'",
+       "body.major: 65536 is not a whole number from 0 to 65535\n"
+       "body.miner: no such member, did you mean minor?\n"},
+      {"parkctl external external_control_framestatus '{\"ip\":\"10.0.0.1\",\"frame_status\":4}'",
+       "body.frame_status: 4 is none of 0 (free), 1 (occupied), 2 (reserved), 3 (alarm)\n"},
+      {"parkctl push --from 10.0.0.2 --total 1 --free 2", "free: 2 is above totle, 1\n"},
+      {"parkctl store set bus_dev_pos '{\"pos\":\"left\"}'",
+       "pos: \"left\" is none of 0 (own group), 1 (left), 2 (right), 3 (front)\n"},
+  };
+  for (const auto& row : kRows) {
+    const Outcome outcome = Run(row.command_line);
+    EXPECT_EQ(outcome.status, 3) << row.command_line;
+    EXPECT_EQ(outcome.output, row.printed) << row.command_line;
+  }
+  RunRow({"parkctl request get_dev_pos", 0, "\"pos\": 0"});
+  RunRow({"parkctl request set_dev_pos '{\"pos\":4}' --force", 0, "200"});
+  RunRow({"parkctl request get_dev_pos", 0, "\"pos\": 4"});
 }
 
 TEST_F(Parkctl, WatchTellsResultsAndBroadcastsAsTheyCome) {
@@ -102,7 +135,8 @@ TEST_F(Parkctl, StoreCommandsKnowTheKeys) {
   int number = 0;
   for (const businessserver::StoredDocument* document : businessserver::kStoredDocuments) {
     const std::string body = "{\"number\":" + std::to_string(++number) + "}";
-    EXPECT_EQ(Run("parkctl store set " + std::string(document->key) + " '" + body + "'").status, 0) << document->key;
+    EXPECT_EQ(Run("parkctl store set " + std::string(document->key) + " --force '" + body + "'").status, 0)
+        << document->key;
     std::string stored;
     EXPECT_TRUE(desk_.store_client().Get(std::string(document->key, document->key_length), stored)) << document->key;
     EXPECT_NE(stored.find(std::to_string(number)), std::string::npos) << document->key << ": " << stored;
@@ -116,7 +150,7 @@ TEST_F(Parkctl, SaysWhatIsOutOfReach) {
   RunRow({"parkctl latest --timeout 1", 2, "mosquitto"});
   RunRow({"parkctl push --from 10.0.0.2 --total 1 --free 1", 2, "mosquitto"});
   desk_.StopProcess(desk_.store());
-  for (const char* what : {"list", "get bus_dev_pos", "set bus_dev_pos '{}'", "backup", "restore"}) {
+  for (const char* what : {"list", "get bus_dev_pos", "set bus_dev_pos '{\"pos\":1}'", "backup", "restore"}) {
     RunRow({("parkctl store " + std::string(what)).c_str(), 2, "redis-server"});
   }
   RunRow({"parkctl decode AA 02 17 03 31 32 33 8F", 0, "by the default field list"});

@@ -8,17 +8,18 @@
 #include <sstream>
 #include <string>
 
+#include "../temporary_directory.h"
+
 namespace {
 
 class Script : public testing::TestWithParam<const char*> {};
 
 TEST_P(Script, SeesEverythingItExpects) {
-  const std::filesystem::path directory = std::filesystem::temp_directory_path() / "business_server_script";
-  std::filesystem::remove_all(directory);
-  std::filesystem::create_directories(directory);
-  const std::string output = directory / "output.txt";
-  const std::string command = std::string(BINARY_DIRECTORY "/simulator --directory ") + (directory / "desk").string() +
-                              " --script " SOURCE_DIRECTORY "/" + GetParam() + " > " + output + " 2>&1 < /dev/null";
+  const TemporaryDirectory directory;
+  const std::string output = directory.path / "output.txt";
+  const std::string command = std::string(BINARY_DIRECTORY "/simulator --directory ") +
+                              (directory.path / "desk").string() + " --script " SOURCE_DIRECTORY "/" + GetParam() +
+                              " > " + output + " 2>&1 < /dev/null";
   const int status = std::system(command.c_str());
   std::stringstream text;
   text << std::ifstream(output).rdbuf();

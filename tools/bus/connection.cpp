@@ -183,8 +183,11 @@ bool Connection::Begin() {
       return false;
     }
   }
-  const int result = mosquitto_connect_bind_async(client, options_.address.host.c_str(), options_.address.port,
-                                                  options_.keep_alive_s, nullptr);
+  const auto connect = [&] {
+    return mosquitto_connect_bind_async(client, options_.address.host.c_str(), options_.address.port,
+                                        options_.keep_alive_s, nullptr);
+  };
+  const int result = options_.within ? options_.within(connect) : connect();
   if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(client) < 0) {
     Lost(result);
     return false;

@@ -37,6 +37,7 @@ struct Options {
   std::string client_id{};  // empty: the broker gives one
   int keep_alive_s = 5;     // a broker that froze is noticed after about twice this
   std::optional<Message> will{};
+  std::function<int(const std::function<int()>& connect)> within{};  // calls connect where it belongs: other networks
 };
 
 class Connection {

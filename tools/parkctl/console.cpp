@@ -1,6 +1,5 @@
 #include "console.h"
 
-#include <json/reader.h>
 #include <json/writer.h>
 #include <unistd.h>
 
@@ -10,23 +9,20 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
-#include <memory>
 
+#include "contract/json_text.h"
 #include "plain_words.h"
 
 namespace parkctl {
 
 namespace {
 
-// The bus and the store take more, no document of the device does.
-constexpr size_t kSourceLimit = 1024 * 1024;
-
 std::string ReadAll(std::istream& stream, const std::string& what) {
   std::string text;
   char buffer[4096];
   while (stream.read(buffer, sizeof buffer) || stream.gcount() > 0) {
     text.append(buffer, static_cast<size_t>(stream.gcount()));
-    if (text.size() > kSourceLimit) throw UserError(what + " is larger than 1 MiB: is it the right one?");
+    if (text.size() > contract::kTextLimit) throw UserError(what + " is larger than 1 MiB: is it the right one?");
   }
   if (stream.bad()) throw UserError(what + " cannot be read");
   return text;
@@ -51,20 +47,6 @@ std::string PrintableLines(const std::string& text) {
     at = end + 1;
   }
   return out;
-}
-
-// The reader's "* Line 1, Column 10\n  Missing ...\n", as part of a sentence.
-std::string OneLine(const std::string& errors) {
-  std::string line;
-  for (const char c : errors) {
-    const bool blank = c == '\n' || c == ' ' || c == '*';
-    if (!blank) {
-      line += c;
-    } else if (!line.empty() && line.back() != ' ') {
-      line += ' ';
-    }
-  }
-  return words::Printable(line);
 }
 
 }  // namespace
@@ -92,21 +74,15 @@ std::string ReadSource(const std::string& argument) {
 }
 
 Json::Value ParseUserJson(const std::string& text, const std::string& what) {
-  // Stricter than the device's own reader, which overlooks what follows a document.
-  Json::CharReaderBuilder builder;
-  builder["collectComments"] = false;
-  builder["allowTrailingCommas"] = false;
-  builder["failIfExtra"] = true;
-  builder["rejectDupKeys"] = true;
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
   Json::Value document;
-  std::string errors;
-  try {
-    if (reader->parse(text.data(), text.data() + text.size(), &document, &errors)) return document;
-  } catch (const std::exception& error) {  // nested too deep, or twice the same key
-    errors = error.what();
-  }
-  throw UserError(what + " is not JSON: " + OneLine(errors));
+  std::string problem;
+  if (contract::ParseStrictly(text, contract::Comments::kAllowed, document, problem)) return document;
+  throw UserError(what + " " + problem);
+}
+
+bool SayFaults(const std::vector<contract::Fault>& faults) {
+  for (const contract::Fault& fault : faults) std::cerr << fault.Text() << "\n";
+  return faults.empty();
 }
 
 long long ParseNumber(const std::string& text, long long least, long long most, const std::string& what) {

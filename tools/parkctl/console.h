@@ -5,6 +5,9 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
+
+#include "contract/check.h"
 
 namespace parkctl {
 
@@ -35,8 +38,11 @@ std::string OneLineText(const Json::Value& document);
 // An argument: itself, the content of a file for "@file", standard input for "-".
 std::string ReadSource(const std::string& argument);
 
-// Throws UserError with the place of the mistake; what names the text, e.g. "the body".
+// Comments are allowed. Throws UserError with the place of the mistake; what names the text, e.g. "the body".
 Json::Value ParseUserJson(const std::string& text, const std::string& what);
+
+// A line on standard error for each fault. True: there is none.
+bool SayFaults(const std::vector<contract::Fault>& faults);
 
 // A whole number between the limits, or UserError. what names it, e.g. "--confidence".
 long long ParseNumber(const std::string& text, long long least, long long most, const std::string& what);

@@ -21,7 +21,8 @@ Outcome DeviceBus::Send(const std::string& type, const std::string& data) { retu
 
 Outcome DeviceBus::Ask(const std::string& type, const std::string& data, std::chrono::milliseconds wait,
                        std::string& answer) {
-  return Request({type, data, "reply/parkctl-" + bus::RandomText()}, wait, answer);
+  // Below its account's own branch: no other account reads there.
+  return Request({type, data, "reply/" + user() + "/" + bus::RandomText()}, wait, answer);
 }
 
 int DeviceBus::Explain(Outcome outcome, const std::string& type) const {

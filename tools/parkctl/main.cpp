@@ -6,6 +6,8 @@
 #include <map>
 
 #include "console.h"
+#include "contract/schemas.h"
+#include "contract_commands.h"
 #include "decode_command.h"
 #include "lx_logging.h"
 #include "protocol/names.h"
@@ -21,6 +23,7 @@ using parkctl::GivenOption;
 using parkctl::ResultOption;
 
 constexpr char kHidden[] = "";
+constexpr char kForceHelp[] = "Send it although the device cannot act on it";
 constexpr double kDefaultTimeout = 5;  // seconds; a device check or a serial reconfiguration takes less
 
 struct Ports {
@@ -49,6 +52,7 @@ void AddRequest(CLI::App& app, Action& action, const Ports& ports, const char* n
       ->check(CLI::Range(0.0, 86400.0))
       ->capture_default_str();
   command->add_flag("--raw", options->raw, "Write the reply's bytes as they come");
+  command->add_flag("--force", options->force, kForceHelp);
   command->footer("Examples:\n" + example + "\n\nCommands:" + Names(parkctl::CommandNames(message_type)));
   command->callback([options, &action, &ports] {
     options->bus_port = ports.bus;
@@ -104,6 +108,7 @@ void AddPush(CLI::App& app, Action& action, const Ports& ports) {
   command->add_option("--position", options->position, "Where it stands: own, left, right or front")
       ->capture_default_str();
   command->add_option("--device", options->devices, "ADDRESS:TOTAL:FREE of a device that it reports for");
+  command->add_flag("--force", options->force, kForceHelp);
   command->footer(
       "Example:\n"
       "  parkctl push --from 192.168.1.20 --total 3 --free 2 --position left --device 192.168.1.31:2:1\n"
@@ -162,8 +167,7 @@ void AddDecode(CLI::App& app, Action& action, const Ports& ports) {
 
 void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
   auto name = std::make_shared<std::string>();
-  auto source = std::make_shared<std::string>();
-  auto show = std::make_shared<bool>(false);
+  auto options = std::make_shared<parkctl::SetOptions>();
   constexpr char kNameHelp[] = "The document's name, or a part that no other has";
 
   auto* get = store.add_subcommand("get", "One document");
@@ -172,13 +176,12 @@ void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
   get->callback([=, &action, &ports] { action = [=, &ports] { return parkctl::GetDocument(ports.store, *name); }; });
 
   auto* set = store.add_subcommand("set", "Store a document and show what changes");
-  set->add_option("name", *name, kNameHelp)->required();
-  set->add_option("json", *source, "The document: JSON, @file, or - for standard input")->required();
-  set->add_flag("--show", *show, "Only show what would change");
+  set->add_option("name", options->name, kNameHelp)->required();
+  set->add_option("json", options->source, "The document: JSON, @file, or - for standard input")->required();
+  set->add_flag("--show", options->only_show, "Only show what would change");
+  set->add_flag("--force", options->force, "Store it although the device cannot act on it");
   set->footer("Example:\n  parkctl store set bus_dev_pos '{\"pos\":1}'");
-  set->callback([=, &action, &ports] {
-    action = [=, &ports] { return parkctl::SetDocument(ports.store, *name, *source, *show); };
-  });
+  set->callback([=, &action, &ports] { action = [=, &ports] { return parkctl::SetDocument(ports.store, *options); }; });
 }
 
 void AddStore(CLI::App& app, Action& action, const Ports& ports) {
@@ -214,6 +217,27 @@ void AddStore(CLI::App& app, Action& action, const Ports& ports) {
   }
 }
 
+void AddContract(CLI::App& app, Action& action) {
+  const struct {
+    const char* name;
+    const char* help;
+    const char* example;
+    int (*run)(const std::string& name);
+  } kRows[] = {
+      {"explain", "Say what a command, document or message holds", "  parkctl explain set_ttyio_cfg",
+       parkctl::ExplainSchema},
+      {"schema", "Print the JSON Schema of a command, document or message",
+       "  parkctl schema set_ttyio_cfg\n  parkctl schema replies/get_ttyio_cfg", parkctl::PrintSchema},
+  };
+  for (const auto& row : kRows) {
+    auto* command = app.add_subcommand(row.name, row.help);
+    auto name = std::make_shared<std::string>();
+    command->add_option("name", *name, "A command, a document or a message; replies/COMMAND for an answer")->required();
+    command->footer(std::string("Examples:\n") + row.example);
+    command->callback([name, run = row.run, &action] { action = [name, run] { return run(*name); }; });
+  }
+}
+
 // For the shell's completion: the words that can stand at a place.
 void AddNames(CLI::App& app, Action& action) {
   auto* command = app.add_subcommand("names", "")->group(kHidden);
@@ -227,6 +251,7 @@ void AddNames(CLI::App& app, Action& action) {
       if (*kind == "store") {
         for (const auto* document : businessserver::kStoredDocuments) names.push_back(parkctl::DocumentName(*document));
       }
+      if (*kind == "schema") names = contract::Names();
       for (const std::string& name : names) std::cout << name << "\n";
       return static_cast<int>(parkctl::kDone);
     };
@@ -250,7 +275,8 @@ int main(int argc, char** argv) {
   app.require_subcommand(0, 1);  // so that a wrong name is named as what was not expected
   app.fallthrough();
   app.footer(
-      "Exit status: 0 done (a request: state 200), 1 another state or undecodable bytes, 2 no answer, 3 misused.\n"
+      "Exit status: 0 done (a request: state 200), 1 another state or undecodable bytes, 2 no answer, 3 misused or not "
+      "valid.\n"
       "Every subcommand has its own --help with examples.");
   AddRequest(app, action, ports, "request", businessserver::kBusRequestMessage, "Send a configuration command",
              "  parkctl request get_ttyio_cfg > line.json\n"
@@ -265,6 +291,7 @@ int main(int argc, char** argv) {
   AddLatest(app, action, ports);
   AddDecode(app, action, ports);
   AddStore(app, action, ports);
+  AddContract(app, action);
   AddNames(app, action);
   try {
     app.parse(argc, argv);

@@ -7,6 +7,8 @@
 
 #include "bus_account.h"
 #include "console.h"
+#include "contract/check.h"
+#include "contract/schemas.h"
 #include "device_bus.h"
 #include "plain_words.h"
 #include "protocol/commands.h"
@@ -22,33 +24,14 @@ namespace {
 
 constexpr size_t kRequestLimit = 2047;  // bytes that the device takes
 
-// Characters to insert, drop or exchange to make one name of the other.
-size_t Distance(const std::string& a, const std::string& b) {
-  std::vector<size_t> row(b.size() + 1);
-  for (size_t j = 0; j <= b.size(); ++j) row[j] = j;
-  for (size_t i = 1; i <= a.size(); ++i) {
-    size_t diagonal = row[0];
-    row[0] = i;
-    for (size_t j = 1; j <= b.size(); ++j) {
-      const size_t exchanged = diagonal + (a[i - 1] == b[j - 1] ? 0 : 1);
-      diagonal = row[j];
-      row[j] = std::min({row[j] + 1, row[j - 1] + 1, exchanged});
-    }
-  }
-  return row[b.size()];
-}
-
 std::string UnknownCommandHint(const RequestOptions& options) {
   const bool external = options.message_type == bs::kBusExtRequestMessage;
   const auto others = CommandNames(external ? bs::kBusRequestMessage : bs::kBusExtRequestMessage);
   if (std::find(others.begin(), others.end(), options.command) != others.end()) {
     return std::string("it goes the other way: parkctl ") + (external ? "request " : "external ") + options.command;
   }
-  constexpr size_t kSlips = 3;
-  for (const std::string& name : CommandNames(options.message_type)) {
-    if (Distance(name, options.command) <= kSlips) return "did you mean " + name + "?";
-  }
-  return "--help lists the commands";
+  const std::string nearest = contract::Nearest(options.command, CommandNames(options.message_type));
+  return nearest.empty() ? "--help lists the commands" : "did you mean " + nearest + "?";
 }
 
 std::string Hint(int state, const RequestOptions& options, size_t request_size) {
@@ -68,10 +51,23 @@ std::string Hint(int state, const RequestOptions& options, size_t request_size) 
   }
 }
 
-std::string RequestText(const RequestOptions& options) {
+Json::Value RequestDocument(const RequestOptions& options) {
   Json::Value document;
   document[bs::kType] = options.command;
   if (!options.body.empty()) document[bs::kBody] = ParseUserJson(ReadSource(options.body), "the body");
+  return document;
+}
+
+// False when something is wrong with it, said on standard error.
+bool IsSound(const RequestOptions& options, const Json::Value& request) {
+  if (bs::FindCommand(options.message_type, options.command) != nullptr) {
+    return SayFaults(contract::Check("requests/" + options.command, request));
+  }
+  const std::string fault = '"' + options.command + "\" is no command of this path, " + UnknownCommandHint(options);
+  return SayFaults({{bs::kType, words::Printable(fault)}});
+}
+
+std::string RequestText(const Json::Value& document) {
   Json::StreamWriterBuilder builder;  // short: the device takes no long requests
   builder["indentation"] = "";
   builder["emitUTF8"] = true;
@@ -121,15 +117,17 @@ std::vector<std::string> CommandNames(const std::string& message_type) {
 }
 
 int RunRequest(const RequestOptions& options) {
-  const std::string request = RequestText(options);
+  const Json::Value document = RequestDocument(options);
+  if (!options.force && !IsSound(options, document)) return kMisused;
+  const std::string request = RequestText(document);
   std::string reply;
   const int status = Ask(options, request, reply);
   if (status != kDone) return status;
   if (!options.raw) return ShowReply(reply, options, request.size());
   std::cout << reply << std::flush;
-  Json::Value document;
+  Json::Value answer;
   const bool refused =
-      bs::ParseJson(reply, document) && document.isObject() && document[bs::kState] != Json::Value(bs::kAllDone.state);
+      bs::ParseJson(reply, answer) && answer.isObject() && answer[bs::kState] != Json::Value(bs::kAllDone.state);
   return refused ? kRefused : kDone;
 }
 
@@ -142,7 +140,7 @@ int RunLatest(const LatestOptions& options) {
   if (!options.json) return RunRequest(request);
 
   std::string reply;
-  const int status = Ask(request, RequestText(request), reply);
+  const int status = Ask(request, RequestText(RequestDocument(request)), reply);
   if (status != kDone) return status;
   bs::LX_Parking_Result_Param record;
   std::string problem;

@@ -13,10 +13,12 @@ struct RequestOptions {
   double timeout_s = 0;
   std::string message_type;  // the path that the command takes
   std::string command;
-  std::string body;  // as given: text, @file or -; empty for none
-  bool raw = false;  // the reply's bytes as they came
+  std::string body;    // as given: text, @file or -; empty for none
+  bool raw = false;    // the reply's bytes as they came
+  bool force = false;  // sent although it is not valid
 };
 
+// A request that the device cannot act on is not sent, unless forced.
 int RunRequest(const RequestOptions& options);
 
 struct LatestOptions {

@@ -6,6 +6,7 @@
 
 #include "bus_account.h"
 #include "console.h"
+#include "contract/check.h"
 #include "device_bus.h"
 #include "message_words.h"
 #include "plain_words.h"
@@ -70,7 +71,7 @@ int SendResult(const ResultOptions& options) {
 int SendPush(const PushOptions& options) {
   Json::Value push;
   push[bs::kSAddr] = Address(options.address);
-  if (push[bs::kSAddr] == 0u || push[bs::kSAddr] == bs::kLoopbackAddress) {
+  if (!options.force && (push[bs::kSAddr] == 0u || push[bs::kSAddr] == bs::kLoopbackAddress)) {
     throw UserError("the device ignores pushes from " + options.address + ": give a neighbour's address");
   }
   push[bs::kTotle] = options.total;
@@ -78,6 +79,7 @@ int SendPush(const PushOptions& options) {
   push[bs::kPos] = Position(options.position);
   push[bs::kCmDev] = Json::Value();
   for (const std::string& device : options.devices) push[bs::kCmDev].append(ControlledDevice(device));
+  if (!options.force && !SayFaults(contract::Check("messages/net_push", push))) return kMisused;
   return Send(options.bus_port, platform::kRelayRole, bs::kBusNetPush, bs::StyledText(push));
 }
 

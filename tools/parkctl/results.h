@@ -24,6 +24,7 @@ struct PushOptions {
   uint32_t free = 0;
   std::string position = "own";
   std::vector<std::string> devices;  // "ADDRESS:TOTAL:FREE", reported for by the sender
+  bool force = false;                // sent although it is not valid
 };
 int SendPush(const PushOptions& options);
 

@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "console.h"
+#include "contract/check.h"
 #include "kvdb.h"
 #include "plain_words.h"
 #include "protocol/json_text.h"
@@ -71,9 +72,11 @@ int GetDocument(uint16_t store_port, const std::string& name) {
   return kDone;
 }
 
-int SetDocument(uint16_t store_port, const std::string& name, const std::string& source, bool only_show) {
-  const StoredDocument& document = FindDocument(name);
-  const Json::Value after = ParseUserJson(ReadSource(source), "the document");
+int SetDocument(uint16_t store_port, const SetOptions& options) {
+  const StoredDocument& document = FindDocument(options.name);
+  const Json::Value after = ParseUserJson(ReadSource(options.source), "the document");
+  const std::string schema = "documents/" + DocumentName(document);
+  if (!options.force && !SayFaults(contract::Check(schema, after))) return kMisused;
   const Store store(store_port);
   std::string old_text;
   const Store::Found found = store.IsUp() ? store.Read(document, old_text) : Store::Found::kUnreachable;
@@ -88,7 +91,7 @@ int SetDocument(uint16_t store_port, const std::string& name, const std::string&
   const auto changes = Changes(before, after);
   for (const std::string& line : changes) ShowChange(line);
   if (changes.empty()) std::cout << "  no value changes\n";
-  if (only_show) return kDone;
+  if (options.only_show) return kDone;
   if (!store.Write(document, businessserver::StyledText(after))) {
     Note("the store did not take it");
     return kNoAnswer;

@@ -9,8 +9,14 @@ namespace parkctl {
 int ListDocuments(uint16_t store_port);
 int GetDocument(uint16_t store_port, const std::string& name);
 
-// Shows what changes and, unless only_show, stores the document.
-int SetDocument(uint16_t store_port, const std::string& name, const std::string& source, bool only_show);
+struct SetOptions {
+  std::string name;
+  std::string source;      // the document: text, @file or -
+  bool only_show = false;  // say what would change, store nothing
+  bool force = false;      // store it although it is not valid
+};
+// Shows what changes, and stores the document. One that the device cannot act on is not stored, unless forced.
+int SetDocument(uint16_t store_port, const SetOptions& options);
 
 int BackUpStore(uint16_t store_port);
 int RestoreStore(uint16_t store_port);

@@ -37,15 +37,17 @@ class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
   // Fills what the module's answer names, as in ReadIdentity; uuid holds at least 16 bytes.
   int GetDeviceInfo(char* uuid, unsigned short* major, unsigned short* minor, int* value);
 
+  // Waits about 50 ms for the module's "accepted".
+  int GetTtyioRet();
+
+  // ---- interface only ----
+
   int SetRTCTime(const unsigned char* time);  // 14 bytes
   int GetRTCTime(unsigned char* time);        // 14 bytes
 
   // Raw access: bytes written; bytes read into at least 1024, also stored in *len.
   int BlueToothSendData(const char* data, int len);
   int BlueToothRecvData(char* buf, int* len);
-
-  // Waits about 50 ms for the module's "accepted".
-  int GetTtyioRet();
 
  private:
   bool Send(const BeaconExchange& exchange, const BeaconText& command);

@@ -1,7 +1,5 @@
 #include "devicesdk/device_sdk.h"
 
-#include <exception>
-
 #include "assertion.h"
 #include "log.h"
 
@@ -52,18 +50,14 @@ void DeviceSdk::SetTtyioReadDataCallback(Consumer consumer, void* arg, lxconn::E
 
 int DeviceSdk::HandleReadTtyioData(int, short, const void* self) {
   const auto* device = static_cast<const DeviceSdk*>(self);
-  char chunk[kChunkLimit];
-  try {
+  BS_GUARDED([device] {  // the event loop calls through C
+    char chunk[kChunkLimit];
     boost::shared_ptr<TtyioControl> tty = device->tty_;  // outlives the pauses of the read, whatever happens to device
     const int count = tty->TTY_Recvn(chunk, kChunkLimit);
     tty.reset();
     BS_ASSERT(count <= kChunkLimit);
     if (count > 0 && device->consumer_ != nullptr) device->consumer_(chunk, count, device->consumer_arg_);
-  } catch (const std::exception& error) {  // the event loop calls through C
-    BS_LOG(kError) << error.what();
-  } catch (...) {
-    BS_LOG(kError) << "unknown error while received serial data was handled";
-  }
+  });
   return 0;
 }
 

@@ -22,7 +22,6 @@ class DeviceSdk : public boost::enable_shared_from_this<DeviceSdk> {
   DeviceSdk& operator=(const DeviceSdk&) = delete;
 
   int Init();       // LEDs, then the line: the result of InitTtyio
-  void InitLed();   // LEDs only
   int InitTtyio();  // opens the external line at 9600 8N1; a TtyCode, 1 when it could not be opened
 
   // Returns a TtyCode; arguments as in BuildLineSettings.
@@ -38,6 +37,10 @@ class DeviceSdk : public boost::enable_shared_from_this<DeviceSdk> {
 
   // The poll: at most 1024 bytes of one burst; the rest of a longer one comes with the next poll. Always 0.
   static int HandleReadTtyioData(int fd, short events, const void* self);
+
+  // ---- interface only ----
+
+  void InitLed();  // LEDs only
 
  private:
   void* consumer_arg_ = nullptr;

@@ -40,6 +40,15 @@ class LedControl : public boost::enable_shared_from_this<LedControl> {
   // released.
   void GPIO_Init();
 
+  void LED_CLOSE();  // all off
+
+  // Shows colour 0 to 7; any other number leaves the pattern alone.
+  void OpenLed(int color);
+
+  uint32_t DataRegister() const { return gpio_.Read(kGpioData); }
+
+  // ---- interface only ----
+
   void LED1_SET();
   void LED2_SET();
   void LED3_SET();
@@ -47,17 +56,11 @@ class LedControl : public boost::enable_shared_from_this<LedControl> {
   void LED13_SET();
   void LED23_SET();
   void LED_WHITE();
-  void LED_CLOSE();
-
-  // Shows colour 0 to 7; any other number leaves the pattern alone.
-  void OpenLed(int color);
 
   // On a second block that this board does not have: no effect.
   void LED1_CLEAR();
   void LED2_CLEAR();
   void ResetLed();
-
-  uint32_t DataRegister() const { return gpio_.Read(kGpioData); }
 
  private:
   int memory_fd_ = -1;          // kept open

@@ -1,6 +1,5 @@
 #include "netpush/netpush.h"
 
-#include <exception>
 #include <iterator>
 #include <utility>
 #include <vector>
@@ -66,12 +65,10 @@ void NetPush::Start(unsigned period_ms, lxconn::EVT_LOOP* loop) {
 
 int NetPush::CheckNetList(int, short, const void* self) {
   auto* const net_push = static_cast<NetPush*>(const_cast<void*>(self));
-  try {
+  BS_GUARDED([net_push] {
     net_push->CheckNetListHandle();
     net_push->CheckCmListHandle();
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  });
   return 0;
 }
 
@@ -87,10 +84,6 @@ void NetPush::InsertNetList(const DevFrameInfo& info, const Json::Value& cm_devs
   devices_[info.ip] = {1, info.pos, info.ip, info.totle, info.free};
   for (const CmDevFrameInfo& device : reported) InsertCmDevList(device);
   UpdateNetStatus();
-}
-
-void NetPush::InsertCmDevsList(uint32_t src_ip, const Json::Value& cm_devs) {
-  for (const CmDevFrameInfo& device : ReadCmDevs(src_ip, cm_devs)) InsertCmDevList(device);
 }
 
 // A device that two neighbours report is counted with the one that was first; the other's own counts lose it.
@@ -121,11 +114,6 @@ int NetPush::GetCmDevList(Json::Value& out) const {
     entry[kFn] = device.fn;
     out.append(std::move(entry));
   }
-  return 0;
-}
-
-int NetPush::DeleteCmDevFrmDis(uint32_t src_ip) {
-  EraseIf(cm_devices_, [&](const CmDevFrameInfo& device) { return device.src == src_ip; });
   return 0;
 }
 
@@ -176,6 +164,17 @@ void NetPush::CheckCmListHandle() {
 void NetPush::ClearLists() {
   cm_devices_.clear();
   devices_.clear();
+}
+
+// ---- interface only ----
+
+void NetPush::InsertCmDevsList(uint32_t src_ip, const Json::Value& cm_devs) {
+  for (const CmDevFrameInfo& device : ReadCmDevs(src_ip, cm_devs)) InsertCmDevList(device);
+}
+
+int NetPush::DeleteCmDevFrmDis(uint32_t src_ip) {
+  EraseIf(cm_devices_, [&](const CmDevFrameInfo& device) { return device.src == src_ip; });
+  return 0;
 }
 
 }  // namespace businessserver

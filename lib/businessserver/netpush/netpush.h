@@ -40,7 +40,6 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
   // is this device's own. Linear in the number of devices.
   void InsertNetList(const DevFrameInfo& info, const Json::Value& cm_devs);
 
-  void InsertCmDevsList(uint32_t src_ip, const Json::Value& cm_devs);  // all or nothing too; no recount
   void InsertCmDevList(const CmDevFrameInfo& info);
 
   // Takes a controlled device's counts off its reporter (info.src), where that is known. Returns 0.
@@ -49,8 +48,6 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
   // Appends {"ip", "tn", "fn"} of each controlled device to out, by ascending ip; leaves out alone when there is none.
   // Returns 0.
   int GetCmDevList(Json::Value& out) const;
-
-  int DeleteCmDevFrmDis(uint32_t src_ip);  // drops what this device reported for; returns 0
 
   void UpdateNetStatus();  // recounts and calls back
 
@@ -63,6 +60,11 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
   void ClearLists();
 
   const FrameDetailInfos& Counts() const { return counts_; }
+
+  // ---- interface only ----
+
+  void InsertCmDevsList(uint32_t src_ip, const Json::Value& cm_devs);  // all or nothing too; no recount
+  int DeleteCmDevFrmDis(uint32_t src_ip);                              // drops what this device reported for; returns 0
 
  private:
   BusinessServer* context_ = nullptr;

@@ -1,7 +1,6 @@
 #include "rs485pro/rs485pro.h"
 
 #include <cstring>
-#include <exception>
 
 #include "log.h"
 #include "protocol/json_text.h"
@@ -38,12 +37,9 @@ bool Rs485ProBuild::SetRs485Cfg(const Json::Value& cfg) {
   // Header, trailer and check settings stay until an entry names them.
   for (Slot& slot : slots_) slot = Slot();
   check_license_ = 0;
-  try {
-    return ApplyFields(fields);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-    return false;
-  }
+  bool applied = false;
+  BS_GUARDED([&] { applied = ApplyFields(fields); });
+  return applied;
 }
 
 bool Rs485ProBuild::ApplyFields(const Json::Value& fields) {

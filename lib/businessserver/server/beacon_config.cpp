@@ -1,7 +1,5 @@
 // What the beacon module is told, and when.
-#include <algorithm>
-#include <cstring>
-#include <exception>
+#include <string>
 
 #include "protocol/json_text.h"
 #include "server/business_server.h"
@@ -27,7 +25,7 @@ void ToJson(const BeaconIdentity& identity, Json::Value& out) {
 }  // namespace
 
 void BusinessServer::InitIbcCfg() {
-  try {
+  BS_GUARDED([this] {
     Json::Value period, send_power, test_power;
     GetKeyValueAndReplyBuf(kIbcBroper, period);
     beacon_.broadcast_period = period[kTime].asUInt();
@@ -40,15 +38,7 @@ void BusinessServer::InitIbcCfg() {
     blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
     blue_tooth_->SetSendPower(beacon_.send_power);
     blue_tooth_->SetTestPower(beacon_.test_power);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
-}
-
-int BusinessServer::InitBlueTooth() {
-  UpdateIbcName();
-  blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
-  return blue_tooth_->SetSendPower(beacon_.send_power);
+  });
 }
 
 void BusinessServer::UpdateIbcName() {
@@ -59,31 +49,27 @@ void BusinessServer::UpdateIbcName() {
 }
 
 int BusinessServer::SetBlueToothCfg(const Json::Value& body) {
-  int result = 0;
-  try {
+  bool accepted = true;
+  const bool done = BS_GUARDED([&] {
     if (!body[kUuid].isNull()) {
       // A UUID travels as text: its first 16 bytes are the identity, a shorter one is filled with zero bytes.
-      unsigned char uuid[kBeaconUuidSize] = {};
-      const std::string text = body[kUuid].asString();
-      memcpy(uuid, text.data(), std::min(text.size(), sizeof uuid));
-      if (blue_tooth_->SetUUID(uuid) != 0) result = -1;
+      std::string uuid = body[kUuid].asString();
+      uuid.resize(kBeaconUuidSize);
+      accepted = blue_tooth_->SetUUID(reinterpret_cast<const unsigned char*>(uuid.data())) == 0;
     }
-    if (!body[kMajor].isNull() && blue_tooth_->SetMajor(static_cast<unsigned short>(body[kMajor].asUInt())) != 0) {
-      result = -1;
+    if (!body[kMajor].isNull()) {
+      accepted &= blue_tooth_->SetMajor(static_cast<unsigned short>(body[kMajor].asUInt())) == 0;
     }
-    if (!body[kMinor].isNull() && blue_tooth_->SetMinor(static_cast<unsigned short>(body[kMinor].asUInt())) != 0) {
-      result = -1;
+    if (!body[kMinor].isNull()) {
+      accepted &= blue_tooth_->SetMinor(static_cast<unsigned short>(body[kMinor].asUInt())) == 0;
     }
     Json::Value document;
     GetBlueToothInfo(document);  // a silent module is recorded as an empty identity
     const std::string text = StyledText(document);
     StoreText(kSysBlueTooth, text);
     BS_LOG(kInfo) << text;
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-    result = -1;
-  }
-  return result;
+  });
+  return accepted && done ? 0 : -1;
 }
 
 int BusinessServer::GetBlueToothInfo(Json::Value& out) {
@@ -92,6 +78,14 @@ int BusinessServer::GetBlueToothInfo(Json::Value& out) {
   const int result = blue_tooth_->GetDeviceInfo(identity.uuid, &identity.major, &identity.minor, &measured_power);
   ToJson(identity, out);
   return result;
+}
+
+// ---- interface only ----
+
+int BusinessServer::InitBlueTooth() {
+  UpdateIbcName();
+  blue_tooth_->SetBroardCastPeriod(static_cast<int>(beacon_.broadcast_period));
+  return blue_tooth_->SetSendPower(beacon_.send_power);
 }
 
 }  // namespace businessserver

@@ -1,10 +1,6 @@
 // What arrives from the bus, and who handles it.
-#include <algorithm>
-#include <cstring>
-#include <exception>
 #include <string_view>
 
-#include "base64.h"
 #include "protocol/json_text.h"
 #include "server/business_server.h"
 #include "server/message_text.h"
@@ -12,8 +8,6 @@
 namespace businessserver {
 
 namespace {
-
-constexpr int kSerialDataBase64Flag = 21;
 
 // What is subscribed to has a handler, and nothing else has.
 template <typename Route, size_t N>
@@ -47,18 +41,14 @@ void BusinessServer::OnDpMsgCallBack(DpPollHandle*, const _TagDpMsg* msg, void* 
       {kBusNetPush, &BusinessServer::OnNetPush},
   };
   static_assert(RoutesEachMethod(kRoutes), "one route each, in the order of DP_METHOD");
-  try {
+  BS_GUARDED([&] {
     const std::string_view type = TypeName(msg);
     BS_LOG(kInfo) << type;
     BS_LOG(kInfo) << PayloadText(msg);
     for (const Route& route : kRoutes) {
-      if (type != route.type) continue;
-      (static_cast<BusinessServer*>(user)->*route.handler)(msg);
-      return;
+      if (type == route.type) return (static_cast<BusinessServer*>(user)->*route.handler)(msg);
     }
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  });
 }
 
 void BusinessServer::OnDpListenMessage(const _TagDpMsg* msg) {
@@ -68,33 +58,11 @@ void BusinessServer::OnDpListenMessage(const _TagDpMsg* msg) {
     BS_LOG(kError) << "OnDpListenMessage Data is not Json";
     return;
   }
-  try {
+  BS_GUARDED([&] {
     const std::string type = root[kType].asString();
-    const Json::Value& body = root[kBody];
-    if (type == kSendTtyioData) {
-      SendListenedData(body);
-    } else if (type == kSetTtyioHalt) {
-      serial_output_.halt = static_cast<uint32_t>(body[kHalt].asInt());
-    }
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
-}
-
-void BusinessServer::SendListenedData(const Json::Value& body) {
-  const std::string text = body[kData].asString();
-  const int data_len = body[kDataLen].asInt();
-  const std::string data = lxbase::Base64::DecodeFromArray(text.data(), text.size(), kSerialDataBase64Flag, nullptr);
-  if (data.empty() && !text.empty()) {
-    BS_LOG(kError) << "send_ttyio_data: data is not base64, nothing sent";
-    return;
-  }
-  // The sender's count decides, as far as there are bytes to send.
-  const int length = std::clamp(data_len, 0, static_cast<int>(data.size()));
-  if (length != data_len) {
-    BS_LOG(kError) << "send_ttyio_data: data_len " << data_len << " but " << data.size() << " bytes of data";
-  }
-  device_sdk_->SendTtyioData(data.data(), length);
+    if (type == kSendTtyioData) SendListenedData(root[kBody]);
+    if (type == kSetTtyioHalt) SetSerialHalt(root[kBody]);
+  });
 }
 
 void BusinessServer::OnDpNameChanged(const _TagDpMsg* msg) {

@@ -98,11 +98,7 @@ void BusinessServer::LoadConfiguration() {
 }
 
 int BusinessServer::SendBusinessServerWatchDogMsg(int, short, const void* server) {
-  try {
-    static_cast<BusinessServer*>(const_cast<void*>(server))->WatchDogTick();
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  BS_GUARDED([server] { static_cast<BusinessServer*>(const_cast<void*>(server))->WatchDogTick(); });
   return 0;
 }
 

@@ -59,15 +59,15 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void OnDpListenMessage(const _TagDpMsg* msg);
   void OnDpNameChanged(const _TagDpMsg* msg);
   void OnDpServerChanged(const _TagDpMsg* msg);
-  void SendListenedData(const Json::Value& body);
   // Publishes a document as a broadcast, in styled text.
   static void BroadCast(const Json::Value& document);
 
   // ---- result_intake.cpp: recognition results and their republished copy ----
   void OnIvsResult(const _TagDpMsg* msg);
   void SendBusPlateResultMsg(LX_Parking_Result_Param* result);
+
+  // ---- encryption.cpp: settings that are kept, and change nothing ----
   void InitEncCfg();
-  void EncryDataCtrl(LX_Parking_Result_Param_Bus* result) const;
 
   // ---- config_requests.cpp: the request envelope ----
   void OnConfigControl(const _TagDpMsg* msg);
@@ -90,7 +90,7 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   static void GetCurrentTimeStr(char* out);
   static constexpr size_t kTimeTextSize = 128;
 
-  // ---- stored_config.cpp: documents with their defaults, cached settings ----
+  // ---- stored_config.cpp: documents with their defaults ----
   // Fills document from the store or, where the key is missing or unreadable, from its default, which is then stored.
   // Nonzero on success.
   int GetKeyValueAndReplyBuf(const char* key, int key_length, Json::Value& document, int default_index);
@@ -99,12 +99,12 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   static int SetKeyValueAndReplyBuf(const char* key, unsigned char key_length, const char* value, int value_length);
   bool StoreDefault(const char* key, uint16_t key_length, std::string_view text);
   static int StoreText(const StoredDocument& stored, const std::string& text);
-  void InitDevCtrlMdl();
-  void InitDevPos();
 
   // ---- serial_line.cpp: the external line's settings, what arrives on it, which output runs when ----
   void SetTtyioParity();
   static void OnReadTtyioDataHandle(void* data, int len, void* arg);
+  void SendListenedData(const Json::Value& body);
+  void SetSerialHalt(const Json::Value& body);
   void InitExtProtoConst();
   void InitRs485Cfg();
   int SetRs485Cfg(const std::string& text);
@@ -112,19 +112,17 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void SendSWTtyioData(LX_Parking_Result_Param* param);
   void SendYBTtyioData();
   void RefreshDisplays();
-  int SendYBTtyioSingleData(unsigned value, unsigned address);
-  static uint8_t YbCheckXor(const uint8_t* data, int length) { return Rs485ProBuild::YbCheckXor(data, length); }
 
   // ---- led_logic.cpp: state -> colour, direct control, device check ----
   void SetCurLedColor();
   void SetDeviceStatus(int state);
-  void SetDeviceStatusExt(int state);
-  void LedControl();
   void PlateResultLedControl(LX_Parking_Result_Param* result);
   void InitLedStatus();
   void InitLedColorCfg();
+  void InitDevCtrlMdl();
   void ParkingAreaCfgInitLed(unsigned count);
   void BroadCastLedStatus(int color);
+  void ShowColor(int color);  // whatever the state says, and says so
   void SetDevLed(const Json::Value& body);
   void StartCheckDev(const Json::Value& body);
   static int HandleCheckDev(int fd, short events, const void* server);
@@ -132,18 +130,29 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
 
   // ---- beacon_config.cpp: what the beacon module is told, and when ----
   void InitIbcCfg();
-  int InitBlueTooth();
   void UpdateIbcName();
   int SetBlueToothCfg(const Json::Value& body);
   int GetBlueToothInfo(Json::Value& out);
 
   // ---- space_counts.cpp: own counts, broadcasts, pushes from neighbours ----
+  void InitDevPos();
+  unsigned CountWatchedSpaces();
   void PushNetStatus(const DevFrameInfo& info, const Json::Value& cm_devs);
+  void PushOwnCounts(uint32_t spaces, uint32_t free);
+  void PushOwnStatus();
   void UpdateNetPushStatus(LX_Parking_Result_Param* param);
   void OnNetPush(const _TagDpMsg* msg);
   void OnUpdatePushDataHandle();
   void BroadCastFrameMsg();
   static void GetFrameInfoJs(const FrameDetailInfos* info, Json::Value& out);
+
+  // ---- interface only: other builds of the device call these, nothing here does ----
+  void EncryDataCtrl(LX_Parking_Result_Param_Bus* result) const;
+  int SendYBTtyioSingleData(unsigned value, unsigned address);
+  static uint8_t YbCheckXor(const uint8_t* data, int length) { return Rs485ProBuild::YbCheckXor(data, length); }
+  void SetDeviceStatusExt(int state);
+  void LedControl();
+  int InitBlueTooth();
 
   struct WatchDog {
     uint32_t key = 0;              // 0: not fed

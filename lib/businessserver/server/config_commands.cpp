@@ -56,11 +56,11 @@ struct BusinessServer::ConfigCommands {
 
   static void ApplyDevPos(BusinessServer& server) {
     server.InitDevPos();
-    server.PushNetStatus(server.own_status_, Json::Value());
+    server.PushOwnStatus();
   }
   static void ApplyExtTtyio(BusinessServer& server) {
     server.InitExtProtoConst();
-    server.PushNetStatus(server.own_status_, Json::Value());
+    server.PushOwnStatus();
   }
 
   // ---- documents that their component checks and stores ----

@@ -1,6 +1,5 @@
 // Which colour the space-state indicator shows: the state's, an external controller's, an operator's, or a test's.
 #include <algorithm>
-#include <exception>
 
 #include "assertion.h"
 #include "server/business_server.h"
@@ -12,7 +11,6 @@ namespace {
 enum DeviceState { kStateFree = 0, kStateOccupied = 1, kStateReserved = 2, kStateAlarm = 3 };
 
 constexpr int kOnOccupationLine = 1;
-constexpr unsigned kMaxReportedSpaces = 3;
 
 // The configuration's key for the colour of a state.
 constexpr const char* kStateColorKeys[] = {
@@ -33,15 +31,6 @@ int DeviceStateOf(const LX_Parking_Result_Param& result) {
   const bool free =
       std::any_of(begin, end, [](const auto& space) { return space.space_status == 0 && space.valid == 1; });
   return free ? kStateFree : kStateOccupied;
-}
-
-unsigned CountEnabledSpaces(const Json::Value& area_document) {
-  const Json::Value& frames = area_document[kParkingareacfg][kParkingframe];
-  unsigned count = 0;
-  for (Json::ArrayIndex i = 0; i < frames.size(); ++i) {
-    if (frames[i][kParkingframeenable].asInt() != 0) ++count;
-  }
-  return count;
 }
 
 // A check's length in ms. A negative time ends at once; one beyond 49 days is cut to that.
@@ -81,38 +70,24 @@ void BusinessServer::SetDeviceStatus(int state) {
   SetCurLedColor();
 }
 
-void BusinessServer::SetDeviceStatusExt(int state) {
-  led_.external_state = state;
-  SetCurLedColor();
-}
-
-void BusinessServer::LedControl() { SetCurLedColor(); }
-
 // An unusable colour configuration costs the lamp, not the counts, frames and copies that follow.
 void BusinessServer::PlateResultLedControl(LX_Parking_Result_Param* result) {
-  try {
-    SetDeviceStatus(DeviceStateOf(*result));
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  BS_GUARDED([&] { SetDeviceStatus(DeviceStateOf(*result)); });
 }
 
 void BusinessServer::InitLedStatus() {
-  try {
+  BS_GUARDED([this] {
     GetKeyValueAndReplyBuf(kBusLedColor, led_color_cfg_);
-    Json::Value area;
-    if (GetKeyValueAndReplyBuf(kAlgAreaPark, area) != 0) {
-      ParkingAreaCfgInitLed(CountEnabledSpaces(area));
-      return;
-    }
-    BS_LOG(kLifecycle) << "Get AVS_ALG_AREA_PARK Kvdb failed";
-    Json::Value info;
-    unsigned count = kMaxReportedSpaces;
-    if (GetKeyValueAndReplyBuf(kSysDeviceInfo, info) != 0) count = std::min(info[kParkingNum].asUInt(), count);
-    ParkingAreaCfgInitLed(count);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+    ParkingAreaCfgInitLed(CountWatchedSpaces());
+  });
+}
+
+void BusinessServer::InitDevCtrlMdl() {
+  BS_GUARDED([this] {
+    Json::Value document;
+    GetKeyValueAndReplyBuf(kDevCtrlMdl, document);
+    led_.control_model = document[kModel].asUInt();
+  });
 }
 
 void BusinessServer::InitLedColorCfg() {
@@ -121,10 +96,7 @@ void BusinessServer::InitLedColorCfg() {
 }
 
 void BusinessServer::ParkingAreaCfgInitLed(unsigned count) {
-  own_status_.totle = count;
-  own_status_.free = count;
-  own_status_.ip = kLoopbackAddress;
-  PushNetStatus(own_status_, Json::Value());
+  PushOwnCounts(count, count);
   led_.device_state = count != 0 ? kStateFree : kStateOccupied;
   SetCurLedColor();
 }
@@ -135,40 +107,43 @@ void BusinessServer::BroadCastLedStatus(int color) {
 }
 
 void BusinessServer::SetDevLed(const Json::Value& body) {
-  try {
+  BS_GUARDED([&] {
     led_.manual_color = body[kLed].asUInt();
-    device_sdk_->OpenLed(static_cast<int>(led_.manual_color));
-    BroadCastLedStatus(static_cast<int>(led_.manual_color));
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+    ShowColor(static_cast<int>(led_.manual_color));
+  });
 }
 
 void BusinessServer::StartCheckDev(const Json::Value& body) {
-  try {
+  BS_GUARDED([&] {
     const int color = body[kLed].asInt();
     check_dev_timer_.Start(CheckMilliseconds(body[kTime].asInt()), 0);
     led_.device_check = true;
-    device_sdk_->OpenLed(color);
-    BroadCastLedStatus(color);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+    ShowColor(color);
+  });
 }
 
 int BusinessServer::HandleCheckDev(int, short, const void* server) {
   auto* const self = static_cast<BusinessServer*>(const_cast<void*>(server));
-  try {
-    self->led_.device_check = false;
-    const int color =
-        self->led_.control_model == 0 ? self->led_.current_color : static_cast<int>(self->led_.manual_color);
-    const boost::shared_ptr<DeviceSdk> device_sdk = self->device_sdk_;
-    device_sdk->OpenLed(color);
-    self->BroadCastLedStatus(color);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  BS_GUARDED([self] {
+    Led& led = self->led_;
+    led.device_check = false;
+    self->ShowColor(led.control_model == 0 ? led.current_color : static_cast<int>(led.manual_color));
+  });
   return 0;
 }
+
+void BusinessServer::ShowColor(int color) {
+  device_sdk_->OpenLed(color);
+  BroadCastLedStatus(color);
+}
+
+// ---- interface only ----
+
+void BusinessServer::SetDeviceStatusExt(int state) {
+  led_.external_state = state;
+  SetCurLedColor();
+}
+
+void BusinessServer::LedControl() { SetCurLedColor(); }
 
 }  // namespace businessserver

@@ -1,20 +1,14 @@
-// Recognition results: the check, the fan-out, and the copy that is republished. The settings of the result
-// encryption live here too.
+// Recognition results: the check, the fan-out, and the copy that is republished.
 #include <algorithm>
 #include <cstring>
-#include <exception>
 #include <string_view>
 
-#include "base64.h"
 #include "server/business_server.h"
 #include "server/message_text.h"
 
 namespace businessserver {
 
 namespace {
-
-constexpr int kEncryptionKeyBase64Flag = 43;
-constexpr uint32_t kMaxEncryptionKeyLength = 16;
 
 // Kept: a repeat is told by a differing occupation-line value. The recognition process moves that value with every
 // re-trigger of the same event; an equal one is a new event.
@@ -74,32 +68,6 @@ void BusinessServer::SendBusPlateResultMsg(LX_Parking_Result_Param* result) {
   for (size_t i = 0; i < kSpaces; ++i) UpdateLastSent(result->spaces[i], last_sent_.spaces[i]);
   CopyFieldText(last_sent_.extra_text, result->extra_text);
   DpClient_SendDpMessage(kBusSimulatorTrigger, 0, &last_sent_, sizeof last_sent_);
-}
-
-void BusinessServer::InitEncCfg() {
-  try {
-    Json::Value document;
-    GetKeyValueAndReplyBuf(kEncCfg, document);
-    encryption_.level = document[kLevel].asUInt();
-    encryption_.key_length = std::min(document[kDataLen].asUInt(), kMaxEncryptionKeyLength);
-    encryption_.key_text = document[kData].asString();
-    // Decoded and discarded: the text, level and length are settings to be read back, no more.
-    lxbase::Base64::DecodeFromArray(encryption_.key_text.data(), encryption_.key_text.size(), kEncryptionKeyBase64Flag,
-                                    nullptr);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
-}
-
-// Kept as the hook that it is: it writes each plate back over itself, and results leave in the clear at every level.
-void BusinessServer::EncryDataCtrl(LX_Parking_Result_Param_Bus* result) const {
-  if (encryption_.level == 0) return;
-  for (LX_ParkingResult& space : result->spaces) {
-    char scratch[sizeof space.plate];
-    memcpy(scratch, space.plate, sizeof scratch);
-    const std::string_view text = FieldText(scratch);
-    memcpy(space.plate, text.data(), text.size());
-  }
 }
 
 }  // namespace businessserver

@@ -1,6 +1,5 @@
 // The external serial line: its settings, the bursts that arrive on it, and which of the serial outputs runs when.
 #include <algorithm>
-#include <exception>
 #include <iterator>
 
 #include "base64.h"
@@ -11,6 +10,8 @@
 namespace businessserver {
 
 namespace {
+
+constexpr int kSerialDataBase64Flag = 21;
 
 // The selector "proto" of the stored settings. Any other value leaves the configurable frame alone on the line.
 enum SerialProtocol : uint32_t { kDisplayProtocol = 0, kRelayProtocol = 1, kNoSerialOutput = 255 };
@@ -54,8 +55,28 @@ void BusinessServer::OnReadTtyioDataHandle(void* data, int len, void*) {
   BroadCast(document);
 }
 
+void BusinessServer::SendListenedData(const Json::Value& body) {
+  const std::string text = body[kData].asString();
+  const int data_len = body[kDataLen].asInt();
+  const std::string data = lxbase::Base64::DecodeFromArray(text.data(), text.size(), kSerialDataBase64Flag, nullptr);
+  if (data.empty() && !text.empty()) {
+    BS_LOG(kError) << "send_ttyio_data: data is not base64, nothing sent";
+    return;
+  }
+  // The sender's count decides, as far as there are bytes to send.
+  const int length = std::clamp(data_len, 0, static_cast<int>(data.size()));
+  if (length != data_len) {
+    BS_LOG(kError) << "send_ttyio_data: data_len " << data_len << " but " << data.size() << " bytes of data";
+  }
+  device_sdk_->SendTtyioData(data.data(), length);
+}
+
+void BusinessServer::SetSerialHalt(const Json::Value& body) {
+  serial_output_.halt = static_cast<uint32_t>(body[kHalt].asInt());
+}
+
 void BusinessServer::InitExtProtoConst() {
-  try {
+  BS_GUARDED([this] {
     Json::Value document;
     GetKeyValueAndReplyBuf(kExtTtyio, document);
     const Json::Value& settings = document;
@@ -72,9 +93,7 @@ void BusinessServer::InitExtProtoConst() {
       StoreText(kExtTtyio, StyledText(document));
     }
     for (size_t i = 0; i < kSpaces; ++i) serial_output_.space_addresses[i] = settings[kFrameAddr[i]].asUInt();
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  });
 }
 
 void BusinessServer::InitRs485Cfg() {
@@ -120,7 +139,6 @@ void BusinessServer::SendDevRs485ProData(LX_Parking_Result_Param* param) {
 }
 
 void BusinessServer::SendSWTtyioData(LX_Parking_Result_Param* param) {
-  if (param == nullptr) return;
   for (size_t i = 0; i < kSpaces; ++i) {
     const LX_ParkingResult& result = param->spaces[i];
     if (result.valid != 1) continue;
@@ -147,6 +165,8 @@ void BusinessServer::RefreshDisplays() {
   show(serial_output_.left, counts.l_frees);
   show(serial_output_.right, counts.r_frees);
 }
+
+// ---- interface only ----
 
 int BusinessServer::SendYBTtyioSingleData(unsigned value, unsigned address) {
   uint8_t frame[kDisplayFrameMax];

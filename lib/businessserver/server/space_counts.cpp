@@ -1,6 +1,5 @@
 // This device's own counts, the broadcast of the totals, and the counts that neighbours push.
 #include <algorithm>
-#include <exception>
 
 #include "protocol/json_text.h"
 #include "server/business_server.h"
@@ -14,11 +13,51 @@ namespace {
 constexpr uint32_t kMaxPlausibleSpaces = 0x100000;
 constexpr size_t kMaxBroadcastSize = 65536;
 
+unsigned CountEnabledSpaces(const Json::Value& area_document) {
+  const Json::Value& frames = area_document[kParkingareacfg][kParkingframe];
+  unsigned count = 0;
+  for (Json::ArrayIndex i = 0; i < frames.size(); ++i) {
+    if (frames[i][kParkingframeenable].asInt() != 0) ++count;
+  }
+  return count;
+}
+
+void Publish(const char* type, const std::string& text) {
+  DpClient_SendDpMessage(type, 0, text.data(), static_cast<uint32_t>(text.size()));
+}
+
 }  // namespace
+
+void BusinessServer::InitDevPos() {
+  BS_GUARDED([this] {
+    Json::Value document;
+    GetKeyValueAndReplyBuf(kDevPos, document);
+    own_status_.pos = document[kPos].asUInt();
+  });
+}
+
+// What is counted until the first result: the areas that the recognition process was given, else what the device is
+// said to watch.
+unsigned BusinessServer::CountWatchedSpaces() {
+  Json::Value area;
+  if (GetKeyValueAndReplyBuf(kAlgAreaPark, area) != 0) return CountEnabledSpaces(area);
+  BS_LOG(kLifecycle) << "Get AVS_ALG_AREA_PARK Kvdb failed";
+  Json::Value info;
+  if (GetKeyValueAndReplyBuf(kSysDeviceInfo, info) == 0) return kSpaces;
+  return std::min<unsigned>(info[kParkingNum].asUInt(), kSpaces);
+}
 
 void BusinessServer::PushNetStatus(const DevFrameInfo& info, const Json::Value& cm_devs) {
   net_push_->InsertNetList(info, cm_devs);
 }
+
+void BusinessServer::PushOwnCounts(uint32_t spaces, uint32_t free) {
+  own_status_.totle = spaces;
+  own_status_.free = free;
+  PushOwnStatus();
+}
+
+void BusinessServer::PushOwnStatus() { PushNetStatus(own_status_, Json::Value()); }
 
 void BusinessServer::UpdateNetPushStatus(LX_Parking_Result_Param* param) {
   const auto is_valid = [](const LX_ParkingResult& space) { return space.valid == 1; };
@@ -27,23 +66,19 @@ void BusinessServer::UpdateNetPushStatus(LX_Parking_Result_Param* param) {
   const auto end = std::end(param->spaces);
   // Kept: with its first result the device counts in its own group, whatever position was configured.
   own_status_.pos = kOwnGroup;
-  own_status_.ip = kLoopbackAddress;
-  own_status_.totle = static_cast<uint32_t>(std::count_if(begin, end, is_valid));
-  own_status_.free = static_cast<uint32_t>(std::count_if(begin, end, is_free));
-  PushNetStatus(own_status_, Json::Value());
+  PushOwnCounts(static_cast<uint32_t>(std::count_if(begin, end, is_valid)),
+                static_cast<uint32_t>(std::count_if(begin, end, is_free)));
 }
 
 void BusinessServer::OnNetPush(const _TagDpMsg* msg) {
   BS_LOG(kInfo) << PayloadText(msg);
-  try {
+  BS_GUARDED([&] {
     Json::Value root;
     if (!ParseJson(Payload(msg), root)) return;
     const uint32_t sender = root[kSAddr].asUInt();
     if (sender == 0 || sender == kLoopbackAddress) return;
     PushNetStatus(DevFrameInfo{root[kPos].asUInt(), sender, root[kTotle].asUInt(), root[kFree].asUInt()}, root[kCmDev]);
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
+  });
 }
 
 void BusinessServer::OnUpdatePushDataHandle() {
@@ -52,7 +87,8 @@ void BusinessServer::OnUpdatePushDataHandle() {
 }
 
 void BusinessServer::BroadCastFrameMsg() {
-  try {
+  bool plausible = true;
+  BS_GUARDED([&] {
     const FrameDetailInfos& counts = net_push_->Counts();
     Json::Value message;
     message[kType] = kFrameChanged;
@@ -61,20 +97,18 @@ void BusinessServer::BroadCastFrameMsg() {
     body[kFree] = counts.free;
     net_push_->GetCmDevList(body[kCmDev]);
     const std::string text = StyledText(message);
-    if (counts.totle > kMaxPlausibleSpaces || counts.free > kMaxPlausibleSpaces || text.size() > kMaxBroadcastSize) {
+    plausible =
+        counts.totle <= kMaxPlausibleSpaces && counts.free <= kMaxPlausibleSpaces && text.size() <= kMaxBroadcastSize;
+    if (plausible) {
+      Publish(kBusBroadcastMessage, text);
+    } else {
       net_push_->ClearLists();
       Json::Value request;
       request[kType] = kClearAllDestAddr;
-      const std::string request_text = StyledText(request);
-      DpClient_SendDpMessage(kHttpRequestMessageRoot, 0, request_text.data(),
-                             static_cast<uint32_t>(request_text.size()));
-      return;
+      Publish(kHttpRequestMessageRoot, StyledText(request));
     }
-    DpClient_SendDpMessage(kBusBroadcastMessage, 0, text.data(), static_cast<uint32_t>(text.size()));
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
-  SendYBTtyioData();
+  });
+  if (plausible) SendYBTtyioData();
 }
 
 void BusinessServer::GetFrameInfoJs(const FrameDetailInfos* info, Json::Value& out) {

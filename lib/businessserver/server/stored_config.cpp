@@ -1,5 +1,4 @@
-// Stored documents with their defaults, and the two settings that are cached from them.
-#include <exception>
+// Stored documents with their defaults.
 #include <string>
 #include <string_view>
 
@@ -44,26 +43,6 @@ int BusinessServer::SetKeyValueAndReplyBuf(const char* key, unsigned char key_le
 
 int BusinessServer::StoreText(const StoredDocument& stored, const std::string& text) {
   return SetKeyValueAndReplyBuf(stored.key, stored.key_length, text.data(), static_cast<int>(text.size()));
-}
-
-void BusinessServer::InitDevCtrlMdl() {
-  try {
-    Json::Value document;
-    GetKeyValueAndReplyBuf(kDevCtrlMdl, document);
-    led_.control_model = document[kModel].asUInt();
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
-}
-
-void BusinessServer::InitDevPos() {
-  try {
-    Json::Value document;
-    GetKeyValueAndReplyBuf(kDevPos, document);
-    own_status_.pos = document[kPos].asUInt();
-  } catch (const std::exception& error) {
-    BS_LOG(kError) << error.what();
-  }
 }
 
 }  // namespace businessserver

@@ -1,0 +1,283 @@
+// The installed device under siege. Every role, an account that does not exist and somebody without one do what the two
+// servers allow before anybody is asked who he is, and whatever an account is good for. What counts is measured: the
+// memory of the processes, how long the daemon is away, what reached whom.
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <set>
+#include <thread>
+
+#include "installed_device.h"
+#include "protocol/names.h"
+#include "stranger.h"
+
+namespace {
+
+namespace bs = businessserver;
+using Clock = std::chrono::steady_clock;
+using desk::Loop;
+using std::chrono::milliseconds;
+
+constexpr uint16_t kBus = 5291, kStore = 5299;
+// What the processes may take at any time, in MB.
+constexpr double kBrokerLimit = 120, kStoreLimit = 128, kDaemonLimit = 24;
+constexpr size_t kLongestMessage = 65536;
+constexpr auto kBackWithin = std::chrono::seconds(5);
+
+class Siege : public InstalledDevice {
+ protected:
+  Siege() {
+    rlimit files{};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &files);
+    const std::string here = directory_.path;
+    const auto configure = [&](desk::Process& process, const char* service, const std::string& command) {
+      const std::string files = service == nullptr ? "" : "prlimit --nofile=" + UnitSays(service, "LimitNOFILE");
+      process.Configure({"sh", "-c", "exec " + files + " " + command + " >>log/" + process.name() + " 2>&1"}, here);
+    };
+    configure(device_.broker, "bus", "mosquitto -c " + here + "/mosquitto.conf");
+    configure(device_.store, "store", "redis-server " + here + "/etc/redis.conf --dir " + here + "/store");
+    configure(device_.daemon, nullptr, BINARY_DIRECTORY "/business_server");
+    watched_ = {{&device_.broker, " running\n", UnitMegabytes("bus"), 0},
+                {&device_.store, "Ready to accept connections", UnitMegabytes("store"), 0},
+                {&device_.daemon, "the bus is connected", 0, 0}};
+    for (const Watched& row : watched_) Bring(row);
+    began_ = Clock::now();
+  }
+
+  static std::string UnitSays(const std::string& service, const std::string& word) {
+    const std::string unit = ReadFile(std::string(kPackaging) + "/systemd/business-server-" + service + ".service");
+    const size_t at = unit.find("\n" + word + "=");
+    if (at == std::string::npos) return "1024";
+    const size_t value = at + word.size() + 2;
+    return unit.substr(value, unit.find('\n', value) - value);
+  }
+
+  struct Watched {
+    desk::Process* process;
+    const char* ready;  // what its log then says
+    double limit;       // MB, 0 for none
+    double peak;
+  };
+
+  // Their logs go to files at once: nobody reads a pipe while the siege is on.
+  void Bring(const Watched& row) {
+    const auto log = directory_.path / "log" / row.process->name();
+    const size_t before = ReadFile(log).size();
+    std::string problem;
+    ASSERT_TRUE(row.process->Start(problem)) << problem;
+    const auto end = Clock::now() + std::chrono::seconds(10);
+    while (ReadFile(log).find(row.ready, before) == std::string::npos) {
+      ASSERT_LT(Clock::now(), end) << row.process->name() << ": " << ReadFile(log).substr(before);
+      std::this_thread::sleep_for(milliseconds(5));
+    }
+  }
+
+  static double UnitMegabytes(const std::string& service) {
+    return std::stod(UnitSays(service, "MemoryMax")) * 1.048576;
+  }
+
+  // What the supervisor does with a program that ended by itself or took more than its unit allows.
+  void Supervise() {
+    loop_.Turn(milliseconds(0));
+    for (const Watched& row : watched_) {
+      if (row.process->running() && row.limit > 0 && Resident(*row.process, "VmRSS:") > row.limit) row.process->Kill();
+      if (row.process->running()) continue;
+      ++restarts_;
+      Bring(row);
+    }
+  }
+
+  // In MB.
+  static double Resident(const desk::Process& process, const std::string& which) {
+    const std::string status = ReadFile("/proc/" + std::to_string(process.pid()) + "/status");
+    const size_t at = status.find(which);
+    return at == std::string::npos ? 0 : std::stod(status.substr(at + which.size())) * 1024 / 1e6;
+  }
+
+  // To be called while those who attack are still there: what was done, and what it cost.
+  void Report(const std::string& what) {
+    Sample();
+    printf("%-86s", what.c_str());
+    for (const Watched& row : watched_) printf(" %s %5.1f MB,", row.process->name().c_str(), row.peak);
+    printf(" %d restarts, %.1f s\n", restarts_, std::chrono::duration<double>(Clock::now() - began_).count());
+    EXPECT_LT(watched_[0].peak, kBrokerLimit);
+    EXPECT_LT(watched_[1].peak, kStoreLimit);
+    EXPECT_LT(watched_[2].peak, kDaemonLimit);
+  }
+
+  std::string Password(const std::string& role) const {
+    std::string password;
+    std::ifstream file(directory_.path / "bus" / role);
+    std::getline(file, password);
+    return password;
+  }
+  // A client of the bus under the account of a role.
+  Stranger LogIn(const std::string& role, int receive_buffer = 0, mqtt::Login login = {}) const {
+    Stranger client(kBus, receive_buffer);
+    login.user = role;
+    login.password = Password(role);
+    client.Send(mqtt::Connect(login));
+    EXPECT_EQ(client.ReadPacket(milliseconds(5000)).substr(0, 1), "\x20") << role;
+    return client;
+  }
+
+  // That many connections that have said this, and no more. With room for the other end to take them in: beyond a
+  // hundred that wait the system lets the next one wait for a second.
+  static std::vector<Stranger> Crowd(uint16_t port, int size, const std::string& words = "") {
+    std::vector<Stranger> crowd;
+    for (int i = 0; i < size; ++i) {
+      crowd.emplace_back(port);
+      crowd.back().Send(words);
+      if (i % 50 == 49) std::this_thread::sleep_for(milliseconds(10));
+    }
+    return crowd;
+  }
+
+  // Whether an honest client logs in, asks and gets its answer; how long that took in seconds.
+  double AnswersAfter() {
+    const auto began = Clock::now();
+    do {
+      Supervise();
+      if (Shell(BINARY_DIRECTORY "/parkctl request get_ttyio_cfg").status == 0) {
+        return std::chrono::duration<double>(Clock::now() - began).count();
+      }
+    } while (Clock::now() < began + kBackWithin);
+    ADD_FAILURE() << "no answer within 5 s";
+    return 99;
+  }
+
+  // Takes note of what they took; what a process had that has ended since then is lost.
+  void Sample() {
+    for (Watched& row : watched_) row.peak = std::max(row.peak, Resident(*row.process, "VmHWM:"));
+  }
+
+  std::vector<Watched> watched_;
+  int restarts_ = 0;
+  Clock::time_point began_;
+};
+
+TEST_F(Siege, UnfinishedPacketsWithoutAnAccount) {
+  Stranger large(kBus);
+  large.Send("\x10" + mqtt::Length(250u << 20));
+  const std::string chunk(1 << 20, 'x');
+  for (int i = 0; i < 60 && large.Send(chunk); ++i) {
+  }
+  EXPECT_FALSE(large.open());
+  std::string almost = mqtt::Packet(0x10, std::string(66000, 'x'));
+  almost.pop_back();
+  const auto strangers = Crowd(kBus, 1600, almost);
+  Sample();
+  AnswersAfter();
+  Report("60 MB of a packet of 250 MB; 1,600 packets of 66 kB that lack a byte");
+}
+
+TEST_F(Siege, ReadersThatStall) {
+  std::vector<Stranger> readers;
+  for (const char* role : {"integrator", "integrator", "front_end", "relay"}) {
+    readers.push_back(LogIn(role, 4096));
+    readers.back().Send(mqtt::Subscribe({"#"}));
+  }
+  Stranger sender = LogIn("integrator");
+  const std::string message = mqtt::Publish({bs::kBusRequestMessage, std::string(kLongestMessage, 'x'), "", ""});
+  device_.daemon.Freeze();
+  for (int i = 0; i < 2000 && sender.Send(message); ++i) {
+  }
+  Sample();
+  device_.daemon.Thaw();
+  Report("2,000 messages of 64 kB to two readers that stall and a daemon that is busy");
+  readers.clear();
+  AnswersAfter();
+}
+
+TEST_F(Siege, KeptSessions) {
+  std::string deep;
+  for (int i = 0; i < 190; ++i) deep += "/a";
+  for (int i = 0; i < 2000; ++i) {
+    Stranger client(kBus);
+    mqtt::Login login = {"kept" + std::to_string(i), "relay", Password("relay"), false, 0xFFFFFFFF};
+    std::vector<std::string> filters;
+    for (int j = 0; j < 5; ++j) filters.push_back(std::to_string(i * 5 + j) + deep);
+    client.Send(mqtt::Connect(login) + mqtt::Subscribe(filters));
+    if (client.ReadPacket(milliseconds(1000)).empty()) break;
+    client.ReadPacket(milliseconds(1000));
+    if (i % 10 == 0) Sample();
+  }
+  AnswersAfter();
+  Report("2,000 kept sessions with five deep subscriptions each");
+}
+
+TEST_F(Siege, IdleConnections) {
+  const auto at_the_bus = Crowd(kBus, 1100), at_the_store = Crowd(kStore, 1100);
+  device_.daemon.Kill();
+  const auto restarted = Clock::now();
+  Bring(watched_[2]);
+  EXPECT_LT(Clock::now() - restarted, kBackWithin);
+  AnswersAfter();
+  Report("1,100 idle connections to bus and store each, daemon restarted");
+}
+
+TEST_F(Siege, StoreWithoutAnAccount) {
+  const auto set = [](const std::string& field, size_t size) {
+    return "*4\r\n$4\r\nHSET\r\n$4\r\nkvdb\r\n$" + std::to_string(field.size()) + "\r\n" + field + "\r\n$" +
+           std::to_string(size) + "\r\n";
+  };
+  StoreSays("hset kvdb one 1");
+  EXPECT_NE(StoreSays("copy kvdb kvdb db 15").find("out of range"), std::string::npos);
+  const std::string megabyte(1 << 20, 'x');
+  for (const size_t size : {size_t{150} << 20, size_t{500} << 20}) {
+    Stranger client(kStore);
+    client.Send(set("large", size));
+    for (size_t i = 0; i < size / 2 && client.Send(megabyte); i += megabyte.size()) {
+    }
+    EXPECT_FALSE(client.open()) << size;
+  }
+  // As much as the store takes, twice; and answers that nobody fetches.
+  Stranger client(kStore);
+  for (int i = 0; i < 80; ++i) client.Send(set(std::to_string(i), megabyte.size()) + megabyte + "\r\n");
+  client.Read(milliseconds(200));
+  StoreSays("copy kvdb kvdb:backup replace");
+  Sample();
+  std::vector<Stranger> readers;
+  for (int i = 0; i < 6; ++i) {
+    readers.emplace_back(kStore, 4096);
+    readers.back().Send("*2\r\n$7\r\nHGETALL\r\n$4\r\nkvdb\r\n*2\r\n$7\r\nHGETALL\r\n$4\r\nkvdb\r\n");
+  }
+  const auto halves = Crowd(kStore, 300, set("half", megabyte.size()) + megabyte.substr(1));
+  StoreSays("ping");
+  AnswersAfter();
+  device_.daemon.Kill();
+  Bring(watched_[2]);
+  Report("values of 150 and 500 MB, 80 of 1 MB, a copy, six unread answers, 300 halves");
+}
+
+TEST_F(Siege, HonestBurst) {
+  Stranger client = LogIn("front_end");
+  client.Send(mqtt::Subscribe({"reply/front_end/burst"}));
+  const std::string request = "{\"type\":\"get_ttyio_cfg\"}";
+  device_.daemon.Freeze();
+  constexpr size_t kRequests = 20000;
+  for (size_t i = 0; i < kRequests; ++i) {
+    client.Send(mqtt::Publish({bs::kBusRequestMessage, request + std::string(500 - request.size(), ' '),
+                               "reply/front_end/burst", std::to_string(i)}));
+  }
+  std::this_thread::sleep_for(std::chrono::seconds(2));
+  device_.daemon.Thaw();
+  std::set<std::string> answered;
+  size_t answers = 0;
+  for (std::string packet; answers < kRequests && !(packet = client.ReadPacket(milliseconds(10000))).empty();) {
+    const mqtt::Message message = mqtt::Read(packet);
+    if (message.topic.empty()) continue;
+    ++answers;
+    answered.insert(message.correlation);
+  }
+  EXPECT_EQ(client.ReadPacket(milliseconds(300)), "");
+  EXPECT_EQ(answers, kRequests);
+  EXPECT_EQ(answered.size(), kRequests);
+  Report("20,000 requests of 500 bytes to a daemon that stands still for 2 s, each answered once");
+}
+
+}  // namespace
