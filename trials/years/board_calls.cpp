@@ -39,7 +39,9 @@ int Open(const char* path) {
   return kFirst + (path[kTtyPath.size()] - '0');
 }
 
-bool IsOurs(const char* path) { return Daemon::Current() != nullptr && std::string_view(path).substr(0, 7) == "/years/"; }
+bool IsOurs(const char* path) {
+  return Daemon::Current() != nullptr && std::string_view(path).substr(0, 7) == "/years/";
+}
 
 }  // namespace
 }  // namespace years

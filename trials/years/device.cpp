@@ -29,7 +29,7 @@ constexpr unsigned kCarsPerSpaceAndDay = 60;
 constexpr unsigned kRequestsPerDay = 60;
 constexpr uint64_t kTrafficStream = 0x7AFF1C;
 
-enum : int { kBeaconLine = TTY_DEV_UART1, kExternalLine = TTY_DEV_UART2 };
+enum : int { kBeaconLine = bs::TTY_DEV_UART1, kExternalLine = bs::TTY_DEV_UART2 };
 
 }  // namespace
 
@@ -53,6 +53,8 @@ void Device::JoinSite() {
 void Device::StartDaemon() {
   ++starts_;
   daemon_.Start();
+  // Until the first result it takes all its spaces for free, and says so.
+  world_.promises.DeviceSees(number_, kSpacesOfDevice);
 }
 
 void Device::PowerOn() {
@@ -102,8 +104,13 @@ void Device::Recognise() {
 void Device::AskSomething(Random& random) {
   const Question question = DrawQuestion(random);
   const uint32_t id = ++last_request_;
-  asked_[id] = {question.text, world_.schedule.now(), daemon_.life(), bus_.life,
-                daemon_.running() && bus_.up && bus_.daemon_connected, 0, std::nullopt};
+  asked_[id] = {question.text,
+                world_.schedule.now(),
+                daemon_.life(),
+                bus_.life,
+                daemon_.running() && bus_.up && bus_.daemon_connected,
+                0,
+                std::nullopt};
   SendToDaemon(question.path, question.text, id, world_.schedule.now());
   world_.schedule.In(kReplyPatience, [this, id] {
     const Asked& asked = asked_[id];

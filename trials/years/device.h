@@ -1,4 +1,5 @@
-// One played device: daemon, relay, bus, store, lines, beacon module, the recognition process and a front end that asks.
+// One played device: daemon, relay, bus, store, lines, beacon module, the recognition process and a front end that
+// asks.
 #pragma once
 
 #include <array>

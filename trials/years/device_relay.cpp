@@ -34,7 +34,7 @@ void Device::StartRelay() {
 void Device::EndRelay(bool in_order, Micros rests) {
   if (!relay_) return;
   if (in_order) {
-    RelayTurn([this](relay::Milliseconds now) { relay_->Stop(now); });
+    RelayTurn([this](relay::Milliseconds) { relay_->Stop(); });
   } else {
     world_.hub.Abort(number_);
   }
@@ -94,10 +94,11 @@ void Device::DoForRelay(const relay::Output& output) {
                [this, turn] { turn([this](relay::Milliseconds now) { relay_->HubSubscribed(now); }); },
                [this, turn](const HubDelivery& message) {
                  turn([&](relay::Milliseconds now) {
-                   relay_->HubHeard({message.topic, message.payload, message.kept, message.response_topic,
-                                     message.correlation.empty() ? std::nullopt
-                                                                 : std::optional<std::string_view>(message.correlation)},
-                                    now);
+                   relay_->HubHeard(
+                       {message.topic, message.payload, message.kept, message.response_topic,
+                        message.correlation.empty() ? std::nullopt
+                                                    : std::optional<std::string_view>(message.correlation)},
+                       now);
                  });
                }});
         } else if constexpr (std::is_same_v<What, relay::DisconnectHub>) {

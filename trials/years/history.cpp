@@ -57,7 +57,8 @@ const Kind& Draw(Random& random) {
 }  // namespace
 
 const char* NameOf(FaultKind kind) {
-  const auto found = std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind& row) { return row.kind == kind; });
+  const auto found =
+      std::find_if(std::begin(kKinds), std::end(kKinds), [&](const Kind& row) { return row.kind == kind; });
   return found->name;
 }
 

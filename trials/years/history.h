@@ -11,26 +11,26 @@ namespace years {
 
 enum class FaultKind {
   kDaemonKilled,
-  kDaemonKilledAtCall,   // its n-th call to the platform: in the midst of a set, a start, a frame
+  kDaemonKilledAtCall,  // its n-th call to the platform: in the midst of a set, a start, a frame
   kRelayKilled,
-  kRelayStopped,         // in order
-  kBusKilled,            // with all that is on its way
+  kRelayStopped,  // in order
+  kBusKilled,     // with all that is on its way
   kStoreAway,
-  kStoreLosesCall,       // carried out or not
-  kLineStuck,            // takes no bytes
+  kStoreLosesCall,  // carried out or not
+  kLineStuck,       // takes no bytes
   kModuleSilent,
   kModuleSlow,
-  kLineNoise,            // bytes that nobody asked for
+  kLineNoise,  // bytes that nobody asked for
   kClockJumps,
-  kHubKilled,            // and comes back with what it kept
-  kHubForgets,           // and comes back without
-  kCableOut,             // between device and hub
-  kPlanMoves,            // the device is planned for another zone
+  kHubKilled,   // and comes back with what it kept
+  kHubForgets,  // and comes back without
+  kCableOut,    // between device and hub
+  kPlanMoves,   // the device is planned for another zone
   kPlanUnreadable,
-  kPlanCleared,          // and made anew
+  kPlanCleared,  // and made anew
   kNonsenseOnBus,
   kNonsenseOnHub,
-  kImplausiblePush,      // somebody else's: the daemon asks to be forgotten
+  kImplausiblePush,  // somebody else's: the daemon asks to be forgotten
 };
 constexpr int kFaultKinds = static_cast<int>(FaultKind::kImplausiblePush) + 1;
 

@@ -10,15 +10,24 @@ constexpr unsigned kBitsPerByte = 10;
 // Bits of a second on the line; a speed of 0 sends nothing, and what is written to it is gone at once.
 unsigned BitsPerSecond(const termios& settings) {
   switch (settings.c_cflag & CBAUD) {
-    case B300: return 300;
-    case B1200: return 1200;
-    case B2400: return 2400;
-    case B4800: return 4800;
-    case B9600: return 9600;
-    case B19200: return 19200;
-    case B38400: return 38400;
-    case B115200: return 115200;
-    default: return 0;
+    case B300:
+      return 300;
+    case B1200:
+      return 1200;
+    case B2400:
+      return 2400;
+    case B4800:
+      return 4800;
+    case B9600:
+      return 9600;
+    case B19200:
+      return 19200;
+    case B38400:
+      return 38400;
+    case B115200:
+      return 115200;
+    default:
+      return 0;
   }
 }
 

@@ -1,5 +1,6 @@
 // Plays years of a whole site in one process, with everything going wrong that can, and checks after every step what
 // must hold. One seed is one history, to the last byte; one that fails is shrunk to the faults that it takes.
+#include <unistd.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
@@ -8,7 +9,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <iostream>
-#include <unistd.h>
 
 #include "years/shrink.h"
 #include "years/site.h"
@@ -18,9 +18,7 @@ namespace {
 // Seven weeks before a 32-bit clock ends, on the day on which a 32-bit count of milliseconds does.
 constexpr int64_t kWallStart = 2143238400;  // 2037-12-01
 
-double Seconds(std::chrono::steady_clock::duration duration) {
-  return std::chrono::duration<double>(duration).count();
-}
+double Seconds(std::chrono::steady_clock::duration duration) { return std::chrono::duration<double>(duration).count(); }
 
 void PrintBroken(const years::Outcome& outcome) {
   for (const years::Broken& broken : outcome.broken) {
@@ -31,12 +29,15 @@ void PrintBroken(const years::Outcome& outcome) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"Plays days of a site of made-up cameras in one process, faults included, and checks what must hold.\n"
-               "Example: years --devices 10 --days 365 --seed 7"};
+  CLI::App app{
+      "Plays days of a site of made-up cameras in one process, faults included, and checks what must hold.\n"
+      "Example: years --devices 10 --days 365 --seed 7"};
   years::History history;
   history.wall_start = kWallStart;
   bool whole = false;
-  app.add_option("--devices", history.devices, "cameras of the site")->capture_default_str()->check(CLI::Range(1, 1000));
+  app.add_option("--devices", history.devices, "cameras of the site")
+      ->capture_default_str()
+      ->check(CLI::Range(1, 1000));
   app.add_option("--days", history.days, "days to play")->capture_default_str()->check(CLI::Range(1, 100000));
   app.add_option("--seed", history.seed, "what is drawn follows from it")->capture_default_str();
   app.add_option("--from", history.first_day, "first day to play, counted from 0")->capture_default_str();

@@ -37,7 +37,9 @@ class NumberReader {
     Seek(":");
     return strtoull(rest_.data(), nullptr, 10);
   }
-  bool ComesBefore(std::string_view first, std::string_view second) const { return rest_.find(first) < rest_.find(second); }
+  bool ComesBefore(std::string_view first, std::string_view second) const {
+    return rest_.find(first) < rest_.find(second);
+  }
 
  private:
   std::string_view rest_;
@@ -51,12 +53,14 @@ bool IsWithinAny(const std::string& zone, const std::vector<std::string>& zones)
 }  // namespace
 
 void Promises::Break(unsigned device, const std::string& what) {
-  if (broken_.size() < kMostBroken) broken_.push_back({schedule_.now(), "device " + std::to_string(device) + ": " + what});
+  if (broken_.size() < kMostBroken)
+    broken_.push_back({schedule_.now(), "device " + std::to_string(device) + ": " + what});
 }
 
 void Promises::Note(unsigned device, unsigned free, bool knows, const std::string& zone) {
   std::deque<Sight>& sights = devices_[device].sights;
-  if (!sights.empty() && sights.back().free == free && sights.back().knows == knows && sights.back().zone == zone) return;
+  if (!sights.empty() && sights.back().free == free && sights.back().knows == knows && sights.back().zone == zone)
+    return;
   while (sights.size() > 1 && sights[1].since + kExcusedWindow < schedule_.now()) sights.pop_front();
   sights.push_back({schedule_.now(), free, knows, zone});
 }

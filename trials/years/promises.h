@@ -31,7 +31,7 @@ class Promises {
   void Break(unsigned device, const std::string& what);
 
   // ---- counts: what is true, as the devices were told it ----
-  void DeviceSees(unsigned device, unsigned free);        // a result reached its daemon
+  void DeviceSees(unsigned device, unsigned free);                 // a result reached its daemon
   void DeviceIsPlanned(unsigned device, const std::string& zone);  // empty for nowhere
   void DeviceSaysZone(unsigned device, const std::string& zone);   // its relay published there
   void DeviceShows(unsigned device, const ShownZones& zones);

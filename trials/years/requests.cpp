@@ -25,8 +25,7 @@ std::string Request(std::string_view type, const std::string& body) {
 
 std::string LineSettings(Random& random) {
   return "\"ttyionum\": 2, \"baudrate\": " + OneOf(random, {1200, 2400, 4800, 9600, 19200, 38400, 115200}) +
-         ", \"checkbit\": " + OneOf(random, {0, 1, 2, 115}) + ", \"databit\": 8, \"stopbit\": " +
-         OneOf(random, {1, 2});
+         ", \"checkbit\": " + OneOf(random, {0, 1, 2, 115}) + ", \"databit\": 8, \"stopbit\": " + OneOf(random, {1, 2});
 }
 
 std::string DisplaySettings(Random& random) {
@@ -37,8 +36,9 @@ std::string DisplaySettings(Random& random) {
 
 std::string Colours(Random& random) {
   const auto colour = [&] { return Number(random, 8); };
-  return "\"externalcontrol_enable\": " + Number(random, 2) + ", \"parkingledcolorcfg\": {\"parkingfreeledcolor\": " +
-         colour() + ", \"parkingfreeledcolortwinkle\": 0, \"parkingoccupyledcolor\": " + colour() +
+  return "\"externalcontrol_enable\": " + Number(random, 2) +
+         ", \"parkingledcolorcfg\": {\"parkingfreeledcolor\": " + colour() +
+         ", \"parkingfreeledcolortwinkle\": 0, \"parkingoccupyledcolor\": " + colour() +
          ", \"parkingoccupyledcolortwinkle\": 0, \"parkingretainledcolor\": " + colour() +
          ", \"parkingretainledcolortwinkle\": 0, \"parkingalarmledcolor\": " + colour() +
          ", \"parkingalarmledcolortwinkle\": 1}";
@@ -58,13 +58,21 @@ constexpr Setting kSettings[] = {
     {bs::kSetExtTtyioCfg, bs::kBusRequestMessage, DisplaySettings},
     {bs::kSetParkingColorCfg, bs::kBusRequestMessage, Colours},
     {bs::kSetDevPos, bs::kBusRequestMessage, [](Random& random) { return "\"pos\": " + Number(random, 4); }},
-    {bs::kSetIbcName, bs::kBusRequestMessage, [](Random& random) { return "\"name\": \"gate" + Number(random, 99) + "\""; }},
+    {bs::kSetIbcName, bs::kBusRequestMessage,
+     [](Random& random) { return "\"name\": \"gate" + Number(random, 99) + "\""; }},
     {bs::kSetIbcBroper, bs::kBusRequestMessage,
-     [](Random& random) { return "\"time\": " + OneOf(random, {100, 200, 330, 1000}); }},
-    {bs::kSetIbcPow, bs::kBusRequestMessage, [](Random& random) { return "\"power\": " + OneOf(random, {-23, 0, 12}); }},
+     [](Random& random) {
+       return "\"time\": " + OneOf(random, {100, 200, 330, 1000});
+     }},
+    {bs::kSetIbcPow, bs::kBusRequestMessage,
+     [](Random& random) {
+       return "\"power\": " + OneOf(random, {-23, 0, 12});
+     }},
     {bs::kSetIbcTxp, bs::kBusRequestMessage, [](Random& random) { return "\"power\": -" + Number(random, 50); }},
     {bs::kSetRs485proCfg, bs::kBusRequestMessage,
-     [](Random& random) { return R"("pro_cfg": [{"header": "AA"}, {"enable": 1}, {"freenum": )" + Number(random, 2) + "}]"; }},
+     [](Random& random) {
+       return R"("pro_cfg": [{"header": "AA"}, {"enable": 1}, {"freenum": )" + Number(random, 2) + "}]";
+     }},
     {bs::kSetBt, bs::kBusRequestMessage,
      [](Random& random) { return R"("uuid": "0123456789ABCDEF", "major": )" + Number(random, 65536); }},
     {bs::kExternalControlFramestatus, bs::kBusExtRequestMessage, ExternalState},

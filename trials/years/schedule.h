@@ -19,7 +19,9 @@ class Schedule {
  public:
   Micros now() const { return now_; }
 
-  void At(Micros when, std::function<void()> what) { queue_.push({when < now_ ? now_ : when, ++asked_, std::move(what)}); }
+  void At(Micros when, std::function<void()> what) {
+    queue_.push({when < now_ ? now_ : when, ++asked_, std::move(what)});
+  }
   void In(Micros delay, std::function<void()> what) { At(now_ + delay, std::move(what)); }
 
   void RunUntil(Micros end) {
