@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "server/business_server.h"
+#include "years/device.h"
 
 namespace years {
 namespace {
@@ -11,6 +12,12 @@ namespace {
 constexpr size_t kStackSize = 1 << 20;
 
 Daemon* current = nullptr;
+
+// Sets who runs, and on which board.
+void MakeCurrent(Daemon* daemon) {
+  current = daemon;
+  memory_board::MemoryBoard::MakeCurrent(daemon == nullptr ? nullptr : &daemon->device());
+}
 
 }  // namespace
 
@@ -66,7 +73,7 @@ void Daemon::Main() {
 void Daemon::Resume() { swapcontext(&outside_, &inside_); }
 
 void Daemon::Enter(const std::function<void()>& what) {
-  current = this;
+  MakeCurrent(this);
   local_ = schedule_.now();
   try {
     what();
@@ -74,15 +81,15 @@ void Daemon::Enter(const std::function<void()>& what) {
   }
   busy_until_ = local_;
   if (dying_ || !running_) Bury();
-  current = nullptr;
+  MakeCurrent(nullptr);
 }
 
 void Daemon::Kill() {
   if (!running_) return;
   dying_ = true;
-  current = this;
+  MakeCurrent(this);
   Bury();
-  current = nullptr;
+  MakeCurrent(nullptr);
 }
 
 // Unwinds what is left of it. What a process holds goes with it: no call that is made on the way has an effect.

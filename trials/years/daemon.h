@@ -44,7 +44,7 @@ class Daemon {
   std::function<void(bool killed)> on_end;
 
   // ---- for the platform that it calls ----
-  static Daemon* Current();
+  static Daemon* Current();  // null while none runs
   Device& device() { return device_; }
   Micros now() const { return local_; }
   void Sleep(Micros duration) { local_ += duration; }

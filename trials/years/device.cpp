@@ -41,7 +41,7 @@ Device::Device(World& world, unsigned number, std::string name)
     if (before != nullptr) world_.promises.DocumentReplaced(number_, key, *before, after);
   };
   daemon_.on_end = [this](bool killed) { DaemonEnded(killed); };
-  line(kBeaconLine).far_end = [this](const std::string& bytes, Micros when) { HeardByModule(bytes, when); };
+  line(kBeaconLine).far_end = [this](std::string_view bytes, Micros when) { HeardByModule(bytes, when); };
   PutOwnersDocuments(store, number_);
 }
 
@@ -219,10 +219,11 @@ void Device::Replied(uint32_t id, const std::string& data, Micros when) {
 
 // ---- lines ----
 
-void Device::WrittenToLine(int number, const std::string& bytes, Micros when) {
+void Device::OnWrite(int number, std::string_view bytes) {
+  if (daemon_.dying()) return;
+  daemon_.Call();
   world_.digest.Add(static_cast<uint64_t>(number));
   world_.digest.Add(bytes);
-  line(number).Write(bytes, when);
 }
 
 void Device::Input(int number, const std::string& bytes, Micros when) {
@@ -233,19 +234,13 @@ void Device::Input(int number, const std::string& bytes, Micros when) {
   });
 }
 
-void Device::HeardByModule(const std::string& bytes, Micros when) {
+void Device::HeardByModule(std::string_view bytes, Micros when) {
   module_received_ += bytes;
   for (size_t end; (end = module_received_.find("\r\n")) != std::string::npos; module_received_.erase(0, end + 2)) {
     const std::string answer = desk::AnswerBeaconCommand(module_received_.substr(0, end), module_);
     if (when < module_silent_until_) continue;
     Input(kBeaconLine, answer, when + (when < module_slow_until_ ? kModuleThinksSlowly : kModuleThinks));
   }
-}
-
-void* Device::Registers(off_t block, size_t length) {
-  std::vector<uint32_t>& registers = registers_[block];
-  if (registers.empty()) registers.resize(length / sizeof(uint32_t));
-  return registers.data();
 }
 
 // ---- the rest ----

@@ -14,12 +14,12 @@
 #include <vector>
 
 #include "desk/beacon_module.h"
+#include "memory_board/memory_board.h"
 #include "relay/relay.h"
 #include "years/chance.h"
 #include "years/daemon.h"
 #include "years/history.h"
 #include "years/hub.h"
-#include "years/line.h"
 #include "years/promises.h"
 #include "years/store.h"
 
@@ -42,7 +42,7 @@ struct World {
   int64_t wall_start = 0;  // Unix time at the beginning of day 0, s
 };
 
-class Device {
+class Device : public memory_board::MemoryBoard {
  public:
   Device(World& world, unsigned number, std::string name);
   Device(const Device&) = delete;
@@ -62,10 +62,10 @@ class Device {
   // ---- for the platform that the daemon calls ----
   Store store;
   std::function<void()> line_poll;  // looks for input on the external line
-  Line& line(int number) { return lines_[static_cast<size_t>(number - 1)]; }
-  void WrittenToLine(int number, const std::string& bytes, Micros when);
-  void* Registers(off_t block, size_t length);
-  time_t WallClock() const;
+  Micros Now() const override { return daemon_.now(); }
+  void PassUntil(Micros when) override { daemon_.SleepUntil(when); }
+  time_t WallClock() const override;
+  void OnWrite(int line, std::string_view bytes) override;
   void Logged(const std::string& text);
   void RanInShell(const std::string& command_line);
   bool ConnectDaemon();
@@ -80,7 +80,7 @@ class Device {
   void StartDaemon();
   void DaemonEnded(bool killed);
   void Input(int line, const std::string& bytes, Micros when);
-  void HeardByModule(const std::string& bytes, Micros when);
+  void HeardByModule(std::string_view bytes, Micros when);
   void AskSomething(Random& random);
   void Recognise();
   void CheckWatchdog();
@@ -107,8 +107,6 @@ class Device {
   const std::string name_;
   Daemon daemon_;
   uint64_t starts_ = 0;
-  std::array<Line, 2> lines_;
-  std::map<off_t, std::vector<uint32_t>> registers_;
   int64_t clock_offset_ = 0;  // s
 
   struct {

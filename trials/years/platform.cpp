@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base64.h"
+#include "board_paths.h"
 #include "dp_client.h"
 #include "evt_timer.h"
 #include "kvdb.h"
@@ -45,6 +46,11 @@ int ResultOf(Store::Answer answer) {
 std::string Bytes(const void* data, size_t size) { return std::string(static_cast<const char*>(data), size); }
 
 }  // namespace
+
+namespace board {
+const char kMemoryDevice[] = "/years/mem";
+const char kSerialDeviceFormat[] = "/years/tty%d";
+}  // namespace board
 
 // ---- event loop ----
 

@@ -7,11 +7,13 @@
 #include <utility>
 #include <vector>
 
+#include "memory_board/line.h"
+
 namespace years {
 
-using Micros = uint64_t;
-constexpr Micros kMillisecond = 1000;
-constexpr Micros kSecond = 1000 * kMillisecond;
+using memory_board::kMillisecond;
+using memory_board::kSecond;
+using memory_board::Micros;
 constexpr Micros kMinute = 60 * kSecond;
 constexpr Micros kDay = 24 * 60 * kMinute;
 

@@ -1,8 +1,8 @@
-#include "years/line.h"
+#include "memory_board/line.h"
 
 #include <algorithm>
 
-namespace years {
+namespace memory_board {
 namespace {
 
 constexpr unsigned kBitsPerByte = 10;
@@ -56,15 +56,15 @@ void Line::DropInput(Micros now) {
 }
 
 size_t Line::Unsent(Micros now) const {
-  return now >= drained_at_ ? 0 : (drained_at_ - now) * BitsPerSecond(settings) / kBitsPerByte / kSecond + 1;
+  return now >= drained_at_ ? 0
+                           : (drained_at_ - now) * BitsPerSecond(settings) / kBitsPerByte / kSecond + 1;
 }
 
-Micros Line::Write(const std::string& bytes, Micros now) {
+void Line::Write(std::string_view bytes, Micros now) {
   const unsigned speed = BitsPerSecond(settings);
   const Micros duration = speed == 0 ? 0 : bytes.size() * kBitsPerByte * kSecond / speed;
   drained_at_ = std::max(drained_at_, now) + duration;
   if (far_end && speed != 0) far_end(bytes, drained_at_);
-  return drained_at_;
 }
 
-}  // namespace years
+}  // namespace memory_board

@@ -1,6 +1,5 @@
-// The system calls with which the daemon touches its board and asks for the time: the linker puts these in their place
-// (--wrap), so that a played device has its ports, registers and clock in memory. Descriptors count from kFirst, far
-// from those of the process; anything else goes to the system.
+// The system calls with which drivers touch a board and ask for the time, for a board in memory. Descriptors count from
+// kFirst, far from those of the process; anything else goes to the system.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -10,46 +9,42 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <string_view>
 
 #include "board_paths.h"
-#include "years/daemon.h"
-#include "years/device.h"
+#include "memory_board/memory_board.h"
 
-namespace board {
-const char kMemoryDevice[] = "/years/mem";
-const char kSerialDeviceFormat[] = "/years/tty%d";
-}  // namespace board
-
-namespace years {
 namespace {
 
+using memory_board::Line;
+using memory_board::MemoryBoard;
+
 constexpr int kFirst = 1 << 20;
-constexpr int kMemory = kFirst;
-constexpr std::string_view kTtyPath = "/years/tty";
+constexpr int kMemory = kFirst;  // and the ports behind it
+constexpr int kPorts = 9;
+constexpr memory_board::Micros kWritePause = memory_board::kMillisecond;
 
 bool IsPort(int fd) { return fd > kFirst; }
 
-Line& PortOf(int fd) { return Daemon::Current()->device().line(fd - kFirst); }
+MemoryBoard& Board() { return *MemoryBoard::Current(); }
+Line& PortOf(int fd) { return Board().line(fd - kFirst); }
 
+// -1 for what is none of the board's.
 int Open(const char* path) {
-  if (path == std::string_view(board::kMemoryDevice)) return kMemory;
-  return kFirst + (path[kTtyPath.size()] - '0');
-}
-
-bool IsOurs(const char* path) {
-  return Daemon::Current() != nullptr && std::string_view(path).substr(0, 7) == "/years/";
+  if (MemoryBoard::Current() == nullptr) return -1;
+  if (strcmp(path, board::kMemoryDevice) == 0) return kMemory;
+  for (int number = 1; number <= kPorts; ++number) {
+    char port[64];
+    snprintf(port, sizeof port, board::kSerialDeviceFormat, number);
+    if (strcmp(path, port) == 0) return kFirst + number;
+  }
+  return -1;
 }
 
 }  // namespace
-}  // namespace years
-
-using years::Daemon;
-using years::IsPort;
-using years::kFirst;
-using years::PortOf;
 
 extern "C" {
 
@@ -63,7 +58,7 @@ void* __real_mmap64(void* address, size_t length, int protection, int flags, int
 time_t __real_time(time_t* out);
 
 int __wrap_open64(const char* path, int flags, ...) {
-  if (years::IsOurs(path)) return years::Open(path);
+  if (const int fd = Open(path); fd >= 0) return fd;
   va_list arguments;
   va_start(arguments, flags);
   const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
@@ -75,7 +70,7 @@ int __wrap_close(int fd) { return fd >= kFirst ? 0 : __real_close(fd); }
 
 ssize_t __wrap_read(int fd, void* buffer, size_t size) {
   if (!IsPort(fd)) return __real_read(fd, buffer, size);
-  const std::string bytes = PortOf(fd).Read(size, Daemon::Current()->now());
+  const std::string bytes = PortOf(fd).Read(size, Board().Now());
   if (bytes.empty()) {
     errno = EAGAIN;
     return -1;
@@ -86,15 +81,14 @@ ssize_t __wrap_read(int fd, void* buffer, size_t size) {
 
 ssize_t __wrap_write(int fd, const void* buffer, size_t size) {
   if (!IsPort(fd)) return __real_write(fd, buffer, size);
-  Daemon& daemon = *Daemon::Current();
-  if (daemon.dying()) return static_cast<ssize_t>(size);
-  daemon.Call();
-  if (!PortOf(fd).TakesBytes(daemon.now())) {
-    daemon.Sleep(years::kMillisecond);
+  const std::string_view bytes(static_cast<const char*>(buffer), size);
+  Board().OnWrite(fd - kFirst, bytes);
+  if (!PortOf(fd).TakesBytes(Board().Now())) {
+    Board().PassUntil(Board().Now() + kWritePause);
     errno = EAGAIN;
     return -1;
   }
-  daemon.device().WrittenToLine(fd - kFirst, {static_cast<const char*>(buffer), size}, daemon.now());
+  PortOf(fd).Write(bytes, Board().Now());
   return static_cast<ssize_t>(size);
 }
 
@@ -104,11 +98,10 @@ int __wrap_ioctl(int fd, unsigned long request, ...) {
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
   if (!IsPort(fd)) return __real_ioctl(fd, request, argument);
-  const Daemon& daemon = *Daemon::Current();
   if (request == FIONREAD) {
-    *static_cast<int*>(argument) = PortOf(fd).Queued(daemon.now());
+    *static_cast<int*>(argument) = PortOf(fd).Queued(Board().Now());
   } else {
-    *static_cast<int*>(argument) = static_cast<int>(PortOf(fd).Unsent(daemon.now()));  // TIOCOUTQ
+    *static_cast<int*>(argument) = static_cast<int>(PortOf(fd).Unsent(Board().Now()));  // TIOCOUTQ
   }
   return 0;
 }
@@ -124,12 +117,12 @@ int __wrap_tcsetattr(int fd, int, const termios* settings) {
 }
 
 int __wrap_tcflush(int fd, int) {
-  PortOf(fd).DropInput(Daemon::Current()->now());
+  PortOf(fd).DropInput(Board().Now());
   return 0;
 }
 
 int __wrap_tcdrain(int fd) {
-  Daemon::Current()->SleepUntil(PortOf(fd).drained_at());
+  Board().PassUntil(PortOf(fd).drained_at());
   return 0;
 }
 
@@ -142,12 +135,12 @@ int __wrap_fstat64(int fd, struct stat* status) {
 
 void* __wrap_mmap64(void* address, size_t length, int protection, int flags, int fd, off_t offset) {
   if (fd < kFirst) return __real_mmap64(address, length, protection, flags, fd, offset);
-  return Daemon::Current()->device().Registers(offset, length);
+  return Board().Registers(offset, length);
 }
 
 time_t __wrap_time(time_t* out) {
-  if (Daemon::Current() == nullptr) return __real_time(out);
-  const time_t now = Daemon::Current()->device().WallClock();
+  if (MemoryBoard::Current() == nullptr) return __real_time(out);
+  const time_t now = Board().WallClock();
   if (out != nullptr) *out = now;
   return now;
 }

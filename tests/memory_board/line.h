@@ -1,35 +1,38 @@
-// One of the board's serial ports and what hangs on it: bytes on their way to the daemon, each with the time at which
-// it is there, and whoever listens to the bytes that the daemon writes.
+// One of the board's serial ports and what hangs on it: bytes on their way to the driver, each with the time at which
+// it is there, and whoever listens to the bytes that the driver writes.
 #pragma once
 
 #include <termios.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <string>
+#include <string_view>
 
-#include "years/schedule.h"
+namespace memory_board {
 
-namespace years {
+using Micros = uint64_t;
+constexpr Micros kMillisecond = 1000;
+constexpr Micros kSecond = 1000 * kMillisecond;
 
 class Line {
  public:
   // What the far end gets, with the time at which the last byte has left the port.
-  std::function<void(const std::string& bytes, Micros when)> far_end;
+  std::function<void(std::string_view bytes, Micros when)> far_end;
 
   // ---- the far end's side ----
-  void Arrive(const std::string& bytes, Micros when) { arriving_.push_back({when, bytes}); }
+  void Arrive(std::string_view bytes, Micros when) { arriving_.push_back({when, std::string(bytes)}); }
   void Stick(Micros until) { stuck_until_ = until; }
 
-  // ---- the daemon's side, at a time of its own ----
+  // ---- the driver's side ----
   int Queued(Micros now) const;
   std::string Read(size_t most, Micros now);
   void DropInput(Micros now);
   bool TakesBytes(Micros now) const { return now >= stuck_until_; }
-  // Returns when the port has sent them all.
-  Micros Write(const std::string& bytes, Micros now);
+  void Write(std::string_view bytes, Micros now);
   Micros drained_at() const { return drained_at_; }
-  // Bytes that have not left the port yet.
   size_t Unsent(Micros now) const;
 
   termios settings = {};
@@ -45,4 +48,4 @@ class Line {
   Micros drained_at_ = 0;
 };
 
-}  // namespace years
+}  // namespace memory_board
