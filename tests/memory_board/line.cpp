@@ -56,8 +56,7 @@ void Line::DropInput(Micros now) {
 }
 
 size_t Line::Unsent(Micros now) const {
-  return now >= drained_at_ ? 0
-                           : (drained_at_ - now) * BitsPerSecond(settings) / kBitsPerByte / kSecond + 1;
+  return now >= drained_at_ ? 0 : (drained_at_ - now) * BitsPerSecond(settings) / kBitsPerByte / kSecond + 1;
 }
 
 void Line::Write(std::string_view bytes, Micros now) {
