@@ -1,7 +1,7 @@
 // The worked examples of docs/serial.md, line by line through the decoder.
 #include <gtest/gtest.h>
 
-#include "document_examples.h"
+#include "../document_examples.h"
 #include "plain_words.h"
 #include "protocol/json_text.h"
 #include "serial_decoder.h"

@@ -50,6 +50,13 @@ TEST(BeaconText, IdentityReplies) {
   }
 }
 
+TEST(BeaconText, ValuesThatTheModuleTakes) {
+  std::string taken;
+  for (int ms = -1; ms < 2000; ++ms) taken += IsBeaconPeriod(ms) ? std::to_string(ms) + " " : "";
+  for (int dbm = -100; dbm < 100; ++dbm) taken += IsBeaconSendPower(dbm) ? std::to_string(dbm) + " " : "";
+  EXPECT_EQ("100 200 330 500 1000 -23 -6 -5 0 4 12 15 18 ", taken);
+}
+
 class BeaconTest : public BoardTest {
  protected:
   void SetUp() override {
@@ -179,6 +186,7 @@ TEST_F(BoardTest, BeaconWithoutAPort) {
   EXPECT_TRUE(Fake().Logged(3, "ERR:TTY_SetParity fail errnum : 1"));
   EXPECT_EQ(3u, Register(kPinMux + 0xC0));
   EXPECT_EQ(3u, Register(kPinMux + 0xC8));
+  EXPECT_EQ(2, OpenDescriptors("dev/mem")) << "the serial driver's two, none of its own";
   using B = BlueTooth&;
   const std::pair<const char*, Operation> rows[] = {
       {"2 send tty uuid : DTM:UID|3 SetUUID Send Data failed 0|", [](B b) { return b.SetUUID(kUuid); }},

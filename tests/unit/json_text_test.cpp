@@ -19,6 +19,12 @@ TEST(JsonText, WritesWhatTheLibraryWrites) {
   }
 }
 
+TEST(JsonText, KeepsComments) {
+  Json::Value document;
+  ASSERT_TRUE(ParseJson("// before\n{\"a\":1}", document));
+  EXPECT_EQ(StyledText(document), "\n// before\n{\n\t\"a\" : 1\n}\n");
+}
+
 TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
   struct Row {
     const char* name;

@@ -40,7 +40,11 @@ TEST_F(LedTest, ColoursWithAndWithoutABoard) {
       EXPECT_EQ(row.pattern, led_->DataRegister()) << row.color;
     }
   }
-  EXPECT_EQ(24u, Register(kLedGpio + 0x3FC));
+  std::filesystem::rename("dev/mem", "dev/gone");
+  led_->GPIO_Init();  // what was mapped stays
+  led_->OpenLed(2);
+  std::filesystem::rename("dev/gone", "dev/mem");
+  EXPECT_EQ(16u, Register(kLedGpio + 0x3FC));
 }
 
 }  // namespace

@@ -97,6 +97,15 @@ class BoardTest : public testing::Test {
     close(fd);
     return value;
   }
+  // How often this process has a file open.
+  static int OpenDescriptors(const char* path) {
+    int count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+      std::error_code closed;
+      count += std::filesystem::equivalent(entry, path, closed) ? 1 : 0;
+    }
+    return count;
+  }
   static void SetRegister(off_t address, uint32_t value) {
     const int fd = open("dev/mem", O_RDWR);
     EXPECT_EQ(4, pwrite(fd, &value, sizeof value, address));

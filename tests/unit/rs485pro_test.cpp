@@ -137,6 +137,17 @@ TEST(Rs485Cfg, Refused) {
   EXPECT_TRUE(Fake().Logged(3, "No Such Rs485Cfg Name"));
 }
 
+TEST(Rs485Cfg, NamesCompareAsTexts) {
+  const char *const a = "a", *const b = "b", *const none = nullptr;
+  EXPECT_EQ(Rs485ProBuild::CompareName(&a, &a), 0);
+  EXPECT_LT(Rs485ProBuild::CompareName(&a, &b), 0);
+  EXPECT_GT(Rs485ProBuild::CompareName(&b, &a), 0);
+  for (const char* const* missing : {&none, static_cast<const char* const*>(nullptr)}) {
+    EXPECT_EQ(Rs485ProBuild::CompareName(missing, &a), -1);
+    EXPECT_EQ(Rs485ProBuild::CompareName(&a, missing), -1);
+  }
+}
+
 TEST(Rs485Cfg, SettingsOutliveTheListThatNamedThem) {
   Rs485ProBuild builder;
   ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"checkbegin":0},{"checkend":3},{"header":"BB88"})")));

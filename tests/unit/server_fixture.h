@@ -99,6 +99,25 @@ class ServerTest : public BoardTest {
   std::string TakeBeacon() { return TakeAll("dev/ttyAMA1", beacon_); }
   std::string TakeExternal() { return TakeAll("dev/ttyAMA2", external_); }
 
+  // The beacon module takes every command from now on, and knows its identity.
+  void AnswerAsModule() {
+    Fake().on_sleep = [this](unsigned) {
+      std::string heard = TakeBeacon();
+      told_ += heard;
+      for (size_t end; (end = heard.find("\r\n")) != std::string::npos; heard.erase(0, end + 2)) {
+        const std::string command = heard.substr(0, end);
+        if (command.compare(0, 10, "DTM:UID-0x") == 0) identity_[0] = command.substr(10);
+        if (command.compare(0, 10, "DTM:MAJ-0x") == 0) identity_[1] = command.substr(10);
+        if (command.compare(0, 10, "DTM:MIN-0x") == 0) identity_[2] = command.substr(10);
+        beacon_.Say(command != "DTM:INF" ? "MTD:OK\r\n"
+                                         : "MTD:UID-0x" + identity_[0] + "\r\nMTD:MAJ-0x" + identity_[1] +
+                                               "\r\nMTD:MIN-0x" + identity_[2] + "\r\nMTD:MEA--55\r\n");
+      }
+    };
+  }
+  std::string told_;  // what the module was told
+  std::string identity_[3] = {"464143544F52592D4944454E54495459", "0001", "0002"};
+
   PtyLine beacon_{TTY_DEV_UART1};
   PtyLine external_{TTY_DEV_UART2};
 

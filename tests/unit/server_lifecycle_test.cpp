@@ -42,6 +42,9 @@ TEST_F(ServerTest, FreshStoreReceivesTheDefaultsUnderTheirExactKeys) {
   }
   expected["device_controled_log_value"] = "\t{\t\t\"log_index\" : 0\t}";
   EXPECT_EQ(Fake().store, expected);
+  EXPECT_EQ(Fake().store[KeyOf(kDevPos)], std::string("\t{\t\t\"pos\" : 0\t}", 16)) << "its NUL counted";
+  EXPECT_EQ(Fake().store[KeyOf(kDeviceTtyio)].size(), 90u);
+  for (const int none : {-1, kNoDefault}) EXPECT_EQ(DefaultDocument(none), "") << none;
 }
 
 TEST_F(ServerTest, StartsWithoutStoreAndShowsTheDefaultColor) {
@@ -128,8 +131,10 @@ TEST_F(ServerTest, HandlersDropWhatTheyCannotRead) {
     for (const char* type : {kBusBroadlistenMessage, kHttpBroadcastMessageRoot}) {
       for (const std::string& text : {std::string("{"), std::string(), deep}) {
         Fake().log.clear();
+        Fake().sent.clear();
         Fake().Deliver(type, text);
         EXPECT_TRUE(Fake().Logged(3, "OnDpListenMessage Data is not Json")) << type << text.substr(0, 9);
+        EXPECT_TRUE(Fake().sent.empty()) << type << text.substr(0, 9);
       }
     }
     for (const char* text : {"[1]", "7", R"({"type":{}})", R"({"type":"set_ttyio_halt","body":{"halt":"x"}})"}) {

@@ -1,4 +1,5 @@
 // The request envelope, the configuration commands and external control.
+#include <ctime>
 #include <sstream>
 
 #include "server_fixture.h"
@@ -81,7 +82,7 @@ TEST_F(ServerTest, StoresTheStyledBodyUnderItsKeyOrTellsTheFailure) {
   const auto set = [&](const Row& row) {
     return Request(std::string("{\"type\":\"") + row.set + "\",\"body\":" + row.body + "}")["state"].asInt();
   };
-  Fake().on_sleep = [&](unsigned) { beacon_.Say("MTD:OK\r\n"); };  // the module accepts everything
+  AnswerAsModule();
   Run([&] {
     for (const Row& row : rows) {
       EXPECT_EQ(set(row), 200) << row.set;
@@ -102,23 +103,15 @@ TEST_F(ServerTest, StoresTheStyledBodyUnderItsKeyOrTellsTheFailure) {
   });
 }
 
-TEST_F(ServerTest, AnswersReadingsWithDefaults) {
-  const std::pair<const char*, const StoredDocument*> rows[] = {
-      {"get_ibc_name", &kIbcName}, {"get_ibc_conntime", &kIbcConntime}, {"get_ibc_broper", &kIbcBroper},
-      {"get_ibc_id", &kIbcId},     {"get_ibc_pow", &kIbcPower},         {"get_ibc_txp", &kIbcTxpower}};
+TEST_F(ServerTest, UnreadableDocumentsAreReplaced) {
   Run([&] {
-    for (const auto& [name, stored] : rows) {
-      const Json::Value reply = Request(std::string("{\"type\":\"") + name + "\"}");
-      EXPECT_EQ(reply["body"], Parsed(std::string(DefaultDocument(stored->default_index)))) << name;
-      EXPECT_EQ(Fake().store[KeyOf(*stored)], DefaultOf(*stored)) << name;
-    }
     const Json::Value reserve = Request(R"({"type":"get_parking_reserve_cfg"})");
     EXPECT_EQ(reserve["body"]["reservecfg"]["reserve"][0]["endsec"].asInt(), 30) << "answered";
     EXPECT_EQ(Fake().store.count(KeyOf(kParkingReserve)), 0u) << "but never stored";
     EXPECT_TRUE(Fake().Logged(3, "Default Cfg is Error Json : bus_parking_reserve_cfg_value"));
     Fake().store[KeyOf(kDevPos)] = "abc";
     EXPECT_EQ(Request(R"({"type":"get_dev_pos"})")["body"]["pos"].asInt(), 0);
-    EXPECT_EQ(Fake().store[KeyOf(kDevPos)], DefaultOf(kDevPos)) << "an unreadable document is replaced";
+    EXPECT_EQ(Fake().store[KeyOf(kDevPos)], DefaultOf(kDevPos));
   });
 }
 
@@ -145,16 +138,16 @@ TEST_F(ServerTest, BodiesOfTheWrongType) {
   // The states for a list, a number, a text, null and none; null is an empty object.
   const std::pair<const char*, const char*> rows[] = {
       {"404 404 404 200 200 ", "set_parking_color_cfg set_ctr_mdl set_ibc_name set_ibc_pow set_bt cmd"},
-      {"404 404 404 404 404 ", "set_ibc_broper set_ibc_txp set_rs485pro_cfg set_dev_led get_bt"},
+      {"404 404 404 404 404 ", "set_ibc_broper set_ibc_txp set_rs485pro_cfg set_dev_led"},
       // Stored as they are, the component staying with its defaults or with what it had; or not read.
       {"200 200 200 200 200 ",
        "set_ttyio_cfg set_parking_reserve_cfg set_enc_cfg set_dev_pos set_ext_ttyio_cfg check_dev set_ibc_conntime "
-       "set_ibc_id reset_ibc get_ibc_mac get_ttyio_cfg get_ext_ttyio_cfg get_rs485pro_cfg get_parking_color_cfg "
+       "set_ibc_id reset_ibc get_ibc_mac get_bt get_ttyio_cfg get_ext_ttyio_cfg get_rs485pro_cfg get_parking_color_cfg "
        "get_parking_reserve_cfg get_enc_cfg get_ctr_mdl get_dev_pos get_ibc_name get_ibc_conntime get_ibc_broper "
        "get_ibc_id get_ibc_pow get_ibc_txp get_frame_status get_net_status get_device_frame_status "
        "quary_controled_log"},
   };
-  Fake().on_sleep = [&](unsigned) { beacon_.Say("MTD:OK\r\n"); };  // the module accepts everything
+  AnswerAsModule();
   Run([&] {
     for (const auto& [expected, commands] : rows) {
       std::istringstream names(commands);
@@ -175,17 +168,8 @@ TEST_F(ServerTest, ActionsAndLiveState) {
     EXPECT_EQ(Request(R"({"type":"cmd","body":{"cmdline":"reboot now"}})")["state"].asInt(), 200);
     EXPECT_EQ(Request(R"({"type":"cmd"})")["state"].asInt(), 200);
     EXPECT_EQ(Fake().shell, (std::vector<std::string>{"reboot now", ""}));
-    for (const char* name : {"set_ibc_conntime", "set_ibc_id", "get_ibc_mac", "reset_ibc"}) {
-      const auto before = Fake().store;
-      const Json::Value reply = Request(std::string("{\"type\":\"") + name + R"(","body":{"id":1}})");
-      EXPECT_EQ(reply["state"].asInt(), 200) << name;
-      EXPECT_FALSE(reply.isMember("body")) << name;
-      EXPECT_EQ(Fake().store, before) << name;
-    }
     const Json::Value beacon = Request(R"({"type":"get_bt"})");
     EXPECT_EQ(beacon["body"], Parsed(R"({"uuid":"","major":0,"minor":0})")) << "filled although nothing answers";
-    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
-    EXPECT_EQ(Request(R"({"type":"get_device_frame_status"})")["body"], Parsed(R"({"frame_status":1,"led_color":0})"));
   });
 }
 
@@ -217,7 +201,14 @@ TEST_F(ServerTest, DeviceCheckHoldsTheLedForItsTime) {
 }
 
 TEST_F(ServerTest, DirectControlAndTheWayBack) {
+  Fake().store[KeyOf(kDevCtrlMdl)] = R"({"model":1})";
   Run([&] {
+    EXPECT_EQ(LedRegister(), 8u) << "the first colour is shown all the same";
+    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
+    EXPECT_EQ(LedRegister(), 8u);
+    Request(R"({"type":"set_ctr_mdl","body":{"model":0}})");
+    EXPECT_EQ(Request(R"({"type":"set_dev_led","body":{"led":6}})")["state"].asInt(), 404);
+    EXPECT_EQ(LedRegister(), 4u);
     Request(R"({"type":"set_ctr_mdl","body":{"model":1}})");
     Fake().sent.clear();
     EXPECT_EQ(Request(R"({"type":"set_dev_led","body":{"led":6}})")["state"].asInt(), 200);
@@ -238,31 +229,40 @@ TEST_F(ServerTest, DirectControlAndTheWayBack) {
 }
 
 TEST_F(ServerTest, ExternalControlIsRefusedRecordedAndAdmitted) {
-  const char* const command = R"({"type":"external_control_framestatus","body":{"ip":"10.0.0.9","frame_status":2}})";
-  const auto log = [&] { return Request(R"({"type":"quary_controled_log"})")["body"]; };
+  const auto command = [&](const std::string& body) {
+    const auto text = R"({"type":"external_control_framestatus","body":)" + body + "}";
+    return Request(text, kBusExtRequestMessage)["state"].asInt();
+  };
+  const auto log = [&] { return Request(R"({"type":"quary_controled_log"})")["body"]["logs"]; };
+  const auto now = [] {
+    char text[32];
+    const time_t seconds = time(nullptr);
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", localtime(&seconds));
+    return std::string(text);
+  };
   Run([&] {
-    Json::Value reply = Request(R"({"type":"check_controled_device"})", kBusExtRequestMessage);
-    EXPECT_EQ(reply["state"].asInt(), 405);
-    EXPECT_EQ(reply["error_msg"].asString(), "device don`t open external control");
-    EXPECT_EQ(reply["type"].asString(), "check_controled_device");
-    EXPECT_EQ(Request(command, kBusExtRequestMessage)["state"].asInt(), 405);
-    Request(command, kBusExtRequestMessage);
-    ASSERT_EQ(log()["logs"].size(), 1u) << "recorded although refused, a repeat once";
-    EXPECT_EQ(log()["logs"][0]["log_ip"].asString(), "10.0.0.9");
-    EXPECT_EQ(log()["logs"][0]["log_msg"].asString(), "external_control");
-    EXPECT_EQ(log()["logs"][0]["log_time"].asString().size(), strlen("2026-01-31 08:05:09"));
+    const std::string before = now();
+    EXPECT_EQ(command(R"({"ip":"192.168.1.100","frame_status":0})"), 405);
+    EXPECT_EQ(log().size(), 1u) << "the first command of all is an event";
+    const std::string recorded = log()[0]["log_time"].asString();
+    EXPECT_TRUE(before <= recorded && recorded <= now() && recorded.size() == before.size()) << recorded;
+    for (int repeat = 0; repeat < 2; ++repeat) EXPECT_EQ(command(R"({"ip":"10.0.0.9","frame_status":2})"), 405);
+    ASSERT_EQ(log().size(), 2u) << "recorded although refused, a repeat once";
+    EXPECT_EQ(log()[1]["log_ip"].asString(), "10.0.0.9");
     EXPECT_EQ(LedRegister(), 8u);
     Request(R"({"type":"set_parking_color_cfg","body":{"externalcontrol_enable":1,
                 "parkingledcolorcfg":{"parkingretainledcolor":2}}})");
     EXPECT_EQ(LedRegister(), 16u) << "the state that the refused command left";
-    EXPECT_EQ(Request(R"({"type":"check_controled_device"})", kBusExtRequestMessage)["state"].asInt(), 200);
     Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
     EXPECT_EQ(LedRegister(), 16u) << "results do not show";
     for (const char* body : {R"({"ip":{},"frame_status":1})", R"({"ip":"x","frame_status":"y"})", "[]"}) {
-      const auto text = std::string(R"({"type":"external_control_framestatus","body":)") + body + "}";
-      EXPECT_EQ(Request(text, kBusExtRequestMessage)["state"].asInt(), 404) << body;
+      EXPECT_EQ(command(body), 404) << body;
     }
-    EXPECT_EQ(log()["logs"].size(), 1u);
+    for (const int state : {4, -1}) {
+      EXPECT_EQ(command(R"({"ip":"a","frame_status":)" + std::to_string(state) + "}"), 200) << state;
+      EXPECT_EQ(LedRegister(), 16u) << "no such state: the colour stays";
+    }
+    EXPECT_EQ(log().size(), 4u) << "one for each address or state that was new and well formed";
   });
 }
 

@@ -32,6 +32,10 @@ TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
   Run([&] {
     EXPECT_EQ(result_writes(occupied), frame);
     EXPECT_EQ(result_writes(Record(repeat)), "") << "a repeat of a triggered result";
+    EXPECT_EQ(result_writes(Record(repeat, {}, Space(1))).size(), frame.size()) << "the spaces behind it go out";
+    const char* const refused = R"({"type":"set_rs485pro_cfg","body":{"pro_cfg":[{"header":"AA"},{"no such":1}]}})";
+    EXPECT_EQ(Request(refused)["state"].asInt(), 404);
+    EXPECT_EQ(result_writes(occupied), frame) << "nothing of a refused list stays";
     configure(R"({"proto":7,"f_ena":1})");
     EXPECT_EQ(result_writes(occupied), frame) << "an unknown protocol: the configurable frame alone";
     configure(R"({"proto":255})");
@@ -39,6 +43,8 @@ TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
     configure(R"({"proto":1,"frame1_addr":5,"frame2_addr":6,"frame3_addr":7})");
     EXPECT_EQ(result_writes(Record(Space(1), {}, Space(0))),
               Bytes({0xAA, 4, 5, 1, 0xAA, 0x55}) + Bytes({0xAA, 4, 7, 2, 0xAB, 0x55}));
+    configure(R"({"proto":0,"r_ena":1,"r_addr":3})");
+    EXPECT_EQ(result_writes(occupied), Bytes({0xAA, 3, 0x17, 1, '0', 0x8C})) << "a display has the line to itself";
     configure(R"({"proto":0,"f_ena":1,"f_addr":1,"l_ena":1,"l_addr":2})");
     const std::string displays = Bytes({0xAA, 1, 0x17, 1, '1', 0x8F}) + Bytes({0xAA, 2, 0x17, 1, '0', 0x8D});
     EXPECT_EQ(result_writes(Record(Space(0))), displays) << "own free spaces in front, nothing on the left";
@@ -118,20 +124,22 @@ TEST_F(ServerTest, TellsTheBeaconItsSettingsAtStart) {
     EXPECT_EQ(TakeBeacon(), "DTM:NAM-gate 7\r\n");
     Request(R"({"type":"set_bt","body":{"uuid":"short","major":70000}})");
     EXPECT_EQ(TakeBeacon(), "DTM:UID-0x73686F72740000000000000000000000\r\nDTM:MAJ-0x1170\r\nDTM:INF\r\n");
+    Request(R"({"type":"set_bt","body":{"uuid":"0123456789abcdef and more","minor":1}})");
+    EXPECT_EQ(TakeBeacon(), "DTM:UID-0x30313233343536373839616263646566\r\nDTM:MIN-0x0001\r\nDTM:INF\r\n");
     EXPECT_EQ(Parsed(Fake().store[KeyOf(kSysBlueTooth)]), Parsed(R"({"uuid":"","major":0,"minor":0})"));
   });
 }
 
 TEST_F(ServerTest, NeighboursCountUntilTheyFallSilent) {
   Run([&] {
-    Fake().Deliver(kAvsParkRectChange, Record(Space(0)));
-    Fake().Deliver(kBusNetPush, Push(0x0A01A8C0, 1, 3, 2));
-    Json::Value counts = Request(R"({"type":"get_net_status"})")["body"];
-    EXPECT_EQ(counts["l_frees"].asUInt(), 2u);
-    EXPECT_EQ(counts["totle"].asUInt(), 4u);
+    Fake().Deliver(kAvsParkRectChange, Record(Space(0), Space(1)));
+    for (uint32_t pos = 0; pos < 4; ++pos) Fake().Deliver(kBusNetPush, Push(100 + pos, pos, 20 + 10 * pos, 3 + pos));
+    EXPECT_EQ(Request(R"({"type":"get_net_status"})")["body"],
+              Parsed(R"({"totle":142,"free":19,"n_totles":22,"n_frees":4,"l_totles":30,"l_frees":4,
+                         "r_totles":40,"r_frees":5,"f_totles":50,"f_frees":6})"));
     Fake().Advance(150000);
-    counts = Request(R"({"type":"get_net_status"})")["body"];
-    EXPECT_EQ(counts["totle"].asUInt(), 1u) << "this device's own push keeps it alive";
+    EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"], Parsed(R"({"totle":2,"free":1})"))
+        << "this device's own push keeps it alive";
   });
 }
 

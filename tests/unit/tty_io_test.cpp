@@ -2,6 +2,7 @@
 
 #include <boost/shared_ptr.hpp>
 #include <cstring>
+#include <thread>
 
 #include "pty_line.h"
 
@@ -39,6 +40,16 @@ TEST(LineSettings, GoldenValues) {
   }
 }
 
+TEST(LineSettings, Speeds) {
+  const std::pair<int, tcflag_t> rows[] = {{300, B300},   {1200, B1200},   {2400, B2400},   {4800, B4800},
+                                           {9600, B9600}, {19200, B19200}, {38400, B38400}, {115200, B115200}};
+  for (const auto& [baudrate, code] : rows) {
+    termios settings;
+    EXPECT_EQ(0, BuildLineSettings(8, 0, 1, baudrate, settings));
+    EXPECT_EQ(code, settings.c_cflag & CBAUD) << baudrate;
+  }
+}
+
 class TtyTest : public BoardTest {
  protected:
   void Open() {
@@ -52,16 +63,20 @@ class TtyTest : public BoardTest {
 };
 
 TEST_F(TtyTest, RoutesThePinsOfAllPortsAndLeavesThePortAsFound) {
-  const tcflag_t found = line_.Settings().c_iflag;
+  const termios found = line_.Settings();
   MakeMemoryDevice(kPinMux);
   Open();  // with a memory device too short to map
   MakeMemoryDevice();
   Open();
   EXPECT_EQ(3u, Register(kPinMux + 0xCC));
   EXPECT_EQ(3u, Register(kPinMux + 0xD0));
-  ASSERT_NE(found, line_.Settings().c_iflag);
+  ASSERT_NE(found.c_cflag, line_.Settings().c_cflag);
+  line_.Say("at the old speed");
+  EXPECT_EQ(0, tty_->TTY_SetParity(8, 0, 1, 1200));
+  EXPECT_EQ(0, line_.Queued());
   tty_->TTY_Clean();
-  EXPECT_EQ(found, line_.Settings().c_iflag);
+  EXPECT_EQ(found.c_cflag, line_.Settings().c_cflag);
+  EXPECT_EQ(found.c_iflag, line_.Settings().c_iflag);
 }
 
 TEST_F(TtyTest, ReceivesUntilAGapOrTheLimit) {
@@ -73,8 +88,9 @@ TEST_F(TtyTest, ReceivesUntilAGapOrTheLimit) {
     if (Fake().shell.size() == 1) line_.Say("second");
   };
   line_.Say("first ");
-  EXPECT_EQ(12, tty_->TTY_Recvn(buf_, 1024));
-  EXPECT_STREQ("first second", buf_);
+  EXPECT_EQ(9, tty_->TTY_Recvn(buf_, 9));
+  EXPECT_STREQ("first sec", buf_);
+  EXPECT_EQ(3, tty_->TTY_Recvn(buf_, 1024));
   EXPECT_EQ((std::vector<std::string>{"sleep 30000", "sleep 30000"}), Fake().shell);
 
   line_.Say("abcdefgh");
@@ -106,6 +122,17 @@ TEST_F(TtyTest, SendingDropsStaleInputOnlyWhenAskedTo) {
   EXPECT_EQ(frame + frame, line_.Heard(14));
   EXPECT_EQ(0, tty_->TTY_SendnNB(frame.data(), 0));
   EXPECT_TRUE(Fake().Logged(1, "SEND bytes : 0"));
+}
+
+TEST_F(TtyTest, SendsMoreThanTheLineTakesAtOnce) {
+  Open();
+  std::string sent;
+  for (int i = 0; i < 100000; ++i) sent += static_cast<char>(i % 251);
+  std::string heard;
+  std::thread far_end([&] { heard = line_.Heard(sent.size()); });
+  EXPECT_EQ(100000, tty_->TTY_SendnNB(sent.data(), 100000));
+  far_end.join();
+  EXPECT_EQ(sent, heard);
 }
 
 TEST_F(TtyTest, CleanNeverClosesStandardInput) {

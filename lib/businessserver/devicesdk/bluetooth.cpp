@@ -63,12 +63,11 @@ BlueTooth::~BlueTooth() {
 }
 
 int BlueTooth::Uart1_Init() {
-  memory_fd_ = OpenMemoryDevice();
-  if (memory_fd_ < 0) return Refuse("open /dev/mem failed");
-  pin_mux_.Map(memory_fd_, kPinMuxBlock);
+  const int memory_fd = OpenMemoryDevice();
+  if (memory_fd < 0) return Refuse("open /dev/mem failed");
+  pin_mux_.Map(memory_fd, kPinMuxBlock);
   pin_mux_.WriteEach(kPinMuxOfBeaconPort, kPinIsSerial);
-  close(memory_fd_);
-  memory_fd_ = -1;
+  close(memory_fd);
 
   tty_->TTY_Ready(TTY_DEV_UART1);  // a failure shows in the next line
   const int code = tty_->TTY_SetParity(8, 0, 1, 115200);

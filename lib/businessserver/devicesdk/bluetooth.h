@@ -55,7 +55,6 @@ class BlueTooth : public boost::enable_shared_from_this<BlueTooth> {
   bool AwaitReply(std::string_view beginning, BeaconText& reply);
   std::string_view Receive(BeaconText& reply);
 
-  int memory_fd_ = -1;  // open during Uart1_Init only
   RegisterBlock pin_mux_;
   boost::shared_ptr<TtyioControl> tty_;
 };

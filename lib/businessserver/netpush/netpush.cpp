@@ -57,10 +57,8 @@ void NetPush::SetDataCallback(BusinessServer* context, DataCallback callback) {
 }
 
 void NetPush::Start(unsigned period_ms, lxconn::EVT_LOOP* loop) {
-  check_period_ms_ = period_ms;
-  loop_ = loop;
-  check_timer_.Init(loop_, CheckNetList, this);
-  check_timer_.Start(0, check_period_ms_);
+  check_timer_.Init(loop, CheckNetList, this);
+  check_timer_.Start(0, period_ms);
 }
 
 int NetPush::CheckNetList(int, short, const void* self) {

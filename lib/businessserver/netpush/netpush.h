@@ -68,8 +68,6 @@ class NetPush : public boost::enable_shared_from_this<NetPush> {
 
  private:
   BusinessServer* context_ = nullptr;
-  uint32_t check_period_ms_ = 70000;
-  lxconn::EVT_LOOP* loop_ = nullptr;
   lxconn::EVT_TIMER check_timer_;
   FrameDetailInfos counts_ = {};
   bool full_ = false;  // said once

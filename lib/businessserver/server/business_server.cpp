@@ -40,9 +40,6 @@ BusinessServer::~BusinessServer() {
 }
 
 void BusinessServer::ConstInit() {
-  const bool device_check = led_.device_check;
-  led_ = Led();
-  led_.device_check = device_check;
   last_control_event_[kLogIp] = kDefaultLogIp;
   last_control_event_[kFrameStatus] = kNoFrameStatus;
   last_control_event_[kLogMsg] = kExternalControl;

@@ -1,10 +1,15 @@
 // The fenced blocks of a page in docs/, in their order: "```json reply" is a block of kind "reply".
 #pragma once
 
+#include <json/value.h>
+
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
+
+#include "protocol/json_text.h"
 
 struct DocumentExample {
   std::string place;  // "messages.md:42, Line settings"
@@ -40,4 +45,28 @@ inline std::vector<DocumentExample> DocumentExamples(const std::string& page) {
     }
   }
   return examples;
+}
+
+// Whether what came is what the page shows; "<...>" on the page stands for a value that varies.
+inline bool Same(const Json::Value& shown, const Json::Value& came) {
+  if (shown.isString() && shown.asString()[0] == '<') return !came.isNull();
+  if (shown.type() != came.type() || shown.size() != came.size()) return false;
+  if (shown.isObject()) {
+    const auto names = shown.getMemberNames();
+    return std::all_of(names.begin(), names.end(),
+                       [&](const std::string& name) { return came.isMember(name) && Same(shown[name], came[name]); });
+  }
+  for (Json::ArrayIndex i = 0; shown.isArray() && i < shown.size(); ++i) {
+    if (!Same(shown[i], came[i])) return false;
+  }
+  return shown.isArray() || shown == came;
+}
+
+inline bool Same(const std::string& shown, const std::string& came) {
+  if (shown == "<" + std::to_string(came.size()) + " bytes>") return true;
+  Json::Value shown_document;
+  Json::Value came_document;
+  if (!businessserver::ParseJson(shown, shown_document) || !businessserver::ParseJson(came, came_document))
+    return false;
+  return Same(shown_document, came_document);
 }
