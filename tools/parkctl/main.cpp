@@ -91,7 +91,7 @@ void AddResult(CLI::App& app, Action& action, const Ports& ports) {
       "Examples:\n"
       "  parkctl result --space 1 --occupied --plate 京A12345 --space 2 --free\n"
       "  parkctl result --space 3 --status alarm --occupy-line 1 --change\n"
-      "Status 0: somebody takes it, perhaps only a watcher. \"parkctl latest\" shows what the daemon took.");
+      "It then asks the daemon what it shows and what it forwarded.");
   command->callback([command, rows, options, &action, &ports] {
     options->spaces = InOrder(*command, rows);
     options->bus_port = ports.bus;
@@ -112,8 +112,7 @@ void AddPush(CLI::App& app, Action& action, const Ports& ports) {
   command->footer(
       "Example:\n"
       "  parkctl push --from 192.168.1.20 --total 3 --free 2 --position left --device 192.168.1.31:2:1\n"
-      "Status 0: somebody takes it, perhaps only a watcher. \"parkctl request get_net_status\" shows what the daemon "
-      "took.");
+      "It then asks the daemon what it counts, by position.");
   command->callback([options, &action, &ports] {
     options->bus_port = ports.bus;
     action = [options] { return parkctl::SendPush(*options); };

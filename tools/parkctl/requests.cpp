@@ -1,7 +1,5 @@
 #include "requests.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <iostream>
 
@@ -67,13 +65,6 @@ bool IsSound(const RequestOptions& options, const Json::Value& request) {
   return SayFaults({{bs::kType, words::Printable(fault)}});
 }
 
-std::string RequestText(const Json::Value& document) {
-  Json::StreamWriterBuilder builder;  // short: the device takes no long requests
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, document);
-}
-
 // State and text of the reply on standard error, its body on standard output: the body can go straight into a file.
 int ShowReply(const std::string& reply, const RequestOptions& options, size_t request_size) {
   bs::LX_Parking_Result_Param record;
@@ -119,7 +110,7 @@ std::vector<std::string> CommandNames(const std::string& message_type) {
 int RunRequest(const RequestOptions& options) {
   const Json::Value document = RequestDocument(options);
   if (!options.force && !IsSound(options, document)) return kMisused;
-  const std::string request = RequestText(document);
+  const std::string request = words::CompactText(document);  // short: the device takes no long requests
   std::string reply;
   const int status = Ask(options, request, reply);
   if (status != kDone) return status;
@@ -140,7 +131,7 @@ int RunLatest(const LatestOptions& options) {
   if (!options.json) return RunRequest(request);
 
   std::string reply;
-  const int status = Ask(request, RequestText(RequestDocument(request)), reply);
+  const int status = Ask(request, words::CompactText(RequestDocument(request)), reply);
   if (status != kDone) return status;
   bs::LX_Parking_Result_Param record;
   std::string problem;
