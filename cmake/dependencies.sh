@@ -16,7 +16,7 @@ packages_build=(
   libjsoncpp-dev libboost-dev libmosquitto-dev libssl-dev libhiredis-dev libevent-dev libspdlog-dev libsodium-dev libsystemd-dev
   libcli11-dev libvalijson-dev libncurses-dev libgtest-dev
 )
-packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc)
+packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc iproute2)
 packages_test=(
   git openssl clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
   dpkg-dev file systemd python3-jsonschema python3-yaml chromium
@@ -26,7 +26,7 @@ packages_arm=(g++-arm-linux-gnueabihf qemu-user)
 
 reason_build="the compiler and the libraries that the programs are built with"
 reason_page="what the web page is built with"
-reason_run="the broker, the store and their command-line clients, and killall"
+reason_run="the broker, the store and their command-line clients, killall, and what arranges networks"
 reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer, what makes and checks the package, the second validator, a browser"
 reason_bench="the micro-benchmark library, the profiler, and what the Python handler is written with"
 reason_arm="the cross-compiler for the 32-bit board and its emulator"
