@@ -4,6 +4,7 @@
 #include <cstring>
 #include <ctime>
 #include <exception>
+#include <fstream>
 #include <random>
 #include <string>
 #include <vector>
@@ -79,6 +80,7 @@ int main(int argc, char** argv) {
   start.version = PARK_RELAY_VERSION;
   start.since = std::time(nullptr);
   start.seed = random();
+  std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), start.boot);
   int status = 1;
   try {
     lxlogging::CLxLogStream(lxlogging::kLifecycle, kLogSource, __LINE__, 0)

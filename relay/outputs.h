@@ -12,8 +12,8 @@
 
 namespace relay {
 
-// Places of the relay's own in the device's store.
-enum class StoreKey { kMembership, kChange };
+// Places of the relay's own in the device's store. The second is the first, read on another's behalf.
+enum class StoreKey { kMembership, kMembershipAsked, kChange };
 
 // The answers of a store.
 enum class Found { kYes, kNo, kUnreachable };
@@ -57,6 +57,10 @@ struct AskDevice {  // BUS_REQUEST_MESSAGE, answered by DeviceAnswered
 struct ReadStore {  // answered by StoreRead
   StoreKey key;
 };
+struct WriteStore {  // answered by StoreWritten
+  StoreKey key;
+  std::string text;  // empty: nothing is to be stored there
+};
 
 struct Say {  // in the log
   int level;
@@ -64,7 +68,7 @@ struct Say {  // in the log
 };
 
 using Output = std::variant<ConnectHub, DisconnectHub, SubscribeHub, UnsubscribeHub, PublishHub, PushCounts, Broadcast,
-                            AllowRequests, AskDevice, ReadStore, Say>;
+                            AllowRequests, AskDevice, ReadStore, WriteStore, Say>;
 
 // A message of the hub; the views end with the call that hands it over.
 struct HubMessage {

@@ -41,7 +41,8 @@ std::string FirstLine(const std::string& path) {
   return line;
 }
 
-std::string_view KeyOf(StoreKey key) { return key == StoreKey::kMembership ? "relay_value" : "relay_change_value"; }
+// Neither counts a NUL.
+std::string_view KeyOf(StoreKey key) { return key == StoreKey::kChange ? "relay_change_value" : "relay_value"; }
 
 }  // namespace
 
@@ -200,6 +201,15 @@ void Program::Do(const ReadStore& read) {
       &text);
   const Found found = result > 0 ? Found::kYes : result == 0 ? Found::kNo : Found::kUnreachable;
   relay_.StoreRead(read.key, found, text, Now());
+}
+
+void Program::Do(const WriteStore& write) {
+  const std::string_view key = KeyOf(write.key);
+  const auto length = static_cast<uint16_t>(key.size());
+  const int result = write.text.empty()
+                         ? Kvdb_DeleteKey(key.data(), length)
+                         : Kvdb_SetKey(key.data(), length, write.text.data(), static_cast<uint32_t>(write.text.size()));
+  relay_.StoreWritten(write.key, result > 0, Now());
 }
 
 void Program::Do(const Say& say) { lxlogging::CLxLogStream(say.level, kLogSource, __LINE__, 0) << say.text; }

@@ -52,6 +52,7 @@ class Program final : private lxconn::HubClient::Listener {
   void Do(const AllowRequests& allow);
   void Do(const AskDevice& ask);
   void Do(const ReadStore& read);
+  void Do(const WriteStore& write);
   void Do(const Say& say);
 
   const std::string password_path_;

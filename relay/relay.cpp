@@ -34,14 +34,33 @@ bool SameNames(const Membership& a, const Membership& b) { return a.site == b.si
 
 }  // namespace
 
-Relay::Relay(Start start, Milliseconds now) : start_(std::move(start)), random_(start_.seed) {
+Relay::Relay(Start start, Milliseconds now) : start_(std::move(start)), random_(start_.seed), guard_(start_.boot) {
   daemon_.heard_at = now;
+  Do(ReadStore{StoreKey::kChange});
   ReadMembership();
 }
 
 void Relay::StoreRead(StoreKey key, Found found, std::string_view text, Milliseconds now) {
-  if (key == StoreKey::kMembership) TakeMembership(found, text, now);
+  switch (key) {
+    case StoreKey::kMembership:
+      TakeMembership(found, text, now);
+      break;
+    case StoreKey::kMembershipAsked:
+      TakeOwnDocument(found, text, now);
+      break;
+    case StoreKey::kChange:
+      TakeStoredChange(found, text, now);
+      break;
+  }
   Turn(now);
+}
+
+void Relay::ReadMembership() {
+  if (guard_.IsAtWork()) {
+    membership_.read_later = true;
+  } else {
+    Do(ReadStore{StoreKey::kMembership});
+  }
 }
 
 void Relay::TakeMembership(Found found, std::string_view text, Milliseconds now) {
@@ -64,13 +83,11 @@ void Relay::TakeMembership(Found found, std::string_view text, Milliseconds now)
 void Relay::Join(const Membership& membership, Milliseconds now) {
   const Membership& before = membership_.in_force;
   const bool same_names = SameNames(before, membership);
-  if (before.remote != membership.remote) Do(AllowRequests{membership.remote != Remote::kOff});
-  if (same_names && SameHub(before, membership)) {
-    membership_.in_force = membership;
-    return;
-  }
-  LeaveHub(!same_names);
+  const bool same_hub = SameHub(before, membership);
+  if (!same_names || !same_hub) LeaveHub(!same_names);
   membership_.in_force = membership;
+  AllowOrForbidRequests();
+  if (same_names && same_hub) return;
   if (!same_names) {
     plan_.state = PlanState::kNone;
     TakePlan(std::nullopt, now);
@@ -105,6 +122,7 @@ void Relay::LeaveHub(bool names_change) {
   hub_.try_at = kNever;
   hub_.zone_filters.clear();
   requests_.Forget();
+  guard_requesters_.clear();
   settling_ = {};
   said_ = {};
 }
@@ -141,6 +159,7 @@ void Relay::HubDown(Milliseconds now) {
   hub_.try_at = std::max(from + pause + random_() % pause, now + kLeastPause);
   hub_.zone_filters.clear();
   requests_.Forget();
+  guard_requesters_.clear();
   // What was heard of the kept counts so far is no sum. The next connection brings the rest, or time takes these too.
   settling_.acknowledgements = settling_.waiting ? 1 : 0;
   if (settling_.waiting) settling_.until = now + bs::kCountsGoodSeconds * Milliseconds{1000};
@@ -197,6 +216,7 @@ void Relay::Turn(Milliseconds now) {
   counts_.Age(now);
   WakeAt(counts_.NextAging());
   TurnDaemon(now);
+  TurnGuard(now);
   TurnHub(now);
   TurnRequests(now);
   TurnCounts(now);

@@ -5,7 +5,10 @@
 // Times are milliseconds of a clock that is never set and never runs backwards.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <deque>
+#include <map>
 #include <optional>
 #include <random>
 #include <set>
@@ -15,6 +18,7 @@
 #include <variant>
 #include <vector>
 
+#include "relay/change_guard.h"
 #include "relay/health.h"
 #include "relay/outputs.h"
 #include "relay/own_counts.h"
@@ -29,6 +33,7 @@ struct Start {
   std::string version;  // of the program
   int64_t since = 0;    // Unix time, s
   uint32_t seed = 1;    // of the pauses
+  std::string boot{};   // tells one run of the machine from another
 };
 
 class Relay {
@@ -41,6 +46,7 @@ class Relay {
   void BusHeard(std::string_view type, std::string_view payload, Milliseconds now);
   void DeviceAnswered(uint64_t id, std::string_view payload, Milliseconds now);
   void StoreRead(StoreKey key, Found found, std::string_view text, Milliseconds now);
+  void StoreWritten(StoreKey key, bool done, Milliseconds now);
   void HubUp(Milliseconds now);
   void HubDown(Milliseconds now);
   void HubSubscribed(Milliseconds now);
@@ -64,7 +70,7 @@ class Relay {
   void WakeAt(Milliseconds time) { next_turn_ = std::min(next_turn_, time); }
 
   // ---- relay.cpp: membership and connection ----
-  void ReadMembership() { Do(ReadStore{StoreKey::kMembership}); }
+  void ReadMembership();
   void TakeMembership(Found found, std::string_view text, Milliseconds now);
   void Join(const Membership& membership, Milliseconds now);
   void LeaveHub(bool names_change);
@@ -95,6 +101,23 @@ class Relay {
   void PublishHealth(Milliseconds now);
   void TurnHealth(Milliseconds now);
 
+  // ---- relay_changes.cpp: the relay's own document and changes that are tried ----
+  // A request about the relay's own document, of the site's or of the guard's.
+  struct OwnRequest {
+    std::optional<Requester> requester;
+    std::string type;
+    Json::Value body;
+  };
+  bool TakeOwnRequest(const Requester& requester, std::string_view payload, Milliseconds now);
+  void BeginOwn(OwnRequest own, Milliseconds now);
+  std::optional<OwnRequest> OldestOwn();
+  void EndOwn(const OwnRequest& own, int state, const std::string& error_msg, const Json::Value& body,
+              Milliseconds now);
+  void TakeOwnDocument(Found found, std::string_view text, Milliseconds now);
+  void TakeStoredChange(Found found, std::string_view text, Milliseconds now);
+  void AllowOrForbidRequests();
+  void TurnGuard(Milliseconds now);
+
   const Start start_;
   std::minstd_rand random_;
   std::vector<Output> outputs_;
@@ -104,6 +127,7 @@ class Relay {
     Membership in_force;
     std::string problem;  // said
     Milliseconds read_again = kNever;
+    bool read_later = false;  // when what changes it has been answered
   } membership_;
 
   struct {
@@ -153,6 +177,14 @@ class Relay {
   Pushes pushes_;
   WaitingRequests requests_;
   uint64_t last_request_ = 0;
+  bool requests_allowed_ = false;
+
+  ChangeGuard guard_;
+  Milliseconds read_change_again_ = kNever;
+  uint64_t guard_ask_ = 0;                          // number of its question to the device
+  std::map<uint64_t, Requester> guard_requesters_;  // by token
+  std::deque<OwnRequest> own_requests_;             // in the order in which the store is asked
+
   uint64_t rejected_ = 0;
   Milliseconds say_rejected_ = 0;  // not before
   Milliseconds duplicate_until_ = 0;

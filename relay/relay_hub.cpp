@@ -133,6 +133,7 @@ void Relay::HeardRequest(const HubMessage& message, Milliseconds now) {
     Answer(requester, RefusalText(verdict.state, verdict.error_msg, verdict.type));
     return;
   }
+  if (TakeOwnRequest(requester, message.payload, now)) return;
   if (requests_.IsFull()) {
     Answer(requester, RefusalText(503, "busy", verdict.type));
     return;
@@ -142,7 +143,12 @@ void Relay::HeardRequest(const HubMessage& message, Milliseconds now) {
 }
 
 void Relay::DeviceAnswered(uint64_t id, std::string_view payload, Milliseconds now) {
-  if (const auto requester = requests_.Take(id)) Answer(*requester, std::string(payload));
+  if (id == guard_ask_) {
+    guard_ask_ = 0;
+    guard_.Answered(payload, now);
+  } else if (const auto requester = requests_.Take(id)) {
+    Answer(*requester, std::string(payload));
+  }
   Turn(now);
 }
 

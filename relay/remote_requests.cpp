@@ -1,11 +1,10 @@
 #include "relay/remote_requests.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <utility>
 
 #include "protocol/commands.h"
+#include "relay/change_guard.h"
 
 namespace relay {
 
@@ -15,20 +14,14 @@ Verdict Judge(std::string_view text, Remote remote) {
   std::string type = request[bs::kType].asString();
   if (remote == Remote::kOff) return {403, "remote requests are off", std::move(type)};
   const bool reads = bs::IsReadingName(type);
-  const bool configures = bs::IsConfiguringName(type);
+  const bool configures = bs::IsConfiguringName(type) || ChangeGuard::Takes(type);
   const bool allowed = reads || (remote == Remote::kConfigure && configures);
   if (!allowed) return {403, "not allowed from the site", std::move(type)};
   return {kAllowed, "", std::move(type)};
 }
 
 std::string RefusalText(int state, const std::string& error_msg, const std::string& type) {
-  Json::Value reply;
-  reply[bs::kState] = state;
-  reply[bs::kErrorMsg] = error_msg;
-  reply[bs::kType] = type;
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  return Json::writeString(builder, reply);
+  return ReplyText(type, state, error_msg, Json::Value());
 }
 
 bool IsReplyTopic(std::string_view site, std::string_view topic) {

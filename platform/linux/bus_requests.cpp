@@ -40,16 +40,17 @@ struct BusRequester::Impl final : private platform::MqttLink::Listener {
     mosquitto_lib_init();
     tick.reset(event_new(base->base(), -1, EV_PERSIST, &Impl::OnTick, this));
     event_add(tick.get(), &kTick);
-    link.Connect();
+    Connect();
   }
   virtual ~Impl() {
     link.Close(true);
     mosquitto_lib_cleanup();
   }
 
-  void OnMqttUp() override {
+  // The subscription goes first: a request may follow at once.
+  void Connect() {
     const char* const topic = reply_topic.c_str();
-    link.Subscribe(&topic, 1);
+    if (link.Connect()) link.Subscribe(&topic, 1);
   }
   void OnMqttDown() override {}  // the next tick tries again
   void OnMqttMessage(const mosquitto_message& message, const mosquitto_property* properties) override {
@@ -66,7 +67,7 @@ struct BusRequester::Impl final : private platform::MqttLink::Listener {
     if (impl->link.IsUp()) {
       impl->link.Tick();
     } else {
-      impl->link.Connect();
+      impl->Connect();
     }
   }
 

@@ -23,27 +23,27 @@ class RelayBench : public testing::Test {
   // Time passes, in the steps that the relay asked for.
   void Advance(Milliseconds duration) {
     const Milliseconds end = now_ + duration;
-    while (relay_.NextTurn() <= end) {
-      ASSERT_GT(relay_.NextTurn(), now_ - 1) << "it would turn for ever";
-      const bool again = relay_.NextTurn() == now_;
-      now_ = std::max(now_, relay_.NextTurn());
-      relay_.Turn(now_);
+    while (relay_->NextTurn() <= end) {
+      ASSERT_GT(relay_->NextTurn(), now_ - 1) << "it would turn for ever";
+      const bool again = relay_->NextTurn() == now_;
+      now_ = std::max(now_, relay_->NextTurn());
+      relay_->Turn(now_);
       Collect();
-      ASSERT_FALSE(again && relay_.NextTurn() <= now_) << "it would turn for ever";
+      ASSERT_FALSE(again && relay_->NextTurn() <= now_) << "it would turn for ever";
     }
     now_ = end;
   }
   void Store(const std::string& text, Found found = Found::kYes) {
     store_ = {found, text};
-    relay_.BusHeard(bs::kHttpBroadcastMessageRoot, R"({"type": "changed"})", now_);
+    relay_->BusHeard(bs::kHttpBroadcastMessageRoot, R"({"type": "changed"})", now_);
     Collect();
   }
-  void BusUp() { relay_.BusUp(now_), Collect(); }
-  void HubUp() { relay_.HubUp(now_), Collect(); }
-  void HubDown() { relay_.HubDown(now_), Collect(); }
-  void Subscribed() { relay_.HubSubscribed(now_), Collect(); }
-  void Device(const char* type, const std::string& text) { relay_.BusHeard(type, text, now_), Collect(); }
-  void Answer(uint64_t id, const std::string& text) { relay_.DeviceAnswered(id, text, now_), Collect(); }
+  void BusUp() { relay_->BusUp(now_), Collect(); }
+  void HubUp() { relay_->HubUp(now_), Collect(); }
+  void HubDown() { relay_->HubDown(now_), Collect(); }
+  void Subscribed() { relay_->HubSubscribed(now_), Collect(); }
+  void Device(const char* type, const std::string& text) { relay_->BusHeard(type, text, now_), Collect(); }
+  void Answer(uint64_t id, const std::string& text) { relay_->DeviceAnswered(id, text, now_), Collect(); }
 
   // The daemon's broadcast; pushed is what it holds of each direction, "ip:tn/fn ip:tn/fn".
   void Frame(int totle, int free, const std::string& pushed = "") {
@@ -60,7 +60,7 @@ class RelayBench : public testing::Test {
                                          ", \"cm_dev\": " + (entries.empty() ? "null" : "[" + entries + "]") + "}}");
   }
   void Hub(const std::string& topic, const std::string& payload, bool kept = false) {
-    relay_.HubHeard({topic, payload, kept, "", std::nullopt}, now_);
+    relay_->HubHeard({topic, payload, kept, "", std::nullopt}, now_);
     Collect();
   }
   void Kept(const std::string& topic, const std::string& payload) { Hub(topic, payload, true); }
@@ -85,7 +85,7 @@ class RelayBench : public testing::Test {
 
   // ---- what it wants ----
   void Collect() {
-    for (auto outputs = relay_.Take(); !outputs.empty(); outputs = relay_.Take()) {
+    for (auto outputs = relay_->Take(); !outputs.empty(); outputs = relay_->Take()) {
       for (const Output& output : outputs) {
         std::visit([this](const auto& what) { Note(what); }, output);
       }
@@ -112,12 +112,14 @@ class RelayBench : public testing::Test {
   void Forget() { wanted_.clear(); }
   std::string Health() const { return Last(std::string("retain ") + kHealthTopic); }
 
-  struct {
-    Found found = Found::kYes;
-    std::string text = kDocument;
-  } store_;
+  struct StoredText {
+    Found found;
+    std::string text;
+  };
+  StoredText store_{Found::kYes, kDocument};
+  StoredText change_{Found::kNo, ""};
   Milliseconds now_ = 1000000;
-  Relay relay_{{"5e0c11a7", "1.1.0", 1763900000, 1}, now_};
+  std::optional<Relay> relay_{std::in_place, Start{"5e0c11a7", "1.1.0", 1763900000, 1}, now_};
   std::vector<std::string> wanted_;
 
  private:
@@ -152,7 +154,18 @@ class RelayBench : public testing::Test {
   void Note(const Broadcast& what) { wanted_.push_back("broadcast " + what.text); }
   void Note(const AllowRequests& what) { wanted_.push_back(what.on ? "requests on" : "requests off"); }
   void Note(const AskDevice& what) { wanted_.push_back("ask " + std::to_string(what.id) + " " + what.text); }
-  void Note(const ReadStore& what) { relay_.StoreRead(what.key, store_.found, store_.text, now_); }
+  void Note(const ReadStore& what) {
+    const bool of_change = what.key == StoreKey::kChange;
+    const auto& kept = of_change ? change_ : store_;
+    relay_->StoreRead(what.key, kept.found, kept.text, now_);
+  }
+  void Note(const WriteStore& what) {
+    const bool of_change = what.key == StoreKey::kChange;
+    auto& kept = of_change ? change_ : store_;
+    const bool done = kept.found != Found::kUnreachable;
+    if (done) kept = {what.text.empty() ? Found::kNo : Found::kYes, what.text};
+    relay_->StoreWritten(what.key, done, now_);
+  }
   void Note(const Say& what) { wanted_.push_back("say " + std::to_string(what.level) + " " + what.text); }
 };
 

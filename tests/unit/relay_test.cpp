@@ -231,7 +231,7 @@ TEST_F(RelayBench, PushesAreRepeatedWhenTheDaemonLostThem) {
   EXPECT_EQ(Pushed(), "");
   Advance(1);
   EXPECT_EQ(Pushed(), "left 3/2");
-  relay_.BusDown(now_);
+  relay_->BusDown(now_);
   Counts("B/L2/C", 3, 1);
   Advance(60000);
   EXPECT_EQ(Pushed(), "");
@@ -434,7 +434,7 @@ TEST_F(RelayBench, AnotherHubIsJoinedInOrder) {
   HubUp();
   EXPECT_EQ(Of("subscribe park/garage/counts").size(), 1U);
   Forget();
-  relay_.Stop();
+  relay_->Stop();
   Advance(0);
   Hub(kPlanTopic, "");  // too late to matter
   EXPECT_EQ(Of("disconnect").size(), 1U);
@@ -469,7 +469,7 @@ TEST_F(RelayBench, PausesGrowAndAreRandom) {
   for (int i = 0; i < 60; ++i) {
     HubDown();
     const size_t before = Of("connect").size();
-    while (Of("connect").size() == before) Advance(std::max<Milliseconds>(relay_.NextTurn(), now_ + 1) - now_);
+    while (Of("connect").size() == before) Advance(std::max<Milliseconds>(relay_->NextTurn(), now_ + 1) - now_);
     const Milliseconds pause = now_ - last;
     last = now_;
     absent += pause;
@@ -485,7 +485,7 @@ TEST_F(RelayBench, PausesGrowAndAreRandom) {
 class RelayRequests : public RelayBench {
  protected:
   void Ask(const std::string& text, const std::string& reply = "park/garage/reply/me", bool kept = false) {
-    relay_.HubHeard({"park/garage/request/A", text, kept, reply, "c1"}, now_);
+    relay_->HubHeard({"park/garage/request/A", text, kept, reply, "c1"}, now_);
     Collect();
   }
   void Remote(const std::string& remote) {

@@ -1,0 +1,408 @@
+#include "relay/change_guard.h"
+
+#include <json/writer.h>
+
+#include <algorithm>
+
+#include "protocol/commands.h"
+#include "protocol/json_text.h"
+#include "relay/documents.h"
+
+namespace relay {
+
+namespace {
+
+constexpr int kInfo = 1;
+constexpr int kError = 3;
+
+constexpr int kMostSeconds = 3600;
+constexpr Milliseconds kPatience = 5000;  // for an answer of the device, and before the next attempt
+constexpr int kMostRefusals = 12;         // of a setting back
+
+constexpr char kAnother[] = "another change waits";
+
+bool IsId(const Json::Value& id) { return id.isString() && bs::IsSiteName(id.asString()); }
+
+std::string RequestText(std::string_view type, const Json::Value& body) {
+  Json::Value request;
+  request[bs::kType] = std::string(type);
+  if (!body.isNull()) request[bs::kBody] = body;
+  return CompactText(request);
+}
+
+// A member of what may be no object.
+Json::Value Member(const Json::Value& document, const char* name) {
+  return document.isObject() ? document.get(name, Json::Value()) : Json::Value();
+}
+
+}  // namespace
+
+std::string CompactText(const Json::Value& document) {
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "";
+  return Json::writeString(builder, document);
+}
+
+std::string ReplyText(std::string_view type, int state, const std::string& error_msg, const Json::Value& body) {
+  Json::Value reply;
+  reply[bs::kType] = std::string(type);
+  reply[bs::kState] = state;
+  reply[bs::kErrorMsg] = error_msg;
+  if (!body.isNull()) reply[bs::kBody] = body;
+  return CompactText(reply);
+}
+
+std::string_view ReadingCommand(std::string_view storing_command) {
+  if (storing_command == kSetRelayCfg) return kGetRelayCfg;
+  const bs::Command* const storing = bs::FindCommand(bs::kBusRequestMessage, storing_command);
+  if (storing == nullptr || storing->effect != bs::CommandEffect::kStores) return {};
+  for (const bs::Command& command : bs::kCommands) {
+    if (command.effect == bs::CommandEffect::kReads && command.document == storing->document) return command.name;
+  }
+  return {};
+}
+
+bool ChangeGuard::Takes(std::string_view type) {
+  return type == kTryChange || type == kKeepChange || type == kUndoChange || type == kGetChange;
+}
+
+Milliseconds ChangeGuard::NextTurn() const {
+  return std::min(patience_, phase_ == Phase::kWaiting ? deadline_ : kNever);
+}
+
+void ChangeGuard::Request(uint64_t token, const Json::Value& request, Milliseconds now) {
+  const std::string type = request[bs::kType].asString();
+  const Json::Value body = Member(request, bs::kBody);
+  if (type == kTryChange) {
+    Try(token, body, now);
+    return;
+  }
+  if (type == kGetChange) {
+    Json::Value waiting(Json::objectValue);
+    if (!IsIdle()) {
+      waiting["id"] = id_;
+      waiting["seconds_left"] =
+          static_cast<Json::UInt>(phase_ == Phase::kWaiting && deadline_ > now ? (deadline_ - now + 999) / 1000 : 0);
+    }
+    Reply(token, kGetChange, {}, waiting);
+    return;
+  }
+  const char* const known_type = type == kKeepChange ? kKeepChange : kUndoChange;
+  if (IsIdle() || Member(body, "id") != Json::Value(id_)) {
+    Reply(token, known_type, {404, "no such change waits"});
+  } else if (phase_ != Phase::kWaiting) {
+    const bool goes_back = phase_ == Phase::kRestoring || phase_ == Phase::kErasing;
+    Reply(token, known_type, {409, goes_back ? "the change is being set back" : "the change is still being made"});
+  } else {
+    end_token_ = token;
+    end_type_ = known_type;
+    if (type == kKeepChange) {
+      keeps_ = true;
+      Begin(Phase::kErasing, now);
+    } else {
+      GoBack(now);
+    }
+  }
+}
+
+void ChangeGuard::Try(uint64_t token, const Json::Value& body, Milliseconds now) {
+  const Json::Value id = Member(body, "id");
+  const Json::Value seconds = Member(body, "seconds");
+  const Json::Value list = Member(body, "changes");
+  std::vector<Change> changes;
+  std::optional<std::string> problem;
+  if (!IsId(id)) {
+    problem = "\"id\" is no name of 1 to 32 of A-Z a-z 0-9 _ -";
+  } else if (!seconds.isInt() || seconds.asInt() < 1 || seconds.asInt() > kMostSeconds) {
+    problem = "\"seconds\" is no whole number from 1 to 3600";
+  } else if (IsIdle() || !list.isNull()) {
+    problem = ReadChanges(list, &changes);
+  }
+  if (problem) {
+    Reply(token, kTryChange, {400, *problem});
+    return;
+  }
+  if (!IsIdle()) {
+    const bool same =
+        std::equal(changes.begin(), changes.end(), changes_.begin(), changes_.end(),
+                   [](const Change& a, const Change& b) { return a.type == b.type && a.wanted == b.wanted; });
+    if (phase_ == Phase::kWaiting && id.asString() == id_ && (list.isNull() || same)) {
+      Extend(token, seconds.asInt(), now);
+    } else {
+      Reply(token, kTryChange, {409, kAnother});
+    }
+    return;
+  }
+  id_ = id.asString();
+  seconds_ = seconds.asInt();
+  changes_ = std::move(changes);
+  try_token_ = token;
+  end_token_ = 0;
+  outcome_ = {};
+  keeps_ = false;
+  set_ = 0;
+  Begin(Phase::kReading, now);
+}
+
+// Returns what is wrong.
+std::optional<std::string> ChangeGuard::ReadChanges(const Json::Value& list, std::vector<Change>* changes) const {
+  if (!list.isArray() || list.empty() || list.size() > kMostChanges)
+    return "\"changes\" is no list of 1 to 32 requests";
+  for (const Json::Value& entry : list) {
+    const Json::Value type = Member(entry, bs::kType);
+    if (!type.isString() || ReadingCommand(type.asString()).empty()) {
+      return (type.isString() ? "\"" + type.asString() + "\"" : std::string("what is no request")) +
+             " cannot be set back and so not be tried";
+    }
+    if (!Member(entry, bs::kBody).isObject()) return "\"" + type.asString() + "\" has no body";
+    const auto is_same = [&](const Change& change) { return change.type == type.asString(); };
+    if (std::any_of(changes->begin(), changes->end(), is_same)) return "\"" + type.asString() + "\" stands there twice";
+    changes->push_back({type.asString(), Member(entry, bs::kBody), {}, {}});
+  }
+  return std::nullopt;
+}
+
+void ChangeGuard::Extend(uint64_t token, int seconds, Milliseconds now) {
+  seconds_ = seconds;
+  deadline_ = now + static_cast<Milliseconds>(seconds) * 1000;
+  try_token_ = token;
+  Begin(Phase::kMarking, now);
+}
+
+void ChangeGuard::Begin(Phase phase, Milliseconds now) {
+  phase_ = phase;
+  at_ = phase == Phase::kRestoring ? set_ : 0;
+  refusals_ = 0;
+  said_ = false;
+  asked_ = false;
+  Next(now);
+}
+
+void ChangeGuard::Next(Milliseconds now) {
+  patience_ = now + kPatience;
+  switch (phase_) {
+    case Phase::kReading:
+    case Phase::kChecking:
+      if (at_ == changes_.size()) {
+        if (phase_ == Phase::kChecking) deadline_ = now + static_cast<Milliseconds>(seconds_) * 1000;
+        Begin(phase_ == Phase::kReading ? Phase::kSaving : Phase::kMarking, now);
+        return;
+      }
+      asked_ = true;
+      wishes_.push_back(Ask{std::string(ReadingCommand(changes_[at_].type)),
+                            RequestText(ReadingCommand(changes_[at_].type), Json::Value())});
+      return;
+    case Phase::kSaving:
+      Save(false);
+      return;
+    case Phase::kMarking:
+      Save(true);
+      return;
+    case Phase::kSetting:
+      if (at_ == changes_.size()) {
+        Begin(Phase::kChecking, now);
+        return;
+      }
+      set_ = at_ + 1;  // also when no answer comes
+      asked_ = true;
+      wishes_.push_back(Ask{changes_[at_].type, RequestText(changes_[at_].type, changes_[at_].wanted)});
+      return;
+    case Phase::kRestoring:
+      if (at_ == 0) {
+        Begin(Phase::kErasing, now);
+        return;
+      }
+      asked_ = true;
+      wishes_.push_back(Ask{changes_[at_ - 1].type, RequestText(changes_[at_ - 1].type, changes_[at_ - 1].before)});
+      return;
+    case Phase::kErasing:
+      wishes_.push_back(Store{""});
+      return;
+    case Phase::kIdle:
+    case Phase::kWaiting:
+      patience_ = kNever;
+      return;
+  }
+}
+
+void ChangeGuard::Save(bool complete) {
+  if (!complete) deadline_ = 0;  // after a restart on the way it goes back at once
+  Json::Value text;
+  text["id"] = id_;
+  text["seconds"] = seconds_;
+  text["boot"] = boot_;
+  text["deadline"] = static_cast<Json::UInt64>(deadline_);
+  for (const Change& change : changes_) {
+    Json::Value entry;
+    entry["type"] = change.type;
+    entry["wanted"] = change.wanted;
+    entry["before"] = change.before;
+    text["changes"].append(std::move(entry));
+  }
+  wishes_.push_back(Store{CompactText(text)});
+}
+
+void ChangeGuard::Restore(std::string_view stored, Milliseconds now) {
+  Json::Value text;
+  stored = stored.substr(0, stored.find('\0'));
+  if (stored.empty() || !IsIdle()) return;
+  std::vector<Change> changes;
+  const bool readable = ParseObject(stored, &text) && IsId(text["id"]) && text["seconds"].isInt() &&
+                        text["boot"].isString() && text["deadline"].isUInt64() && text["changes"].isArray();
+  for (const Json::Value& entry : readable ? text["changes"] : Json::Value()) {
+    const Json::Value type = Member(entry, "type");
+    if (!type.isString() || ReadingCommand(type.asString()).empty()) continue;
+    changes.push_back({type.asString(), Member(entry, "wanted"), Member(entry, "before"), Member(entry, "wanted")});
+  }
+  if (changes.empty()) {
+    wishes_.push_back(Say{kError, "a change that was being tried cannot be read and stays as it is"});
+    Begin(Phase::kErasing, now);
+    return;
+  }
+  id_ = text["id"].asString();
+  seconds_ = text["seconds"].asInt();
+  changes_ = std::move(changes);
+  set_ = changes_.size();
+  deadline_ = text["boot"].asString() == boot_ ? text["deadline"].asUInt64() : 0;
+  try_token_ = end_token_ = 0;
+  if (deadline_ <= now) {
+    GoBack(now);
+  } else {
+    phase_ = Phase::kWaiting;
+  }
+}
+
+void ChangeGuard::GoBack(Milliseconds now) {
+  wishes_.push_back(Say{kInfo, "the change " + id_ + " is set back"});
+  Begin(Phase::kRestoring, now);
+}
+
+void ChangeGuard::Answered(std::string_view reply, Milliseconds now) {
+  if (!asked_) return;
+  asked_ = false;
+  Json::Value document;
+  Outcome outcome = {502, "the device's answer cannot be read"};
+  if (bs::ParseJson(reply, document) && document.isObject() && document[bs::kState].isInt()) {
+    outcome.state = document[bs::kState].asInt();
+    outcome.error_msg = document[bs::kErrorMsg].isString() ? document[bs::kErrorMsg].asString() : "";
+  }
+  Taken(outcome, Member(document, bs::kBody), now);
+}
+
+// What the device made of the question under way.
+void ChangeGuard::Taken(const Outcome& outcome, const Json::Value& body, Milliseconds now) {
+  const bool done = outcome.state == bs::kAllDone.state;
+  if (phase_ == Phase::kRestoring) {
+    if (!done) {
+      const std::string& type = changes_[at_ - 1].type;
+      if (!said_) wishes_.push_back(Say{kError, type + " cannot be set back yet: " + outcome.error_msg});
+      said_ = true;
+      if (outcome.state == 504 || ++refusals_ < kMostRefusals) return;  // again, when patience is over
+      wishes_.push_back(Say{kError, type + " is not set back: " + outcome.error_msg});
+    }
+    --at_;
+    refusals_ = 0;
+    said_ = false;
+    Next(now);
+    return;
+  }
+  Outcome failure = outcome;
+  if (done && phase_ == Phase::kReading) changes_[at_].before = body;
+  if (done && phase_ == Phase::kChecking) {
+    changes_[at_].stored = body;
+    if (body != changes_[at_].wanted)
+      failure = {409, "the device did not store " + changes_[at_].type + " as it was sent"};
+  }
+  if (failure.state == bs::kAllDone.state) {
+    ++at_;
+    Next(now);
+    return;
+  }
+  outcome_ = {failure.state, changes_[at_].type + ": " + failure.error_msg};
+  if (phase_ == Phase::kReading) {
+    End(now);  // nothing was changed
+  } else {
+    GoBack(now);
+  }
+}
+
+void ChangeGuard::Stored(bool done, Milliseconds now) {
+  switch (phase_) {
+    case Phase::kSaving:
+      if (done) {
+        Begin(Phase::kSetting, now);
+      } else {
+        Reply(std::exchange(try_token_, 0), kTryChange, {503, "the store does not answer, nothing was changed"});
+        Begin(Phase::kErasing, now);  // the text may have arrived all the same
+      }
+      return;
+    case Phase::kMarking:
+      if (!done) {
+        outcome_ = {503, "the store does not answer"};
+        GoBack(now);
+        return;
+      }
+      phase_ = Phase::kWaiting;
+      patience_ = kNever;
+      Reply(std::exchange(try_token_, 0), kTryChange, {}, Summary());
+      wishes_.push_back(Say{kInfo, "the change " + id_ + " is tried for " + std::to_string(seconds_) + " s"});
+      return;
+    case Phase::kErasing:
+      if (done) {
+        End(now);
+      } else if (keeps_) {
+        keeps_ = false;
+        phase_ = Phase::kWaiting;
+        patience_ = kNever;
+        Reply(std::exchange(end_token_, 0), kKeepChange, {503, "the store does not answer"});
+      }
+      return;  // else again, when patience is over
+    default:
+      return;
+  }
+}
+
+void ChangeGuard::End(Milliseconds) {
+  phase_ = Phase::kIdle;
+  patience_ = deadline_ = kNever;
+  if (keeps_) wishes_.push_back(Say{kInfo, "the change " + id_ + " is kept"});
+  Json::Value body;
+  body["id"] = id_;
+  if (try_token_ != 0) Reply(std::exchange(try_token_, 0), kTryChange, outcome_, body);
+  if (end_token_ != 0) Reply(std::exchange(end_token_, 0), end_type_, {}, body);
+  changes_.clear();
+}
+
+void ChangeGuard::Turn(Milliseconds now) {
+  if (phase_ == Phase::kWaiting && now >= deadline_) {
+    GoBack(now);
+  } else if (now >= patience_) {
+    if (asked_) {
+      asked_ = false;
+      patience_ = now + kPatience;
+      Taken({504, "the device does not answer"}, Json::Value(), now);
+    } else {
+      Next(now);
+    }
+  }
+}
+
+void ChangeGuard::Reply(uint64_t token, const char* type, const Outcome& outcome, const Json::Value& body) {
+  if (token != 0) wishes_.push_back(Answer{token, ReplyText(type, outcome.state, outcome.error_msg, body)});
+}
+
+Json::Value ChangeGuard::Summary() const {
+  Json::Value body;
+  body["id"] = id_;
+  body["seconds"] = seconds_;
+  body["stored"] = Json::Value(Json::arrayValue);
+  for (const Change& change : changes_) {
+    Json::Value entry;
+    entry["type"] = change.type;
+    entry["body"] = change.stored;
+    body["stored"].append(std::move(entry));
+  }
+  return body;
+}
+
+}  // namespace relay
