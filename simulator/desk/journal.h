@@ -11,8 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "json_words.h"
-
 namespace desk {
 
 enum class Source {
@@ -44,7 +42,7 @@ const std::string* FindFact(const Facts& facts, const std::string& name);
 void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix = "");
 std::string FactsText(const Facts& facts);  // "led_color=0 time=3", without those that are null
 
-using words::CompactText;
+std::string CompactText(const Json::Value& document);  // on one line
 
 // A text as it can be shown: without control characters, and cut when it is long.
 std::string Shortened(const std::string& text);

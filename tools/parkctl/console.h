@@ -9,8 +9,6 @@
 
 #include "contract/check.h"
 
-#include "json_words.h"
-
 namespace parkctl {
 
 enum ExitStatus {
@@ -33,8 +31,9 @@ enum class Paint { kNone, kGood, kBad, kFaint, kStrong, kBlue, kYellow, kMagenta
 // text in colour when standard output is a terminal (and NO_COLOR is not set), else text.
 std::string Painted(Paint paint, const std::string& text);
 
-using words::IndentedText;
-using words::OneLineText;
+// JSON for people: indented, or in one line; characters as they are, and nothing in it can steer a terminal.
+std::string IndentedText(const Json::Value& document);
+std::string OneLineText(const Json::Value& document);
 
 // An argument: itself, the content of a file for "@file", standard input for "-".
 std::string ReadSource(const std::string& argument);

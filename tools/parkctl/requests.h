@@ -6,12 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "device_link.h"
-
 namespace parkctl {
 
 struct RequestOptions {
-  DeviceOptions device;
+  uint16_t bus_port = 0;
   double timeout_s = 0;
   std::string message_type;  // the path that the command takes
   std::string command;
@@ -24,7 +22,7 @@ struct RequestOptions {
 int RunRequest(const RequestOptions& options);
 
 struct LatestOptions {
-  DeviceOptions device;
+  uint16_t bus_port = 0;
   double timeout_s = 0;
   bool json = false;
 };

@@ -1,5 +1,0 @@
-declare module "contract:schemas" {
-  const data: unknown;
-  export default data;
-}
-declare module "*.css";
