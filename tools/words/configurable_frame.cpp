@@ -13,18 +13,14 @@
 
 namespace words {
 
+namespace bs = businessserver;
+
 using businessserver::FrameField;
 using businessserver::FrameSettings;
 
 namespace {
 
-constexpr size_t kNameMax = sizeof(businessserver::LX_ParkingResult::space_name);
-constexpr size_t kShortPlate = 7;
-constexpr size_t kLongPlate = 8;
-constexpr uint8_t kLongPlateBase = 0x80;     // first byte of a long plate: 0x80 + code
-constexpr uint8_t kLongPlateUnknown = 0x7F;  // or this, for a character outside the table
-constexpr uint8_t kPoliceMark = '$';         // stands for the letters WJ
-constexpr uint8_t kPlateAsciiMax = 0x79;
+constexpr size_t kNameMax = sizeof(bs::LX_ParkingResult::space_name);
 constexpr char kNoPlateText[] = "none";
 
 uint32_t U32(const uint8_t* bytes) {
@@ -35,44 +31,45 @@ std::string Number(const uint8_t* bytes) { return std::to_string(bytes[0]); }
 std::string Count(const uint8_t* bytes) { return std::to_string(U32(bytes)); }
 std::string Time(const uint8_t* bytes) { return TimeText(U32(bytes)); }
 std::string Percent(const uint8_t* bytes) { return Number(bytes) + "%"; }
-std::string Enable(const uint8_t* bytes) { return bytes[0] == 0xAA ? "plate" : bytes[0] == 0xBB ? "no-plate" : ""; }
+std::string Enable(const uint8_t* bytes) {
+  return bytes[0] == bs::kPlateRead ? "plate" : bytes[0] == bs::kNoPlateRead ? "no-plate" : "";
+}
 std::string Status(const uint8_t* bytes) { return bytes[0] <= 3 ? SpaceStateName(bytes[0]) : Number(bytes); }
 
-// The line numbers plate colours in another order than the recognition process does.
+// As the recognition process numbers the colours.
 std::string PlateColor(const uint8_t* bytes) {
-  static constexpr const char* kCodes[] = {"1", "2", "4", "3", "other"};
-  return bytes[0] < sizeof kCodes / sizeof kCodes[0] ? kCodes[bytes[0]] : "";
+  for (int32_t color = 0; color < bs::kPlateColors; ++color) {
+    if (bytes[0] != bs::kOtherPlateColor && bs::PlateColorOnLine(color) == bytes[0]) return std::to_string(color);
+  }
+  return bytes[0] == bs::kOtherPlateColor ? "other" : "";
 }
 
 // Fields whose length is fixed. A reader answers an empty text for bytes that no sender writes.
 struct FixedField {
   const char* name;
-  size_t size;
   std::string (*read)(const uint8_t* bytes);
 };
 constexpr FixedField kFixedFields[] = {
-    {"enable", 1, Enable},     {"licensecolor", 1, PlateColor}, {"licenseconf", 1, Percent}, {"licensetype", 1, Number},
-    {"trigger", 1, Number},    {"carcolor", 1, Number},         {"time", 4, Time},           {"framestatus", 1, Status},
-    {"occupyline", 1, Number}, {"headconf", 1, Percent},        {"freenum", 4, Count},       {"framenum", 4, Count},
+    {"enable", Enable},     {"licensecolor", PlateColor}, {"licenseconf", Percent}, {"licensetype", Number},
+    {"trigger", Number},    {"carcolor", Number},         {"time", Time},           {"framestatus", Status},
+    {"occupyline", Number}, {"headconf", Percent},        {"freenum", Count},       {"framenum", Count},
 };
 
-std::string_view FixedText(const uint8_t (&text)[businessserver::kFixedTextRoom]) {
+std::string_view FixedText(const uint8_t (&text)[bs::kFixedTextRoom]) {
   const char* chars = reinterpret_cast<const char*>(text);
   return {chars, strnlen(chars, sizeof text)};
 }
 
 std::string CharacterText(uint8_t code) {
-  const businessserver::PlateCharacter* character = businessserver::PlateCharacterOf(code);
+  const bs::PlateCharacter* character = bs::PlateCharacterOf(code);
   return character != nullptr ? character->text : "?";
 }
 
-bool IsCharacter(uint8_t byte) {
-  return byte < businessserver::kPlateCharacterCount || byte == businessserver::kUnknownCharacter;
-}
+bool IsCharacter(uint8_t byte) { return byte < bs::kPlateCharacterCount || byte == bs::kUnknownCharacter; }
 
 bool BeginsLongPlate(uint8_t byte) {
-  return byte == kLongPlateUnknown ||
-         (byte >= kLongPlateBase && byte < kLongPlateBase + businessserver::kPlateCharacterCount);
+  return byte == bs::kUnknownOfLongPlate ||
+         (byte >= bs::kLongPlateOffset && byte < bs::kLongPlateOffset + bs::kPlateCharacterCount);
 }
 
 // Empty when a byte is none that a sender writes.
@@ -82,16 +79,16 @@ std::string PlateText(const uint8_t* bytes, size_t size) {
   std::string text;
   size_t at = 0;
   if (BeginsLongPlate(bytes[0])) {
-    text = CharacterText(static_cast<uint8_t>(bytes[0] - kLongPlateBase));
+    text = CharacterText(static_cast<uint8_t>(bytes[0] - bs::kLongPlateOffset));
     at = 1;
-  } else if (bytes[0] == kPoliceMark && size > 1 && IsCharacter(bytes[1])) {
+  } else if (bytes[0] == bs::kArmedPolice && size > 1 && IsCharacter(bytes[1])) {
     text = "WJ" + CharacterText(bytes[1]);
     at = 2;
   }
   for (; at < size; ++at) {
     if (IsCharacter(bytes[at])) {
       text += CharacterText(bytes[at]);
-    } else if (bytes[at] <= kPlateAsciiMax) {
+    } else if (bytes[at] <= bs::kLastPlainByte) {
       text += static_cast<char>(bytes[at]);
     } else {
       return "";
@@ -106,7 +103,7 @@ class Reading {
   Reading(const uint8_t* bytes, size_t size, const FieldList& list, bool with_name, bool long_type)
       : bytes_(bytes), size_(size), settings_(list.settings), with_name_(with_name), long_type_(long_type) {
     for (const FrameField* field : list.fields) {
-      if (!Read(field->name)) break;
+      if (!Read(*field)) break;
     }
     frame_.size = std::max<size_t>(at_, 1);
     if (frame_.problem.empty() && at_ == 0) frame_.problem = "the field list describes an empty frame";
@@ -122,14 +119,15 @@ class Reading {
   size_t End() const { return at_; }
 
  private:
-  bool Read(std::string_view name) {
+  bool Read(const FrameField& row) {
+    const std::string_view name = row.name;
     if (name == "header") return ReadText("header", FixedText(settings_.header));
     if (name == "end") return ReadText("end", FixedText(settings_.trailer));
     if (name == "license") return ReadPlate();
     if (name == "framename") return ReadName();
     if (name == "checksum") return ReadCheck();
     for (const FixedField& field : kFixedFields) {
-      if (name == field.name) return ReadFixed(field);
+      if (name == field.name) return ReadFixed(field, row.size);
     }
     return Fail(std::string(name), "is a field that this tool does not know");
   }
@@ -161,26 +159,25 @@ class Reading {
     return Has(name, text.size()) && Take(name, text.size(), wanted);
   }
 
-  bool ReadFixed(const FixedField& field) {
-    if (!Has(field.name, field.size)) return false;
-    if (field.name == std::string_view("licensetype") &&
-        (bytes_[at_] == businessserver::kLongPlateType) != long_type_) {
+  bool ReadFixed(const FixedField& field, size_t size) {
+    if (!Has(field.name, size)) return false;
+    if (field.name == std::string_view("licensetype") && (bytes_[at_] == bs::kLongPlateType) != long_type_) {
       return Fail(field.name, "does not go with the plate");
     }
-    return Take(field.name, field.size, field.read(bytes_ + at_));
+    return Take(field.name, size, field.read(bytes_ + at_));
   }
 
   bool ReadPlate() {
     if (!Has("license", 1)) return false;
-    plate_is_checked_ = settings_.check_begin <= at_ && at_ < settings_.check_end;
+    plate_is_checked_ = bs::IsChecked(settings_, at_);
     const bool long_plate = BeginsLongPlate(bytes_[at_]);
     if (long_plate && !long_type_) return Fail("license", "is of the long type");
-    const size_t length = long_plate ? kLongPlate : kShortPlate;
+    const size_t length = long_plate ? bs::kPlateFieldMax : bs::kPlateField;
     if (!Has("license", length)) return false;
     const std::string text = PlateText(bytes_ + at_, length);
     // A plate of the long type has seven bytes only when it does not begin with a character of the table.
-    const bool begins_with_character = bytes_[at_] < businessserver::kPlateCharacterCount && text != kNoPlateText;
-    if (long_type_ && begins_with_character && bytes_[at_] != kPoliceMark) return Fail("license", "is not long");
+    const bool begins_with_character = bytes_[at_] < bs::kPlateCharacterCount && text != kNoPlateText;
+    if (long_type_ && begins_with_character && bytes_[at_] != bs::kArmedPolice) return Fail("license", "is not long");
     return Take("license", length, text);
   }
 
@@ -195,7 +192,7 @@ class Reading {
     if (length > kNameMax) return Fail("framename", "cannot be " + std::to_string(length) + " bytes long");
     if (!Has("framename", 1 + length)) return false;
     const char* name = reinterpret_cast<const char*>(bytes_ + at_ + 1);
-    if (businessserver::RightFrameName(name, static_cast<int>(length)) == 0 || memchr(name, 0, length) != nullptr) {
+    if (bs::RightFrameName(name, static_cast<int>(length)) == 0 || memchr(name, 0, length) != nullptr) {
       return Fail("framename", "cannot be " + HexText(name, length));
     }
     const std::string text = Printable({name, length});
@@ -203,19 +200,12 @@ class Reading {
   }
 
   bool ReadCheck() {
-    const uint32_t begin = settings_.check_begin;
-    const uint32_t end = settings_.check_end;
-    if (settings_.check_type > 1 || begin >= end || at_ < end) return true;  // this list's frames have no check byte
+    const auto expected = bs::CheckByte(settings_, plate_is_checked_ && long_type_, bytes_, at_);
+    if (!expected) return true;  // this list's frames have no check byte
     if (!Has("check", 1)) return false;
-    // A plate of the long type moves the end of the checked range on by the byte that it grew.
-    const size_t covered_end = end + (plate_is_checked_ && long_type_ && end < at_ ? 1 : 0);
-    uint8_t expected = 0;
-    for (size_t i = begin; i < covered_end; ++i) {
-      expected = static_cast<uint8_t>(settings_.check_type == 0 ? expected ^ bytes_[i] : expected + bytes_[i]);
-    }
     const std::string value = HexText(bytes_ + at_, 1);
-    if (expected != bytes_[at_] && check_problem_.empty()) {
-      check_problem_ = "check byte is " + value + ", the frame's bytes give " + HexText(&expected, 1);
+    if (*expected != bytes_[at_] && check_problem_.empty()) {
+      check_problem_ = "check byte is " + value + ", the frame's bytes give " + HexText(&*expected, 1);
     }
     return Take("check", 1, value);
   }
@@ -246,7 +236,7 @@ bool Better(const Reading& a, const Reading& b, const uint8_t* bytes, size_t siz
 std::string TakeField(const Json::Value& entry, FieldList& list) {
   const Json::Value::Members names = entry.getMemberNames();
   if (names.empty()) return "an entry of the field list is empty";
-  const FrameField* field = businessserver::FindFrameField(names.front().c_str());
+  const FrameField* field = bs::FindFrameField(names.front().c_str());
   if (field == nullptr) return "the field list has an unknown field '" + Printable(names.front()) + "'";
   const Json::Value& value = entry[names.front()];
   if (field->setter != nullptr && field->setter(value, &list.settings) < 0) {
@@ -262,10 +252,10 @@ FieldList ReadFieldList(const Json::Value& document, const FrameSettings& kept) 
   FieldList list;
   list.settings = kept;
   try {
-    const Json::Value& entries = document[businessserver::kProCfg];
+    const Json::Value& entries = document[bs::kProCfg];
     if (!entries.isArray()) {
       list.problem = "there is no field list: \"pro_cfg\" is missing or no array";
-    } else if (entries.size() > businessserver::kFrameSlots) {
+    } else if (entries.size() > bs::kFrameSlots) {
       list.problem = "the field list has " + std::to_string(entries.size()) + " entries, 20 at most";
     }
     for (Json::ArrayIndex i = 0; i < entries.size() && list.problem.empty(); ++i) {

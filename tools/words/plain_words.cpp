@@ -7,7 +7,7 @@
 #include <ctime>
 #include <iterator>
 
-#include "devicesdk/register_block.h"
+#include "devicesdk/led_control.h"
 
 namespace words {
 
@@ -79,11 +79,7 @@ size_t PrintableCharacter(std::string_view text) {
   return 0;
 }
 
-constexpr uint32_t kAllBits = 0xFF;
 constexpr uint32_t kLines[] = {businessserver::kLedLine1, businessserver::kLedLine2, businessserver::kLedLine3};
-
-// Data register of each colour number. All lines come before off, the mixes last.
-constexpr uint8_t kColorRegisters[] = {4, 8, 16, 255, 0, 12, 20, 24};
 
 }  // namespace
 
@@ -150,15 +146,14 @@ const char* SpaceStateName(int state) {
 }
 
 std::string LedColorText(int color) {
-  if (color < 0 || color >= static_cast<int>(sizeof kColorRegisters)) {
-    return std::to_string(color) + " (no such colour, the lamp stays as it is)";
-  }
-  return std::to_string(color) + " (" + LedRegisterText(kColorRegisters[color]) + ")";
+  const auto pattern = businessserver::LedPattern(color);
+  return std::to_string(color) +
+         (pattern ? " (" + LedRegisterText(*pattern) + ")" : " (no such colour, the lamp stays as it is)");
 }
 
 std::string LedRegisterText(uint32_t data_register) {
   if (data_register == 0) return "off";
-  if (data_register == kAllBits) return "all lines";
+  if (data_register == businessserver::LedPattern(businessserver::kWhite)) return "all lines";
   std::string lines;
   uint32_t others = data_register;
   for (size_t i = 0; i < std::size(kLines); ++i) {

@@ -6,16 +6,9 @@
 
 namespace words {
 
-namespace {
+namespace bs = businessserver;
 
-constexpr uint8_t kFixedHead = 0xAA;
-constexpr uint8_t kDisplayMark = 0x17;
-constexpr size_t kDisplayDigits = 4;  // offset of the first digit
-constexpr size_t kDigitsMax = businessserver::kDisplayFrameMax - kDisplayDigits - 1;
-constexpr uint8_t kRelayMark = 0x04;
-constexpr uint8_t kRelayTail = 0x55;
-constexpr uint8_t kRelayOccupied = 1;
-constexpr uint8_t kRelayFree = 2;
+namespace {
 
 DecodedFrame Unknown(const std::string& problem, size_t size = 1) {
   DecodedFrame frame;
@@ -34,52 +27,52 @@ std::string CutShort(const char* frame, size_t size, size_t whole) {
 }
 
 bool LooksLikeDisplay(const uint8_t* bytes, size_t size) {
-  return size >= 3 && bytes[0] == kFixedHead && bytes[2] == kDisplayMark;
+  return size >= 3 && bytes[0] == bs::kFixedFrameStart && bytes[2] == bs::kDisplayCommand;
 }
 
 bool LooksLikeRelay(const uint8_t* bytes, size_t size) {
-  return size >= 2 && bytes[0] == kFixedHead && bytes[1] == kRelayMark;
+  return size >= 2 && bytes[0] == bs::kFixedFrameStart && bytes[1] == bs::kRelayCommand;
 }
 
 DecodedFrame DecodeDisplay(const uint8_t* bytes, size_t size) {
-  if (size < kDisplayDigits) return Unknown(CutShort("display", size, kDisplayDigits + 2));
+  if (size < bs::kDisplayHead) return Unknown(CutShort("display", size, bs::kDisplayHead + 2));
   const size_t digits = bytes[3];
-  if (digits < 1 || digits > kDigitsMax) {
+  if (digits < 1 || digits > bs::kDisplayDigits) {
     return Unknown("display frame: it cannot have " + std::to_string(digits) + " digits");
   }
-  const size_t check_at = kDisplayDigits + digits;
+  const size_t check_at = bs::kDisplayHead + digits;
   if (size <= check_at) return Unknown(CutShort("display", size, check_at + 1));
-  for (size_t i = kDisplayDigits; i < check_at; ++i) {
+  for (size_t i = bs::kDisplayHead; i < check_at; ++i) {
     if (bytes[i] < '0' || bytes[i] > '9') return Unknown("display frame: " + HexText(bytes + i, 1) + " is no digit");
   }
-  const uint8_t expected = businessserver::YbCheckXor(bytes, static_cast<int>(check_at));
+  const uint8_t expected = bs::YbCheckXor(bytes, static_cast<int>(check_at));
   if (bytes[check_at] != expected) return Unknown(WrongCheck("display", bytes[check_at], expected), check_at + 1);
 
   DecodedFrame frame;
   frame.kind = FrameKind::kDisplay;
   frame.size = check_at + 1;
-  const char* value = reinterpret_cast<const char*>(bytes + kDisplayDigits);
+  const char* value = reinterpret_cast<const char*>(bytes + bs::kDisplayHead);
   frame.fields = {{"address", std::to_string(bytes[1]), 1, 1},
-                  {"value", std::string(value, digits), kDisplayDigits, digits},
+                  {"value", std::string(value, digits), bs::kDisplayHead, digits},
                   {"check", HexText(&expected, 1), check_at, 1}};
   return frame;
 }
 
 DecodedFrame DecodeRelay(const uint8_t* bytes, size_t size) {
-  if (size < businessserver::kRelayFrameSize) return Unknown(CutShort("relay", size, businessserver::kRelayFrameSize));
+  if (size < bs::kRelayFrameSize) return Unknown(CutShort("relay", size, bs::kRelayFrameSize));
   const uint8_t state = bytes[3];
-  if (state != kRelayOccupied && state != kRelayFree) {
+  if (state != bs::kRelayOccupied && state != bs::kRelayFree) {
     return Unknown("relay frame: state " + HexText(&state, 1) + " is neither 01 occupied nor 02 free");
   }
-  if (bytes[5] != kRelayTail) return Unknown("relay frame: it ends in " + HexText(bytes + 5, 1) + ", not 55");
-  const uint8_t expected = static_cast<uint8_t>(bytes[0] ^ bytes[1] ^ bytes[2] ^ bytes[3]);
-  if (bytes[4] != expected) return Unknown(WrongCheck("relay", bytes[4], expected), businessserver::kRelayFrameSize);
+  if (bytes[5] != bs::kRelayEnd) return Unknown("relay frame: it ends in " + HexText(bytes + 5, 1) + ", not 55");
+  const uint8_t expected = bs::RelayCheck(bytes);
+  if (bytes[4] != expected) return Unknown(WrongCheck("relay", bytes[4], expected), bs::kRelayFrameSize);
 
   DecodedFrame frame;
   frame.kind = FrameKind::kRelay;
-  frame.size = businessserver::kRelayFrameSize;
+  frame.size = bs::kRelayFrameSize;
   frame.fields = {{"address", std::to_string(bytes[2]), 2, 1},
-                  {"state", state == kRelayOccupied ? "occupied" : "free", 3, 1},
+                  {"state", state == bs::kRelayOccupied ? "occupied" : "free", 3, 1},
                   {"check", HexText(&expected, 1), 4, 1}};
   return frame;
 }

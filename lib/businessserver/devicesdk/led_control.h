@@ -22,6 +22,8 @@ inline constexpr uint32_t kLedPatterns[] = {
     kLedLine2 | kLedLine3,  // 7
 };
 
+constexpr int kWhite = 3;
+
 // None for a number that is no colour.
 constexpr std::optional<uint32_t> LedPattern(int color) {
   if (color < 0 || color >= static_cast<int>(std::size(kLedPatterns))) return std::nullopt;

@@ -198,8 +198,8 @@ const FrameField* FindFrameField(const char* name) {
 }
 
 uint8_t PlateColorOnLine(int32_t plate_color) {
-  constexpr uint8_t kColors[] = {kOtherPlateColor, 0, 1, 3, 2, kOtherPlateColor};
-  const bool known = plate_color >= 0 && plate_color < static_cast<int32_t>(std::size(kColors));
+  constexpr uint8_t kColors[kPlateColors] = {kOtherPlateColor, 0, 1, 3, 2, kOtherPlateColor};
+  const bool known = plate_color >= 0 && plate_color < kPlateColors;
   return known ? kColors[plate_color] : kOtherPlateColor;
 }
 

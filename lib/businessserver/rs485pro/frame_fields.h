@@ -58,6 +58,7 @@ const FrameField* FindFrameField(const char* name);
 constexpr uint8_t kPlateRead = 0xAA;
 constexpr uint8_t kNoPlateRead = 0xBB;
 constexpr uint8_t kOtherPlateColor = 4;
+constexpr int32_t kPlateColors = 6;
 
 // The line numbers plate colours in another order than the recognition process does.
 uint8_t PlateColorOnLine(int32_t plate_color);
