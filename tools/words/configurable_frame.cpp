@@ -38,10 +38,10 @@ std::string Status(const uint8_t* bytes) { return bytes[0] <= 3 ? SpaceStateName
 
 // As the recognition process numbers the colours.
 std::string PlateColor(const uint8_t* bytes) {
-  for (int32_t color = 0; color < bs::kPlateColors; ++color) {
-    if (bytes[0] != bs::kOtherPlateColor && bs::PlateColorOnLine(color) == bytes[0]) return std::to_string(color);
+  for (int32_t color = 0; color < bs::kPlateColours; ++color) {
+    if (bytes[0] != bs::kOtherPlateColour && bs::PlateColourOnLine(color) == bytes[0]) return std::to_string(color);
   }
-  return bytes[0] == bs::kOtherPlateColor ? "other" : "";
+  return bytes[0] == bs::kOtherPlateColour ? "other" : "";
 }
 
 // Fields whose length is fixed. A reader answers an empty text for bytes that no sender writes.

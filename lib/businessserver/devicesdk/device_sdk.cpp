@@ -39,7 +39,7 @@ int DeviceSdk::SetTtyioParity(int databits, int parity, int stopbits, int baudra
 
 int DeviceSdk::SendTtyioData(const char* data, int len) { return tty_->TTY_Sendn(data, len); }
 
-void DeviceSdk::OpenLed(int color) { led_->OpenLed(color); }
+void DeviceSdk::OpenLed(int colour) { led_->OpenLed(colour); }
 
 void DeviceSdk::SetTtyioReadDataCallback(Consumer consumer, void* arg, lxconn::EVT_LOOP* loop) {
   consumer_ = consumer;

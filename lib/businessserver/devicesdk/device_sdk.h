@@ -30,7 +30,7 @@ class DeviceSdk : public boost::enable_shared_from_this<DeviceSdk> {
   // Drops unread input, writes everything, waits until it has left. Returns the bytes written.
   int SendTtyioData(const char* data, int len);
 
-  void OpenLed(int color);
+  void OpenLed(int colour);
 
   // Polls the line every 10 ms from now on, while this object lives.
   void SetTtyioReadDataCallback(Consumer consumer, void* arg, lxconn::EVT_LOOP* loop);

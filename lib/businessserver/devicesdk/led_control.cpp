@@ -31,8 +31,8 @@ void LedControl::LED23_SET() { OpenLed(7); }
 void LedControl::LED_WHITE() { OpenLed(3); }
 void LedControl::LED_CLOSE() { OpenLed(4); }
 
-void LedControl::OpenLed(int color) {
-  if (const auto pattern = LedPattern(color)) gpio_.Write(kGpioData, *pattern);
+void LedControl::OpenLed(int colour) {
+  if (const auto pattern = LedPattern(colour)) gpio_.Write(kGpioData, *pattern);
 }
 
 void LedControl::LED1_CLEAR() { ClearBit(second_block_, 0); }

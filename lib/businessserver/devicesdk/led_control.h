@@ -25,9 +25,9 @@ inline constexpr uint32_t kLedPatterns[] = {
 constexpr int kWhite = 3;
 
 // None for a number that is no colour.
-constexpr std::optional<uint32_t> LedPattern(int color) {
-  if (color < 0 || color >= static_cast<int>(std::size(kLedPatterns))) return std::nullopt;
-  return kLedPatterns[color];
+constexpr std::optional<uint32_t> LedPattern(int colour) {
+  if (colour < 0 || colour >= static_cast<int>(std::size(kLedPatterns))) return std::nullopt;
+  return kLedPatterns[colour];
 }
 
 // Every pattern is one store to the whole data register: lines that a method does not name go off.
@@ -45,7 +45,7 @@ class LedControl : public boost::enable_shared_from_this<LedControl> {
   void LED_CLOSE();  // all off
 
   // Shows colour 0 to 7; any other number leaves the pattern alone.
-  void OpenLed(int color);
+  void OpenLed(int colour);
 
   uint32_t DataRegister() const { return gpio_.Read(kGpioData); }
 

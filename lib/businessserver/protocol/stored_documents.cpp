@@ -44,7 +44,7 @@ constexpr TabbedText kReserveText(R"(
     }
   })");
 
-constexpr TabbedText kLedColorText(R"(
+constexpr TabbedText kLedColourText(R"(
   {
     "externalcontrol_enable" : 0,
     "parkingledcolorcfg" : {
@@ -110,7 +110,7 @@ constexpr TabbedText kRs485proText(R"(
 
 constexpr std::string_view kDefaults[] = {
     kReserveText.View(),                                                      //  0 space reservations
-    kLedColorText.View(),                                                     //  1 LED colour of each space state
+    kLedColourText.View(),                                                    //  1 LED colour of each space state
     "\t{\t\t\"log_index\" : -1,\t}",                                          //  2 no key uses it; kept, with its comma
     kTtyioText.View(),                                                        //  3 external serial line
     kExtTtyioText.View(),                                                     //  4 fixed serial protocols

@@ -15,8 +15,8 @@ namespace businessserver {
 
 namespace {
 
-constexpr uint8_t kDefaultVehicleColor = 1;
-constexpr uint8_t kLastVehicleColorClass = 4;
+constexpr uint8_t kDefaultVehicleColour = 1;
+constexpr uint8_t kLastVehicleColourClass = 4;
 constexpr int32_t kFullConfidence = 100;
 constexpr int32_t kPlateTypes = 20;
 constexpr int32_t kTriggerTypes = 9;
@@ -89,8 +89,8 @@ void LicenseFuncHandle(const FrameInput& input, ByteWriter& frame) {
   EncodePlateField(FieldText(input.result.plate), input.result.plate_type == kLongPlateType, frame);
 }
 
-void LicenseColorFuncHandle(const FrameInput& input, ByteWriter& frame) {
-  frame.Byte(PlateColorOnLine(input.result.plate_color));
+void LicenseColourFuncHandle(const FrameInput& input, ByteWriter& frame) {
+  frame.Byte(PlateColourOnLine(input.result.plate_color));
 }
 
 void LicenseConfFuncHandle(const FrameInput& input, ByteWriter& frame) {
@@ -105,10 +105,10 @@ void TriggerFuncHandle(const FrameInput& input, ByteWriter& frame) {
   frame.LowByte(input.result.trigger < kTriggerTypes ? input.result.trigger : 0);
 }
 
-void CarColorFuncHandle(const FrameInput& input, ByteWriter& frame) {
+void CarColourFuncHandle(const FrameInput& input, ByteWriter& frame) {
   const LX_ParkingResult& result = input.result;
-  const bool known = result.vehicle_color_class <= kLastVehicleColorClass && result.vehicle_color >= 0;
-  frame.LowByte(known ? result.vehicle_color : kDefaultVehicleColor);
+  const bool known = result.vehicle_color_class <= kLastVehicleColourClass && result.vehicle_color >= 0;
+  frame.LowByte(known ? result.vehicle_color : kDefaultVehicleColour);
 }
 
 void TimeFuncHandle(const FrameInput& input, ByteWriter& frame) { frame.U32(input.result.time_stamp); }
@@ -150,11 +150,11 @@ constexpr FrameField kFrameFields[] = {
     {"header",        SetHeader,     HeaderFuncHandle,        0},
     {"enable",        nullptr,       EnableFuncHandle,        1},
     {"license",       nullptr,       LicenseFuncHandle,       0},
-    {"licensecolor",  nullptr,       LicenseColorFuncHandle,  1},
+    {"licensecolor",  nullptr,       LicenseColourFuncHandle,  1},
     {"licenseconf",   nullptr,       LicenseConfFuncHandle,   1},
     {"licensetype",   nullptr,       LicenseTypeFuncHandle,   1},
     {"trigger",       nullptr,       TriggerFuncHandle,       1},
-    {"carcolor",      nullptr,       CarColorFuncHandle,      1},
+    {"carcolor",      nullptr,       CarColourFuncHandle,      1},
     {"time",          nullptr,       TimeFuncHandle,          4},
     {"framename",     nullptr,       FrameNameFuncHandle,     0},
     {"framestatus",   nullptr,       FrameStatusFuncHandle,   1},
@@ -197,10 +197,10 @@ const FrameField* FindFrameField(const char* name) {
   return found == std::end(kFrameFields) ? nullptr : found;
 }
 
-uint8_t PlateColorOnLine(int32_t plate_color) {
-  constexpr uint8_t kColors[kPlateColors] = {kOtherPlateColor, 0, 1, 3, 2, kOtherPlateColor};
-  const bool known = plate_color >= 0 && plate_color < kPlateColors;
-  return known ? kColors[plate_color] : kOtherPlateColor;
+uint8_t PlateColourOnLine(int32_t plate_color) {
+  constexpr uint8_t kColours[kPlateColours] = {kOtherPlateColour, 0, 1, 3, 2, kOtherPlateColour};
+  const bool known = plate_color >= 0 && plate_color < kPlateColours;
+  return known ? kColours[plate_color] : kOtherPlateColour;
 }
 
 bool IsChecked(const FrameSettings& settings, size_t plate_at) {

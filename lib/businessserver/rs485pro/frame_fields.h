@@ -57,11 +57,11 @@ const FrameField* FindFrameField(const char* name);
 
 constexpr uint8_t kPlateRead = 0xAA;
 constexpr uint8_t kNoPlateRead = 0xBB;
-constexpr uint8_t kOtherPlateColor = 4;
-constexpr int32_t kPlateColors = 6;
+constexpr uint8_t kOtherPlateColour = 4;
+constexpr int32_t kPlateColours = 6;
 
 // The line numbers plate colours in another order than the recognition process does.
-uint8_t PlateColorOnLine(int32_t plate_color);
+uint8_t PlateColourOnLine(int32_t plate_color);
 
 // Whether a plate field that begins at this offset of the frame begins within what the check byte covers.
 bool IsChecked(const FrameSettings& settings, size_t plate_at);

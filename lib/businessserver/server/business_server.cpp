@@ -43,7 +43,7 @@ void BusinessServer::ConstInit() {
   last_control_event_[kLogIp] = kDefaultLogIp;
   last_control_event_[kFrameStatus] = kNoFrameStatus;
   last_control_event_[kLogMsg] = kExternalControl;
-  led_color_broadcast_[kType] = kLedcolorChanged;
+  led_colour_broadcast_[kType] = kLedcolorChanged;
   own_status_ = DevFrameInfo{0, kLoopbackAddress, 0, 0};
   for (LX_ParkingResult& space : last_sent_.spaces) {
     memcpy(space.plate, kNoPlate, sizeof kNoPlate);

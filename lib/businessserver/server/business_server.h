@@ -121,8 +121,8 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   void InitLedColorCfg();
   void InitDevCtrlMdl();
   void ParkingAreaCfgInitLed(unsigned count);
-  void BroadCastLedStatus(int color);
-  void ShowColor(int color);  // whatever the state says, and says so
+  void BroadCastLedStatus(int colour);
+  void ShowColour(int colour);  // whatever the state says, and says so
   void SetDevLed(const Json::Value& body);
   void StartCheckDev(const Json::Value& body);
   static int HandleCheckDev(int fd, short events, const void* server);
@@ -164,8 +164,8 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
     int device_state = 0;        // from results: 0 free, 1 occupied, 2 reserved, 3 alarm
     int external_state = 0;      // from an external controller, same codes
     uint32_t control_model = 0;  // 0: the LED follows the state; 1: set_dev_led sets it
-    int current_color = 1;       // chosen from the state, not necessarily shown
-    uint32_t manual_color = 0;   // last set by set_dev_led
+    int current_colour = 1;      // chosen from the state, not necessarily shown
+    uint32_t manual_colour = 0;  // last set by set_dev_led
   };
   struct Beacon {
     uint32_t broadcast_period = 0;  // ms
@@ -189,8 +189,8 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   };
 
   Json::Value last_control_event_;  // the last recorded external-control event
-  Json::Value led_color_cfg_;       // cached document of kBusLedColor
-  Json::Value led_color_broadcast_;
+  Json::Value led_colour_cfg_;      // cached document of kBusLedColor
+  Json::Value led_colour_broadcast_;
   lxconn::EVT_LOOP* loop_ = nullptr;  // the bus client's
   boost::shared_ptr<DeviceSdk> device_sdk_;
   boost::shared_ptr<KvdbLog> kvdb_log_;

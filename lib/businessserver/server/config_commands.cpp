@@ -89,7 +89,7 @@ struct BusinessServer::ConfigCommands {
   }
   static int ReplyDeviceFrameStatus(BusinessServer& server, ConfigRequest& request) {
     request.reply[kBody][kFrameStatus] = server.led_.device_state;
-    request.reply[kBody][kLedColor] = server.led_.current_color;
+    request.reply[kBody][kLedColor] = server.led_.current_colour;
     return 0;
   }
   static int ReplyControledLog(BusinessServer& server, ConfigRequest& request) {

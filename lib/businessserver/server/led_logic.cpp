@@ -13,13 +13,13 @@ enum DeviceState { kStateFree = 0, kStateOccupied = 1, kStateReserved = 2, kStat
 constexpr int kOnOccupationLine = 1;
 
 // The configuration's key for the colour of a state.
-constexpr const char* kStateColorKeys[] = {
+constexpr const char* kStateColourKeys[] = {
     kParkingfreeledcolor,    // kStateFree
     kParkingoccupyledcolor,  // kStateOccupied
     kParkingretainledcolor,  // kStateReserved
     kParkingalarmledcolor,   // kStateAlarm
 };
-constexpr int kStates = sizeof kStateColorKeys / sizeof kStateColorKeys[0];
+constexpr int kStates = sizeof kStateColourKeys / sizeof kStateColourKeys[0];
 
 // Alarm when any space is crossed by a car, else free as soon as one valid space is free.
 int DeviceStateOf(const LX_Parking_Result_Param& result) {
@@ -42,20 +42,20 @@ unsigned CheckMilliseconds(int seconds) {
 }  // namespace
 
 bool BusinessServer::ExternalControlEnabled() const {
-  const Json::Value& configuration = led_color_cfg_;
+  const Json::Value& configuration = led_colour_cfg_;
   return configuration[kExternalcontrolEnable].asInt() != 0;
 }
 
 void BusinessServer::SetCurLedColor() {
   const int state = ExternalControlEnabled() ? led_.external_state : led_.device_state;
-  const int previous_color = led_.current_color;
+  const int previous_colour = led_.current_colour;
   if (state >= 0 && state < kStates) {
-    const Json::Value& configuration = led_color_cfg_;
-    led_.current_color = configuration[kParkingledcolorcfg][kStateColorKeys[state]].asInt();
+    const Json::Value& configuration = led_colour_cfg_;
+    led_.current_colour = configuration[kParkingledcolorcfg][kStateColourKeys[state]].asInt();
   }
   if (led_.device_check || led_.control_model != 0) return;
-  device_sdk_->OpenLed(led_.current_color);
-  if (led_.current_color != previous_color) BroadCastLedStatus(led_.current_color);
+  device_sdk_->OpenLed(led_.current_colour);
+  if (led_.current_colour != previous_colour) BroadCastLedStatus(led_.current_colour);
 }
 
 void BusinessServer::SetDeviceStatus(int state) {
@@ -77,7 +77,7 @@ void BusinessServer::PlateResultLedControl(LX_Parking_Result_Param* result) {
 
 void BusinessServer::InitLedStatus() {
   BS_GUARDED([this] {
-    GetKeyValueAndReplyBuf(kBusLedColor, led_color_cfg_);
+    GetKeyValueAndReplyBuf(kBusLedColor, led_colour_cfg_);
     ParkingAreaCfgInitLed(CountWatchedSpaces());
   });
 }
@@ -91,7 +91,7 @@ void BusinessServer::InitDevCtrlMdl() {
 }
 
 void BusinessServer::InitLedColorCfg() {
-  GetKeyValueAndReplyBuf(kBusLedColor, led_color_cfg_);
+  GetKeyValueAndReplyBuf(kBusLedColor, led_colour_cfg_);
   SetCurLedColor();
 }
 
@@ -101,24 +101,24 @@ void BusinessServer::ParkingAreaCfgInitLed(unsigned count) {
   SetCurLedColor();
 }
 
-void BusinessServer::BroadCastLedStatus(int color) {
-  led_color_broadcast_[kBody][kLedColor] = color;
-  BroadCast(led_color_broadcast_);
+void BusinessServer::BroadCastLedStatus(int colour) {
+  led_colour_broadcast_[kBody][kLedColor] = colour;
+  BroadCast(led_colour_broadcast_);
 }
 
 void BusinessServer::SetDevLed(const Json::Value& body) {
   BS_GUARDED([&] {
-    led_.manual_color = body[kLed].asUInt();
-    ShowColor(static_cast<int>(led_.manual_color));
+    led_.manual_colour = body[kLed].asUInt();
+    ShowColour(static_cast<int>(led_.manual_colour));
   });
 }
 
 void BusinessServer::StartCheckDev(const Json::Value& body) {
   BS_GUARDED([&] {
-    const int color = body[kLed].asInt();
+    const int colour = body[kLed].asInt();
     check_dev_timer_.Start(CheckMilliseconds(body[kTime].asInt()), 0);
     led_.device_check = true;
-    ShowColor(color);
+    ShowColour(colour);
   });
 }
 
@@ -127,14 +127,14 @@ int BusinessServer::HandleCheckDev(int, short, const void* server) {
   BS_GUARDED([self] {
     Led& led = self->led_;
     led.device_check = false;
-    self->ShowColor(led.control_model == 0 ? led.current_color : static_cast<int>(led.manual_color));
+    self->ShowColour(led.control_model == 0 ? led.current_colour : static_cast<int>(led.manual_colour));
   });
   return 0;
 }
 
-void BusinessServer::ShowColor(int color) {
-  device_sdk_->OpenLed(color);
-  BroadCastLedStatus(color);
+void BusinessServer::ShowColour(int colour) {
+  device_sdk_->OpenLed(colour);
+  BroadCastLedStatus(colour);
 }
 
 // ---- interface only ----
