@@ -13,6 +13,7 @@
 #include <string>
 
 #include "../temporary_directory.h"
+#include "contract_watch.h"
 #include "desk/desk.h"
 
 class DeviceOnDesk : public testing::Test {
@@ -20,7 +21,9 @@ class DeviceOnDesk : public testing::Test {
   using Milliseconds = desk::Loop::Milliseconds;
 
   DeviceOnDesk()
-      : desk_({directory_, BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging"}), client_(desk_.loop()) {
+      : desk_({directory_, BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging"}),
+        client_(desk_.loop()),
+        contract_(desk_.loop()) {
     std::string problem;
     EXPECT_TRUE(desk_.Start(problem)) << problem;
     client_.OnMessage([this](const desk::BusMessage& message) {
@@ -28,8 +31,12 @@ class DeviceOnDesk : public testing::Test {
       heard_.push_back(message);
     });
     client_.Start();
-    EXPECT_TRUE(desk_.loop().RunUntil([&] { return desk_.ready() && client_.connected(); }, Milliseconds(10000)));
+    contract_.Start();
+    EXPECT_TRUE(desk_.loop().RunUntil([&] { return desk_.ready() && client_.connected() && contract_.connected(); },
+                                      Milliseconds(10000)));
   }
+
+  void TearDown() override { contract_.LookIntoStore(desk_.store_client()); }
 
   // What was heard before an action is no consequence of it.
   void Forget() { heard_.clear(); }
@@ -88,6 +95,7 @@ class DeviceOnDesk : public testing::Test {
   static constexpr char kReplyTopic[] = "tests/reply";
   desk::Desk desk_;
   desk::BusClient client_;
+  ContractWatch contract_;
   std::map<std::string, int> answers_;  // by correlation data
   std::deque<desk::BusMessage> heard_;
 };

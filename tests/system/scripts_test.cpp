@@ -5,10 +5,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <sstream>
 #include <string>
 
 #include "../temporary_directory.h"
+#include "contract_watch.h"
 
 namespace {
 
@@ -20,10 +22,16 @@ TEST_P(Script, SeesEverythingItExpects) {
   const std::string command = std::string(BINARY_DIRECTORY "/simulator --directory ") +
                               (directory.path / "desk").string() + " --script " SOURCE_DIRECTORY "/" + GetParam() +
                               " > " + output + " 2>&1 < /dev/null";
-  const int status = std::system(command.c_str());
+  desk::Loop loop;
+  ContractWatch contract(loop);
+  contract.Start();
+  auto status = std::async(std::launch::async, [&] { return std::system(command.c_str()); });
+  loop.RunUntil([&] { return status.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+                desk::Loop::Milliseconds(290000));
   std::stringstream text;
   text << std::ifstream(output).rdbuf();
-  EXPECT_EQ(status, 0) << text.str();
+  EXPECT_EQ(status.get(), 0) << text.str();
+  EXPECT_GT(contract.seen(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Desk, Script,
