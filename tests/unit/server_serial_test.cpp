@@ -110,7 +110,11 @@ TEST_F(ServerTest, IncompleteLineSettingsAreReplaced) {
   ResetFake();
   const char* const unusable = R"({"ttyionum":2,"baudrate":9600,"checkbit":0,"databit":9,"stopbit":1})";
   Fake().store[KeyOf(kDeviceTtyio)] = unusable;
+  Fake().store[KeyOf(kRs485pro)] = R"({"pro_cfg":7})";
   Run([&] {
+    EXPECT_EQ(Fake().store[KeyOf(kRs485pro)], DefaultOf(kRs485pro));
+    Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
+    EXPECT_EQ(TakeExternal().size(), 21u) << "and the default is what is sent";
     EXPECT_TRUE(Fake().Logged(3, "Unsupported data size"));
     EXPECT_EQ(Fake().store[KeyOf(kDeviceTtyio)], unusable) << "well formed: not corrected";
   });

@@ -239,9 +239,7 @@ std::string TakeField(const Json::Value& entry, FieldList& list) {
   const FrameField* field = bs::FindFrameField(names.front().c_str());
   if (field == nullptr) return "the field list has an unknown field '" + Printable(names.front()) + "'";
   const Json::Value& value = entry[names.front()];
-  if (field->setter != nullptr && field->setter(value, &list.settings) < 0) {
-    return "the field list gives '" + names.front() + "' a value that is refused";
-  }
+  if (field->setter != nullptr) field->setter(value, list.settings);
   if (field->handler != nullptr && (field->setter != nullptr || value.asUInt() != 0)) list.fields.push_back(field);
   return "";
 }

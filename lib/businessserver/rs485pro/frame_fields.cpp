@@ -24,18 +24,15 @@ constexpr int32_t kSpaceStates = 4;
 
 // ---- setters ----
 
-FrameSettings& SettingsOf(void* target) { return *static_cast<FrameSettings*>(target); }
-
 uint8_t HexDigit(char digit) {
-  if (digit >= '0' && digit <= '9') return static_cast<uint8_t>(digit - '0');
+  if (digit > '0' && digit <= '9') return static_cast<uint8_t>(digit - '0');
   if (digit >= 'A' && digit <= 'F') return static_cast<uint8_t>(digit - 'A' + 10);
   if (digit >= 'a' && digit <= 'f') return static_cast<uint8_t>(digit - 'a' + 10);
   return 0;
 }
 
-// Two of at most 32 characters a byte; an odd last character becomes a byte of its own ("BB8" is BB 08). Returns the
-// number of bytes.
-int SetFixedText(const Json::Value& value, uint8_t (&field)[kFixedTextRoom]) {
+// Two of at most 32 characters a byte; an odd last character becomes a byte of its own ("BB8" is BB 08).
+void SetFixedText(const Json::Value& value, uint8_t (&field)[kFixedTextRoom]) {
   const std::string text = value.asString();
   const size_t length = strnlen(text.c_str(), sizeof field);
   memset(field, 0, sizeof field);
@@ -44,32 +41,15 @@ int SetFixedText(const Json::Value& value, uint8_t (&field)[kFixedTextRoom]) {
     const uint8_t high = HexDigit(text[i]);
     out.LowByte(i + 1 < length ? high << 4 | HexDigit(text[i + 1]) : high);
   }
-  return static_cast<int>(out.size());
 }
 
-int SetHeader(const Json::Value& value, void* target) { return SetFixedText(value, SettingsOf(target).header); }
-int SetEnd(const Json::Value& value, void* target) { return SetFixedText(value, SettingsOf(target).trailer); }
-
-int SetCheckBegin(const Json::Value& value, void* target) {
-  SettingsOf(target).check_begin = value.asUInt();
-  return 0;
-}
-
+void SetHeader(const Json::Value& value, FrameSettings& settings) { SetFixedText(value, settings.header); }
+void SetEnd(const Json::Value& value, FrameSettings& settings) { SetFixedText(value, settings.trailer); }
+void SetCheckBegin(const Json::Value& value, FrameSettings& settings) { settings.check_begin = value.asUInt(); }
 // Kept: the configured end is one too far for the receivers in the field, and 0 wraps to where no frame reaches.
-int SetCheckEnd(const Json::Value& value, void* target) {
-  SettingsOf(target).check_end = value.asUInt() - 1;
-  return 0;
-}
-
-int SetCheckSum(const Json::Value& value, void* target) {
-  SettingsOf(target).check_type = value.asUInt();
-  return 0;
-}
-
-int SetEncode(const Json::Value& value, void* target) {
-  SettingsOf(target).encode = value.asUInt();
-  return 0;
-}
+void SetCheckEnd(const Json::Value& value, FrameSettings& settings) { settings.check_end = value.asUInt() - 1; }
+void SetCheckSum(const Json::Value& value, FrameSettings& settings) { settings.check_type = value.asUInt(); }
+void SetEncode(const Json::Value& value, FrameSettings& settings) { settings.encode = value.asUInt(); }
 
 // ---- handlers ----
 

@@ -27,8 +27,8 @@ struct FrameSettings {
   uint32_t encode = 0;      // accepted and kept; no field uses it
 };
 
-// target is the FrameSettings to change. Negative: the value is refused. Json exceptions pass through.
-using FieldSetter = int (*)(const Json::Value& value, void* target);
+// Json exceptions pass through.
+using FieldSetter = void (*)(const Json::Value& value, FrameSettings& settings);
 
 // What goes into a frame.
 struct FrameInput {

@@ -62,7 +62,7 @@ bool Rs485ProBuild::ApplyField(const Json::Value& entry, Slot& slot) {
     slot = {value.asUInt(), field};
     return true;
   }
-  if (field->setter(value, &settings_) < 0) return false;
+  field->setter(value, settings_);
   if (field->handler != nullptr) slot = {1, field};
   return true;
 }
