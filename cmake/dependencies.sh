@@ -2,7 +2,13 @@
 # The Debian packages that building, running, testing and measuring need. Sourced by ./run, ./test and benchmarks/run;
 # Debian 12's names.
 #   install_missing GROUP...   installs, through apt-get, what these groups lack; prints nothing when that is nothing
-# Groups: build, run, test, arm, bench.
+# Groups: build, page, run, test, arm, bench.
+
+# What the page is built with counts as installed when its commands are there: a newer node brings its own npm along.
+packages_page=()
+for tool in nodejs:node npm:npm; do
+  command -v "${tool#*:}" >/dev/null || packages_page+=("${tool%:*}")
+done
 
 # The presets configure the tests with everything else, so the test library belongs to building.
 packages_build=(
@@ -10,17 +16,18 @@ packages_build=(
   libjsoncpp-dev libboost-dev libmosquitto-dev libssl-dev libhiredis-dev libevent-dev libspdlog-dev libsodium-dev libsystemd-dev
   libcli11-dev libvalijson-dev libncurses-dev libgtest-dev
 )
-packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc)
+packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc iproute2)
 packages_test=(
   git openssl clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
-  dpkg-dev file systemd curl stunnel4 python3-jsonschema python3-yaml
+  dpkg-dev file systemd python3-jsonschema python3-yaml chromium
 )
 packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)
 packages_arm=(g++-arm-linux-gnueabihf qemu-user)
 
 reason_build="the compiler and the libraries that the programs are built with"
-reason_run="the broker, the store and their command-line clients, and killall"
-reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer, what makes and checks the package, the second validator"
+reason_page="what the web page is built with"
+reason_run="the broker, the store and their command-line clients, killall, and what arranges networks"
+reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer, what makes and checks the package, the second validator, a browser"
 reason_bench="the micro-benchmark library, the profiler, and what the Python handler is written with"
 reason_arm="the cross-compiler for the 32-bit board and its emulator"
 

@@ -32,6 +32,20 @@ std::string AnswerBeaconCommand(const std::string& command, BeaconState& state);
 
 enum class BeaconManner { kPrompt, kSilent, kSlow, kSplit, kNoisy, kGarbage };
 
+struct BeaconMannerName {
+  BeaconManner manner;
+  const char* word;   // in scripts
+  const char* shown;  // on the screen
+};
+inline constexpr BeaconMannerName kBeaconManners[] = {
+    {BeaconManner::kPrompt, "prompt", "prompt"},
+    {BeaconManner::kSilent, "silent", "silent"},
+    {BeaconManner::kSlow, "slow", "slow"},
+    {BeaconManner::kSplit, "split", "split answers"},
+    {BeaconManner::kNoisy, "noisy", "noise before answers"},
+    {BeaconManner::kGarbage, "garbage", "garbage"},
+};
+
 class BeaconModule {
  public:
   using CommandHandler = std::function<void(const std::string& command, const std::string& answer)>;

@@ -1,7 +1,5 @@
 #include "desk/journal.h"
 
-#include <json/writer.h>
-
 #include "plain_words.h"
 
 namespace desk {
@@ -59,21 +57,10 @@ const std::string* FindFact(const Facts& facts, const std::string& name) {
 }
 
 void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix) {
-  const std::string inner = prefix.empty() ? "" : prefix + ".";
-  if (document.isObject()) {
-    // Plain values first: a list may be longer than the line.
-    for (const bool plain : {true, false}) {
-      for (const auto& name : document.getMemberNames()) {
-        const Json::Value& member = document[name];
-        if ((member.isObject() || member.isArray()) != plain) AddDocumentFacts(member, facts, inner + name);
-      }
-    }
-  } else if (document.isArray()) {
-    for (Json::ArrayIndex i = 0; i < document.size(); ++i) {
-      AddDocumentFacts(document[i], facts, inner + std::to_string(i));
-    }
-  } else {
-    facts.emplace_back(prefix, document.isNull() ? kNothing : document.asString());
+  for (const auto& [path, value] : words::Leaves(document)) {
+    if (value->isObject() || value->isArray()) continue;  // empty ones
+    facts.emplace_back(prefix.empty() || path.empty() ? prefix + path : prefix + "." + path,
+                       value->isNull() ? kNothing : value->asString());
   }
 }
 
@@ -87,18 +74,9 @@ std::string FactsText(const Facts& facts) {
   return text;
 }
 
-std::string CompactText(const Json::Value& document) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, document);
-}
-
 std::string Shortened(const std::string& text) {
-  if (text.size() <= kLongestText) return words::Printable(text);
-  size_t end = kLongestText;
-  while ((static_cast<uint8_t>(text[end]) & 0xC0) == 0x80) --end;  // not within a character
-  return words::Printable(text.substr(0, end)) + "... (" + std::to_string(text.size()) + " bytes)";
+  const std::string shown = words::Printable(words::Beginning(text, kLongestText));
+  return text.size() <= kLongestText ? shown : shown + " (" + std::to_string(text.size()) + " bytes)";
 }
 
 void Journal::Add(Source source, const std::string& text, Facts facts) {

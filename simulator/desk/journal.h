@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "json_words.h"
+
 namespace desk {
 
 enum class Source {
@@ -42,7 +44,7 @@ const std::string* FindFact(const Facts& facts, const std::string& name);
 void AddDocumentFacts(const Json::Value& document, Facts& facts, const std::string& prefix = "");
 std::string FactsText(const Facts& facts);  // "led_color=0 time=3", without those that are null
 
-std::string CompactText(const Json::Value& document);  // on one line
+using words::CompactText;
 
 // A text as it can be shown: without control characters, and cut when it is long.
 std::string Shortened(const std::string& text);

@@ -2,10 +2,7 @@
 
 #include <json/value.h>
 
-#include <cstdlib>
-
 #include "plain_words.h"
-#include "protocol/frame_info.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 
@@ -13,11 +10,6 @@ namespace desk {
 namespace {
 
 constexpr Loop::Milliseconds kPeriod(30000);
-
-constexpr const char* kPositions[] = {"own", "left", "right", "front"};
-static_assert(businessserver::kOwnGroup == 0 && businessserver::kLeft == 1 && businessserver::kRight == 2 &&
-              businessserver::kFront == 3);
-constexpr uint32_t kPositionCount = sizeof kPositions / sizeof kPositions[0];
 
 }  // namespace
 
@@ -43,21 +35,6 @@ bool Neighbours::Silence(uint32_t ip) {
   return true;
 }
 
-bool ParsePosition(const std::string& word, uint32_t& position) {
-  for (uint32_t i = 0; i < kPositionCount; ++i) {
-    if (word != kPositions[i]) continue;
-    position = i;
-    return true;
-  }
-  char* end = nullptr;
-  position = static_cast<uint32_t>(strtoul(word.c_str(), &end, 10));
-  return !word.empty() && *end == '\0' && word[0] != '-';
-}
-
-std::string PositionName(uint32_t position) {
-  return position < kPositionCount ? kPositions[position] : "position " + std::to_string(position);
-}
-
 std::string PushDocument(const Neighbour& neighbour) {
   namespace bs = businessserver;
   Json::Value document;
@@ -77,7 +54,7 @@ std::string PushDocument(const Neighbour& neighbour) {
 }
 
 std::string NeighbourText(const Neighbour& neighbour) {
-  std::string text = words::AddressText(neighbour.ip) + " " + PositionName(neighbour.position) + ": " +
+  std::string text = words::AddressText(neighbour.ip) + " " + words::PositionName(neighbour.position) + ": " +
                      std::to_string(neighbour.free) + " of " + std::to_string(neighbour.total) + " free";
   for (const auto& device : neighbour.reports) {
     text += ", reports " + words::AddressText(device.ip) + " with " + std::to_string(device.free) + " of " +

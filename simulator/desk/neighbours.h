@@ -49,10 +49,6 @@ class Neighbours {
   std::map<uint32_t, Neighbour> list_;
 };
 
-// "own", "left", "right", "front", or a number as it is. False for any other word.
-bool ParsePosition(const std::string& word, uint32_t& position);
-std::string PositionName(uint32_t position);
-
 std::string PushDocument(const Neighbour& neighbour);
 std::string NeighbourText(const Neighbour& neighbour);
 

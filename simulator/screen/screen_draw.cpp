@@ -46,23 +46,7 @@ attr_t Pair(int pair) { return static_cast<attr_t>(COLOR_PAIR(pair)); }
 // The lamp's three lines as a number, which is also the terminal's number of the colour that they mix to.
 int LampNumber(uint32_t data) { return static_cast<int>(data >> 2 & 7); }
 
-const char* MannerName(BeaconManner manner) {
-  switch (manner) {
-    case BeaconManner::kPrompt:
-      return "prompt";
-    case BeaconManner::kSilent:
-      return "silent";
-    case BeaconManner::kSlow:
-      return "slow";
-    case BeaconManner::kSplit:
-      return "split answers";
-    case BeaconManner::kNoisy:
-      return "noise before answers";
-    case BeaconManner::kGarbage:
-      return "garbage";
-  }
-  return "";
-}
+const char* MannerName(BeaconManner manner) { return kBeaconManners[static_cast<size_t>(manner)].shown; }
 
 constexpr const char* kHelp[] = {
     "1-3 car comes/goes", "4-6 line on/off", "n neighbour", "s it falls silent", "d displays", "b beacon plug",
@@ -169,7 +153,7 @@ void Screen::DrawCounts(int row, int column, int width) {
     if (line >= row + kMiddleRows) break;
     const std::string counts = std::to_string(neighbour.free) + "/" + std::to_string(neighbour.total);
     Put(line++, column + 1, width - 2,
-        words::AddressText(ip) + "  " + PositionName(neighbour.position) + "  " + counts +
+        words::AddressText(ip) + "  " + words::PositionName(neighbour.position) + "  " + counts +
             (neighbour.talking ? "" : "  silent"),
         neighbour.talking ? 0 : A_DIM);
   }

@@ -23,15 +23,6 @@ constexpr Around kAround[] = {
 };
 constexpr size_t kAroundCount = sizeof kAround / sizeof kAround[0];
 
-struct Manner {
-  BeaconManner manner;
-  const char* words;
-};
-constexpr Manner kManners[] = {
-    {BeaconManner::kPrompt, "prompt"}, {BeaconManner::kSilent, "silent"}, {BeaconManner::kSlow, "slow by 70 ms"},
-    {BeaconManner::kSplit, "split"},   {BeaconManner::kNoisy, "noisy"},   {BeaconManner::kGarbage, "garbage"},
-};
-constexpr size_t kMannerCount = sizeof kManners / sizeof kManners[0];
 constexpr Loop::Milliseconds kSlow(70);
 
 }  // namespace
@@ -128,10 +119,10 @@ void Screen::NextPush() {
 }
 
 void Screen::NextManner() {
-  size_t now = 0;
-  while (now < kMannerCount && kManners[now].manner != desk_.beacon().manner()) ++now;
-  const Manner& next = kManners[(now + 1) % kMannerCount];
-  desk_.BeaconBehaves(next.manner, kSlow, next.words);
+  const size_t now = static_cast<size_t>(desk_.beacon().manner());
+  const BeaconMannerName& next = kBeaconManners[(now + 1) % std::size(kBeaconManners)];
+  const bool slow = next.manner == BeaconManner::kSlow;
+  desk_.BeaconBehaves(next.manner, kSlow, next.word + (slow ? " by " + std::to_string(kSlow.count()) + " ms" : ""));
 }
 
 void Screen::ToggleProcess(Process& process) {

@@ -77,7 +77,7 @@ Action ParseNeighbour(Words& words) {
   neighbour.ip = words.Address();
   if (words.Take("silent")) return [=](Desk& desk) { desk.NeighbourFallsSilent(neighbour.ip); };
   const std::string position = words.Next("own, left, right, front or silent");
-  if (!ParsePosition(position, neighbour.position)) throw ScriptMistake("\"" + position + "\" is no position");
+  if (!words::ParsePosition(position, neighbour.position)) throw ScriptMistake("\"" + position + "\" is no position");
   words.Require("total");
   neighbour.total = words.Number("the number of spaces");
   words.Require("free");
@@ -148,21 +148,12 @@ void DoThaw(Desk& desk, Process& process) {
   desk.journal().Add(Source::kDesk, process.name() + " goes on");
 }
 
-struct MannerWord {
-  const char* word;
-  BeaconManner manner;
-};
-constexpr MannerWord kManners[] = {
-    {"prompt", BeaconManner::kPrompt}, {"silent", BeaconManner::kSilent}, {"slow", BeaconManner::kSlow},
-    {"split", BeaconManner::kSplit},   {"noisy", BeaconManner::kNoisy},   {"garbage", BeaconManner::kGarbage},
-};
-
 Action ParseBeacon(Words& words) {
   const std::string word = words.Next("what the module does");
   if (word == "unplugged" || word == "plugged") return [=](Desk& desk) { desk.PlugBeacon(word == "plugged"); };
-  const auto* manner =
-      std::find_if(std::begin(kManners), std::end(kManners), [&](const MannerWord& row) { return word == row.word; });
-  if (manner == std::end(kManners)) throw ScriptMistake("no module is \"" + word + "\"");
+  const auto* const manner = std::find_if(std::begin(kBeaconManners), std::end(kBeaconManners),
+                                          [&](const BeaconMannerName& row) { return word == row.word; });
+  if (manner == std::end(kBeaconManners)) throw ScriptMistake("no module is \"" + word + "\"");
   Loop::Milliseconds delay(0);
   if (manner->manner == BeaconManner::kSlow) delay = words.Duration();
   const std::string text = delay.count() == 0 ? word : word + " by " + std::to_string(delay.count()) + " ms";

@@ -44,12 +44,22 @@ TEST_F(Parkctl, SaysWhatTheDeviceSays) {
       {"parkctl external check_controled_device", 1, "405 device don`t open external control\n  switch it on"},
 
       {"parkctl result --space 1 --occupied --plate 京A12345 --name 入口 --time 1700000000", 0, "1 occupied 京A12345"},
+      {"parkctl result --space 1 --free --time 1700000001", 0,
+       "the daemon shows free, lamp 1 (line 2)\nand forwarded  1 free"},
+      {"parkctl result --space 1 --occupied --trigger 1 --time 1700000002 && parkctl result --space 1 --occupied "
+       "--trigger 1 "
+       "--occupy-line 1 --time 1700000003",
+       0, "and did not forward it, as a repeat; its latest is  1 occupied"},
+      {"parkctl result --space 1 --occupied --plate 京A12345 --name 入口 --time 1700000000", 0,
+       "the daemon shows occupied, lamp 0 (line 1)\nand forwarded  1 occupied 京A12345"},
+      {"parkctl result --space 2 --occupied --change", 0, "the daemon shows occupied"},
       {"parkctl latest", 0, "space 1  occupied, 京A12345\n  name     入口"},
       {"parkctl latest --json", 0, "\"plate_confidence\": 95"},
       {"parkctl result --space 2 --free --change && parkctl latest", 0, "space 2  no result"},
       {"parkctl result --space 4 --free", 3, "--space"},
       {"parkctl push --from 192.168.1.20 --total 10 --free 4 --position left --device 192.168.1.31:2:1", 0,
-       "192.168.1.20 (left): 4 free of 10; 192.168.1.31: 1 free of 2"},
+       "192.168.1.20 (left): 4 free of 10; 192.168.1.31: 1 free of 2\nthe daemon counts 5 free of 11: own 1 of 1, left "
+       "4 of 10"},
       {"parkctl request get_net_status", 0, "\"l_totles\": 10"},
       {"parkctl push --from 127.0.0.1 --total 1 --free 1", 3, "give a neighbour's address"},
 
@@ -147,6 +157,9 @@ TEST_F(Parkctl, StoreCommandsKnowTheKeys) {
 TEST_F(Parkctl, SaysWhatIsOutOfReach) {
   desk_.StopProcess(desk_.daemon());
   RunRow({"parkctl request get_dev_pos --timeout 1", 2, "business_server"});
+  // A watcher takes it, but nobody answers for the device.
+  RunRow({"parkctl result --space 1 --free", 2, "business_server"});
+  RunRow({"parkctl push --from 10.0.0.2 --total 1 --free 1", 2, "business_server"});
   desk_.StopProcess(desk_.broker());
   RunRow({"parkctl latest --timeout 1", 2, "mosquitto"});
   RunRow({"parkctl push --from 10.0.0.2 --total 1 --free 1", 2, "mosquitto"});

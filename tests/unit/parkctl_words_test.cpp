@@ -131,8 +131,8 @@ TEST(ParkctlStore, ChangesAreNamed) {
   Json::Value after;
   ASSERT_TRUE(bs::ParseJson(R"({"a":1,"b":{"c":[1,2],"d":"x"},"e":{}})", before));
   ASSERT_TRUE(bs::ParseJson(R"({"a":1,"b":{"c":[1,3,4]},"e":[],"f":"京"})", after));
-  EXPECT_EQ(parkctl::Changes(before, after), (std::vector<std::string>{"~ b.c[1]: 2 -> 3", "- b.d: \"x\"",
-                                                                       "~ e: {} -> []", "+ b.c[2]: 4", "+ f: \"京\""}));
+  EXPECT_EQ(parkctl::Changes(before, after), (std::vector<std::string>{"~ b.c.1: 2 -> 3", "- b.d: \"x\"",
+                                                                       "~ e: {} -> []", "+ b.c.2: 4", "+ f: \"京\""}));
   EXPECT_TRUE(parkctl::Changes(after, after).empty());
   EXPECT_EQ(parkctl::Changes(Json::Value(), Json::Value(5)), std::vector<std::string>{"+ (the whole): 5"});
 }

@@ -1,12 +1,11 @@
 #include "contract/explain.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <sstream>
 
 #include "contract/faults.h"
 #include "contract/schemas.h"
+#include "json_words.h"
 
 namespace contract {
 namespace {
@@ -34,24 +33,17 @@ void Collect(const Json::Value& schema, const std::string& path, std::vector<Mem
   if (schema["anyOf"].isArray()) Collect(schema["anyOf"][0], path, members);
 }
 
-std::string Compact(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, value);
-}
-
 std::string Facts(const Member& member) {
   const Json::Value& schema = member.schema;
   std::string facts = Expected(schema);
-  if (schema.isMember("x-max-bytes")) facts += ", at most " + Compact(schema["x-max-bytes"]) + " bytes";
+  if (schema.isMember("x-max-bytes")) facts += ", at most " + words::CompactText(schema["x-max-bytes"]) + " bytes";
   if (!schema.isMember("x-max-bytes") && schema.isMember("maxLength")) {
-    facts += ", at most " + Compact(schema["maxLength"]) + " characters";
+    facts += ", at most " + words::CompactText(schema["maxLength"]) + " characters";
   }
-  if (schema.isMember("maxItems")) facts += " of at most " + Compact(schema["maxItems"]);
+  if (schema.isMember("maxItems")) facts += " of at most " + words::CompactText(schema["maxItems"]);
   if (!member.required) facts += "; may be missing";
   const bool leaf = !schema["default"].isObject() && !schema["default"].isArray();
-  if (schema.isMember("default") && leaf) facts += "; default " + Compact(schema["default"]);
+  if (schema.isMember("default") && leaf) facts += "; default " + words::CompactText(schema["default"]);
   return facts;
 }
 
@@ -83,7 +75,7 @@ std::string Explain(const std::string& name, size_t width) {
   Append(text, schema["description"].asString(), 0, width);
   if (schema.isMember("x-topic")) text += "topic " + schema["x-topic"].asString() + "\n";
   if (schema.isMember("x-document")) text += "document " + schema["x-document"].asString() + "\n";
-  if (schema.isMember("x-key-length")) text += "key of " + Compact(schema["x-key-length"]) + " bytes\n";
+  if (schema.isMember("x-key-length")) text += "key of " + words::CompactText(schema["x-key-length"]) + " bytes\n";
   for (const Member& member : AllMembers(schema)) {
     const bool says_itself = member.schema.isMember("const") || member.schema["properties"].isObject();
     if (says_itself) continue;

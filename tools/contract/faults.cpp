@@ -1,13 +1,12 @@
 #include "contract/faults.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <cmath>
 #include <map>
 #include <regex>
 
 #include "contract/schemas.h"
+#include "json_words.h"
 #include "plain_words.h"
 
 namespace contract {
@@ -20,20 +19,7 @@ constexpr char kPrintableBytes[] =
 
 constexpr size_t kShownValue = 60;  // characters of a value that a fault repeats, or a little less
 
-std::string Compact(const Json::Value& value) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, value);
-}
-
-std::string Shown(const Json::Value& value) {
-  std::string text = words::Printable(Compact(value));
-  if (text.size() <= kShownValue) return text;
-  size_t end = kShownValue;
-  while (end > 0 && (text[end] & 0xC0) == 0x80) --end;
-  return text.substr(0, end) + "...";
-}
+std::string Shown(const Json::Value& value) { return words::Beginning(words::OneLineText(value), kShownValue); }
 
 size_t Characters(const std::string& text) {
   return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
@@ -63,7 +49,7 @@ bool IsSame(const Json::Value& a, const Json::Value& b) {
   return a == b;
 }
 
-std::string Number(const Json::Value& number) { return Compact(number); }
+std::string Number(const Json::Value& number) { return words::CompactText(number); }
 
 std::string List(const std::vector<std::string>& names) {
   std::string text;
@@ -166,7 +152,7 @@ class Walk {
 
   void LookAtObject(const Json::Value& schema, const Json::Value& object, const std::string& place) {
     const size_t limit = schema["x-max-bytes"].asUInt();
-    const size_t bytes = limit == 0 ? 0 : Compact(object).size();
+    const size_t bytes = limit == 0 ? 0 : words::CompactText(object).size();
     if (bytes > limit) {
       Say(place, std::to_string(bytes) + " bytes in all, at most " + std::to_string(limit) + " fit", true);
     }

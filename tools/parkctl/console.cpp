@@ -1,6 +1,5 @@
 #include "console.h"
 
-#include <json/writer.h>
 #include <unistd.h>
 
 #include <charconv>
@@ -28,27 +27,6 @@ std::string ReadAll(std::istream& stream, const std::string& what) {
   return text;
 }
 
-std::string Written(const Json::Value& document, const char* indentation) {
-  Json::StreamWriterBuilder builder;
-  builder["indentation"] = indentation;
-  builder["commentStyle"] = "None";
-  builder["emitUTF8"] = true;
-  builder["enableYAMLCompatibility"] = *indentation != '\0';  // "a": 1, not "a" : 1
-  return Json::writeString(builder, document);
-}
-
-// Printable, line by line.
-std::string PrintableLines(const std::string& text) {
-  std::string out;
-  for (size_t at = 0; at < text.size();) {
-    const size_t end = std::min(text.find('\n', at), text.size());
-    out += words::Printable(std::string_view(text).substr(at, end - at));
-    if (end < text.size()) out += '\n';
-    at = end + 1;
-  }
-  return out;
-}
-
 }  // namespace
 
 void Note(const std::string& text) { std::cerr << "parkctl: " << text << std::endl; }
@@ -59,10 +37,6 @@ std::string Painted(Paint paint, const std::string& text) {
   if (!on_terminal || paint == Paint::kNone) return text;
   return std::string("\033[") + kCodes[static_cast<int>(paint)] + "m" + text + "\033[0m";
 }
-
-std::string IndentedText(const Json::Value& document) { return PrintableLines(Written(document, "  ")); }
-
-std::string OneLineText(const Json::Value& document) { return words::Printable(Written(document, "")); }
 
 std::string ReadSource(const std::string& argument) {
   if (argument == "-") return ReadAll(std::cin, "standard input");

@@ -9,6 +9,8 @@
 
 #include "contract/check.h"
 
+#include "json_words.h"
+
 namespace parkctl {
 
 enum ExitStatus {
@@ -31,9 +33,8 @@ enum class Paint { kNone, kGood, kBad, kFaint, kStrong, kBlue, kYellow, kMagenta
 // text in colour when standard output is a terminal (and NO_COLOR is not set), else text.
 std::string Painted(Paint paint, const std::string& text);
 
-// JSON for people: indented, or in one line; characters as they are, and nothing in it can steer a terminal.
-std::string IndentedText(const Json::Value& document);
-std::string OneLineText(const Json::Value& document);
+using words::IndentedText;
+using words::OneLineText;
 
 // An argument: itself, the content of a file for "@file", standard input for "-".
 std::string ReadSource(const std::string& argument);

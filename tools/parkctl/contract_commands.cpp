@@ -6,6 +6,7 @@
 #include "console.h"
 #include "contract/explain.h"
 #include "contract/schemas.h"
+#include "json_words.h"
 #include "plain_words.h"
 
 namespace parkctl {
@@ -25,7 +26,7 @@ std::string Found(const std::string& name) {
 }  // namespace
 
 int PrintSchema(const std::string& name) {
-  std::cout << IndentedText(contract::Printed(contract::Schema(Found(name)))) << "\n";
+  std::cout << words::IndentedText(contract::Printed(contract::Schema(Found(name)))) << "\n";
   return kDone;
 }
 

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <map>
 
+#include "command_line.h"
 #include "console.h"
 #include "contract/schemas.h"
 #include "contract_commands.h"
@@ -19,26 +20,20 @@
 
 namespace {
 
+using parkctl::Action;
 using parkctl::GivenOption;
+using parkctl::Ports;
 using parkctl::ResultOption;
 
 constexpr char kHidden[] = "";
 constexpr char kForceHelp[] = "Send it although the device cannot act on it";
 constexpr double kDefaultTimeout = 5;  // seconds; a device check or a serial reconfiguration takes less
 
-struct Ports {
-  uint16_t bus = 5291;
-  uint16_t store = 5299;
-};
-
 std::string Names(const std::vector<std::string>& names) {
   std::string text;
   for (const std::string& name : names) text += "\n  " + name;
   return text;
 }
-
-// Runs after the whole line was read: ports may come last.
-using Action = std::function<int()>;
 
 void AddRequest(CLI::App& app, Action& action, const Ports& ports, const char* name, const char* message_type,
                 const char* help, const std::string& example) {
@@ -53,9 +48,12 @@ void AddRequest(CLI::App& app, Action& action, const Ports& ports, const char* n
       ->capture_default_str();
   command->add_flag("--raw", options->raw, "Write the reply's bytes as they come");
   command->add_flag("--force", options->force, kForceHelp);
+  if (message_type == std::string(businessserver::kBusRequestMessage)) {
+    parkctl::AddDeviceOptions(*command, options->device);
+  }
   command->footer("Examples:\n" + example + "\n\nCommands:" + Names(parkctl::CommandNames(message_type)));
   command->callback([options, &action, &ports] {
-    options->bus_port = ports.bus;
+    options->device.bus_port = ports.bus;
     action = [options] { return parkctl::RunRequest(*options); };
   });
 }
@@ -91,7 +89,7 @@ void AddResult(CLI::App& app, Action& action, const Ports& ports) {
       "Examples:\n"
       "  parkctl result --space 1 --occupied --plate 京A12345 --space 2 --free\n"
       "  parkctl result --space 3 --status alarm --occupy-line 1 --change\n"
-      "Status 0: somebody takes it, perhaps only a watcher. \"parkctl latest\" shows what the daemon took.");
+      "It then asks the daemon what it shows and what it forwarded.");
   command->callback([command, rows, options, &action, &ports] {
     options->spaces = InOrder(*command, rows);
     options->bus_port = ports.bus;
@@ -112,8 +110,7 @@ void AddPush(CLI::App& app, Action& action, const Ports& ports) {
   command->footer(
       "Example:\n"
       "  parkctl push --from 192.168.1.20 --total 3 --free 2 --position left --device 192.168.1.31:2:1\n"
-      "Status 0: somebody takes it, perhaps only a watcher. \"parkctl request get_net_status\" shows what the daemon "
-      "took.");
+      "It then asks the daemon what it counts, by position.");
   command->callback([options, &action, &ports] {
     options->bus_port = ports.bus;
     action = [options] { return parkctl::SendPush(*options); };
@@ -141,9 +138,10 @@ void AddLatest(CLI::App& app, Action& action, const Ports& ports) {
   command->add_option("--timeout", options->timeout_s, "Seconds to wait for the answer")
       ->check(CLI::Range(0.0, 86400.0))
       ->capture_default_str();
+  parkctl::AddDeviceOptions(*command, options->device);
   command->footer("Example:\n  parkctl latest");
   command->callback([options, &action, &ports] {
-    options->bus_port = ports.bus;
+    options->device.bus_port = ports.bus;
     action = [options] { return parkctl::RunLatest(*options); };
   });
 }
@@ -278,10 +276,13 @@ int main(int argc, char** argv) {
       "Exit status: 0 done (a request: state 200), 1 another state or undecodable bytes, 2 no answer, 3 misused or not "
       "valid.\n"
       "Every subcommand has its own --help with examples.");
-  AddRequest(app, action, ports, "request", businessserver::kBusRequestMessage, "Send a configuration command",
-             "  parkctl request get_ttyio_cfg > line.json\n"
-             "  parkctl request set_ttyio_cfg @line.json\n"
-             "  parkctl request set_ctr_mdl '{\"model\":1}' && parkctl request set_dev_led '{\"led\":6}'");
+  AddRequest(
+      app, action, ports, "request", businessserver::kBusRequestMessage, "Send a configuration command",
+      "  parkctl request get_ttyio_cfg > line.json\n"
+      "  parkctl request set_ttyio_cfg @line.json\n"
+      "  parkctl request set_ctr_mdl '{\"model\":1}' && parkctl request set_dev_led '{\"led\":6}'\n"
+      "  parkctl request get_dev_pos --site mqtts://hub.example/garage --user ann --password-file ann.pw --device "
+      "L2-B-014");
   AddRequest(app, action, ports, "external", businessserver::kBusExtRequestMessage, "Send an external-control command",
              "  parkctl external check_controled_device      (405 until external control is switched on)\n"
              "  parkctl external external_control_framestatus '{\"ip\":\"192.168.1.9\",\"frame_status\":2}'");

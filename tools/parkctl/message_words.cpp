@@ -17,18 +17,10 @@ namespace bs = businessserver;
 
 namespace {
 
-constexpr size_t kLineMax = 600;  // bytes; a longer text is cut, with its size
+constexpr size_t kLineMax = 600;  // bytes; a longer text is cut
 constexpr size_t kHexMax = 32;    // bytes of a payload that is no text
 constexpr char kReplySuffix[] = "/reply";
 constexpr int kBase64Flag = 0;
-
-std::string Cut(std::string line) {
-  if (line.size() <= kLineMax) return line;
-  size_t end = kLineMax;
-  while (end > 0 && (line[end] & 0xC0) == 0x80) --end;
-  line.resize(end);
-  return line + "...";
-}
 
 std::string RawWords(const std::string& data) {
   if (data.empty()) return "(empty)";
@@ -94,10 +86,7 @@ std::string ListenWords(const Json::Value& document, const Json::Value& field_li
 }
 
 std::string PushWords(const Json::Value& document, const Json::Value&) {
-  static constexpr const char* kPositions[] = {"own group", "left", "right", "front"};
-  const uint32_t position = document[bs::kPos].asUInt();
-  return Address(document[bs::kSAddr]) + " (" +
-         (position <= bs::kFront ? kPositions[position] : "position " + std::to_string(position)) +
+  return Address(document[bs::kSAddr]) + " (" + words::PositionName(document[bs::kPos].asUInt()) +
          "): " + FreeOfTotal(document[bs::kFree], document[bs::kTotle]) + ControlledDevices(document[bs::kCmDev]);
 }
 
@@ -163,12 +152,34 @@ std::string MessageWords(const std::string& type, const std::string& data, const
   const bool is_record = ReadRecord(data, record, problem);
   if (CarriesRecord(watched)) return is_record ? RecordLine(record) : problem;
   Json::Value document;
-  if (!bs::ParseJson(data, document)) return Cut(is_record ? RecordLine(record) : RawWords(data));
+  if (!bs::ParseJson(data, document))
+    return words::Beginning(is_record ? RecordLine(record) : RawWords(data), kLineMax);
   try {
-    return Cut(words::Printable(watched != nullptr ? watched->words(document, field_list) : OneLineText(document)));
+    return words::Beginning(
+        words::Printable(watched != nullptr ? watched->words(document, field_list) : OneLineText(document)), kLineMax);
   } catch (const std::exception&) {  // a document of another form than its type promises
-    return Cut(OneLineText(document));
+    return words::Beginning(OneLineText(document), kLineMax);
   }
+}
+
+std::string CountsByPosition(const Json::Value& counts) {
+  static constexpr struct {
+    uint32_t position;
+    const char* totals;
+    const char* frees;
+  } kCounts[] = {{bs::kOwnGroup, bs::kNTotles, bs::kNFrees},
+                 {bs::kLeft, bs::kLTotles, bs::kLFrees},
+                 {bs::kRight, bs::kRTotles, bs::kRFrees},
+                 {bs::kFront, bs::kFTotles, bs::kFFrees}};
+  std::string words = FreeOfTotal(counts[bs::kFree], counts[bs::kTotle]);
+  const char* separator = ": ";
+  for (const auto& row : kCounts) {
+    if (counts[row.totals] == 0) continue;
+    words += separator + words::PositionName(row.position) + " " + Count(counts[row.frees]) + " of " +
+             Count(counts[row.totals]);
+    separator = ", ";
+  }
+  return words;
 }
 
 Json::Value MessageJson(const std::string& type, const std::string& data, const Json::Value& field_list) {

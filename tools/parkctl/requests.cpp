@@ -1,15 +1,11 @@
 #include "requests.h"
 
-#include <json/writer.h>
-
 #include <algorithm>
 #include <iostream>
 
-#include "bus_account.h"
 #include "console.h"
 #include "contract/check.h"
 #include "contract/schemas.h"
-#include "device_bus.h"
 #include "plain_words.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
@@ -23,6 +19,7 @@ namespace bs = businessserver;
 namespace {
 
 constexpr size_t kRequestLimit = 2047;  // bytes that the device takes
+constexpr int kDeviceSilent = 504;      // the relay's own answer for a daemon that gives none
 
 std::string UnknownCommandHint(const RequestOptions& options) {
   const bool external = options.message_type == bs::kBusExtRequestMessage;
@@ -34,7 +31,10 @@ std::string UnknownCommandHint(const RequestOptions& options) {
   return nearest.empty() ? "--help lists the commands" : "did you mean " + nearest + "?";
 }
 
-std::string Hint(int state, const RequestOptions& options, size_t request_size) {
+std::string Hint(int state, const std::string& error, const RequestOptions& options, size_t request_size) {
+  if (state == bs::kErrorType.state && error != bs::kErrorType.error_msg) {
+    return "what a site may ask is set on the device: parkctl relay set remote=read, or remote=configure";
+  }
   switch (state) {
     case bs::kRequestDataError.state:
       return "the request is " + std::to_string(request_size) + " bytes, the device takes 1 to " +
@@ -67,13 +67,6 @@ bool IsSound(const RequestOptions& options, const Json::Value& request) {
   return SayFaults({{bs::kType, words::Printable(fault)}});
 }
 
-std::string RequestText(const Json::Value& document) {
-  Json::StreamWriterBuilder builder;  // short: the device takes no long requests
-  builder["indentation"] = "";
-  builder["emitUTF8"] = true;
-  return Json::writeString(builder, document);
-}
-
 // State and text of the reply on standard error, its body on standard output: the body can go straight into a file.
 int ShowReply(const std::string& reply, const RequestOptions& options, size_t request_size) {
   bs::LX_Parking_Result_Param record;
@@ -90,20 +83,19 @@ int ShowReply(const std::string& reply, const RequestOptions& options, size_t re
   }
   const int state = document[bs::kState].asInt();
   const Json::Value& text = document[bs::kErrorMsg];
-  const std::string hint = Hint(state, options, request_size);
-  std::cerr << state << " " << (text.isString() ? words::Printable(text.asString()) : "")
-            << (hint.empty() ? "" : "\n  " + hint) << std::endl;
+  const std::string error = text.isString() ? text.asString() : "";
+  const std::string hint = Hint(state, error, options, request_size);
+  std::cerr << state << " " << words::Printable(error) << (hint.empty() ? "" : "\n  " + hint) << std::endl;
   if (document.isMember(bs::kBody)) std::cout << IndentedText(document[bs::kBody]) << "\n";
+  if (state == kDeviceSilent) return kNoAnswer;
   return state == bs::kAllDone.state ? kDone : kRefused;
 }
 
 // Sends and waits; without an answer says why.
 int Ask(const RequestOptions& options, const std::string& request, std::string& reply) {
   const std::chrono::milliseconds wait(static_cast<long>(options.timeout_s * 1000));
-  DeviceBus bus(options.bus_port, platform::kIntegratorRole);
-  Outcome outcome = Outcome::kNoBroker;
-  if (bus.Connect()) outcome = bus.Ask(options.message_type, request, wait, reply);
-  return bus.Explain(outcome, options.message_type);
+  DeviceLink device(options.device);
+  return device.Explain(device.Ask(options.message_type, request, wait, reply), options.message_type);
 }
 
 }  // namespace
@@ -119,7 +111,7 @@ std::vector<std::string> CommandNames(const std::string& message_type) {
 int RunRequest(const RequestOptions& options) {
   const Json::Value document = RequestDocument(options);
   if (!options.force && !IsSound(options, document)) return kMisused;
-  const std::string request = RequestText(document);
+  const std::string request = words::CompactText(document);  // short: the device takes no long requests
   std::string reply;
   const int status = Ask(options, request, reply);
   if (status != kDone) return status;
@@ -133,14 +125,14 @@ int RunRequest(const RequestOptions& options) {
 
 int RunLatest(const LatestOptions& options) {
   RequestOptions request;
-  request.bus_port = options.bus_port;
+  request.device = options.device;
   request.timeout_s = options.timeout_s;
   request.message_type = bs::kBusRequestMessage;
   request.command = bs::kGetLatestIvsresult;
   if (!options.json) return RunRequest(request);
 
   std::string reply;
-  const int status = Ask(request, RequestText(RequestDocument(request)), reply);
+  const int status = Ask(request, words::CompactText(RequestDocument(request)), reply);
   if (status != kDone) return status;
   bs::LX_Parking_Result_Param record;
   std::string problem;

@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "device_link.h"
+
 namespace parkctl {
 
 struct RequestOptions {
-  uint16_t bus_port = 0;
+  DeviceOptions device;
   double timeout_s = 0;
   std::string message_type;  // the path that the command takes
   std::string command;
@@ -22,7 +24,7 @@ struct RequestOptions {
 int RunRequest(const RequestOptions& options);
 
 struct LatestOptions {
-  uint16_t bus_port = 0;
+  DeviceOptions device;
   double timeout_s = 0;
   bool json = false;
 };

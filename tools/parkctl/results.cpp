@@ -10,6 +10,7 @@
 #include "device_bus.h"
 #include "message_words.h"
 #include "plain_words.h"
+#include "protocol/commands.h"
 #include "protocol/frame_info.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
@@ -20,6 +21,10 @@ namespace bs = businessserver;
 
 namespace {
 
+constexpr std::chrono::milliseconds kDaemonWait{5000};
+
+int NumberOf(const Json::Value& value) { return value.isInt() ? value.asInt() : -1; }
+
 uint32_t Address(const std::string& text) {
   uint32_t ip = 0;
   if (words::ParseAddress(text, ip)) return ip;
@@ -27,11 +32,9 @@ uint32_t Address(const std::string& text) {
 }
 
 uint32_t Position(const std::string& name) {
-  static constexpr const char* kNames[] = {"own", "left", "right", "front"};
-  for (uint32_t position = 0; position < std::size(kNames); ++position) {
-    if (name == kNames[position]) return position;
-  }
-  return static_cast<uint32_t>(ParseNumber(name, 0, UINT32_MAX, "--position (own, left, right, front)"));
+  uint32_t position = 0;
+  if (words::ParsePosition(name, position)) return position;
+  throw UserError("--position (own, left, right, front): '" + words::Printable(name) + "' is none");
 }
 
 Json::Value ControlledDevice(const std::string& text) {
@@ -48,6 +51,7 @@ Json::Value ControlledDevice(const std::string& text) {
   return device;
 }
 
+// Publishes in a role, and says what was published.
 int Send(uint16_t bus_port, const char* role, const std::string& type, const std::string& data) {
   DeviceBus bus(bus_port, role);
   Outcome outcome = Outcome::kNoBroker;
@@ -58,14 +62,83 @@ int Send(uint16_t bus_port, const char* role, const std::string& type, const std
   return bus.Explain(outcome, type);
 }
 
+// What the daemon itself says afterwards: on the bus anybody may have taken the message, a watcher too.
+class Daemon {
+ public:
+  explicit Daemon(uint16_t bus_port) : bus_(bus_port, platform::kIntegratorRole), up_(bus_.Connect()) {}
+
+  int Ask(const char* command, std::string& reply) {
+    Json::Value request;
+    request[bs::kType] = command;
+    const Outcome outcome =
+        up_ ? bus_.Ask(bs::kBusRequestMessage, words::CompactText(request), kDaemonWait, reply) : Outcome::kNoBroker;
+    return bus_.Explain(outcome, bs::kBusRequestMessage);
+  }
+
+  // The body of a reply with state 200, or nothing.
+  int AskBody(const char* command, Json::Value& body) {
+    std::string reply;
+    Json::Value document;
+    const int status = Ask(command, reply);
+    if (status != kDone) return status;
+    if (!bs::ParseJson(reply, document) || !document.isObject() || !document[bs::kBody].isObject()) {
+      Note(std::string("the daemon's answer to ") + command + " is none that this tool knows");
+      return kRefused;
+    }
+    body = document[bs::kBody];
+    return kDone;
+  }
+
+ private:
+  DeviceBus bus_;
+  const bool up_;
+};
+
+// The same event: what the daemon forwards besides may be older, such as the plate that a free space last held.
+bool Forwards(const bs::LX_Parking_Result_Param& latest, const bs::LX_Parking_Result_Param& sent) {
+  for (size_t i = 0; i < bs::kSpaces; ++i) {
+    const bs::LX_ParkingResult& a = latest.spaces[i];
+    const bs::LX_ParkingResult& b = sent.spaces[i];
+    if (a.valid != b.valid) return false;
+    if (b.valid == 1 && (a.space_status != b.space_status || a.time_stamp != b.time_stamp || a.trigger != b.trigger ||
+                         a.occupy_line != b.occupy_line)) {
+      return false;
+    }
+  }
+  return true;
+}
+
+int TellResult(uint16_t bus_port, const bs::LX_Parking_Result_Param& sent, bool forwarded) {
+  Daemon daemon(bus_port);
+  Json::Value state;
+  std::string reply;
+  int status = daemon.AskBody(bs::kGetDeviceFrameStatus, state);
+  if (status == kDone) status = daemon.Ask(bs::kGetLatestIvsresult, reply);
+  if (status != kDone) return status;
+  std::cout << "the daemon shows " << words::SpaceStateName(NumberOf(state[bs::kFrameStatus])) << ", lamp "
+            << words::LedColorText(NumberOf(state[bs::kLedColor])) << "\n";
+  bs::LX_Parking_Result_Param latest;
+  std::string problem;
+  if (!ReadRecord(reply, latest, problem)) {
+    Note("its latest result is " + problem);
+    return kRefused;
+  }
+  const char* const what = !forwarded               ? "and forwards no results of this type; its latest is  "
+                           : Forwards(latest, sent) ? "and forwarded  "
+                                                    : "and did not forward it, as a repeat; its latest is  ";
+  std::cout << what << RecordLine(latest) << "\n";
+  return kDone;
+}
+
 }  // namespace
 
 int SendResult(const ResultOptions& options) {
   const auto now = static_cast<uint32_t>(time(nullptr));
   const bs::LX_Parking_Result_Param record = BuildRecord(options.spaces, options.record_text, now);
   const std::string data(reinterpret_cast<const char*>(&record), sizeof record);
-  return Send(options.bus_port, platform::kRecogniserRole,
-              options.change ? bs::kAvsParkRectChange : bs::kAvsSimulatorTrigger, data);
+  const int status = Send(options.bus_port, platform::kRecogniserRole,
+                          options.change ? bs::kAvsParkRectChange : bs::kAvsSimulatorTrigger, data);
+  return status == kDone ? TellResult(options.bus_port, record, !options.change) : status;
 }
 
 int SendPush(const PushOptions& options) {
@@ -80,7 +153,11 @@ int SendPush(const PushOptions& options) {
   push[bs::kCmDev] = Json::Value();
   for (const std::string& device : options.devices) push[bs::kCmDev].append(ControlledDevice(device));
   if (!options.force && !SayFaults(contract::Check("messages/net_push", push))) return kMisused;
-  return Send(options.bus_port, platform::kRelayRole, bs::kBusNetPush, bs::StyledText(push));
+  int status = Send(options.bus_port, platform::kRelayRole, bs::kBusNetPush, bs::StyledText(push));
+  Json::Value counts;
+  if (status == kDone) status = Daemon(options.bus_port).AskBody(bs::kGetNetStatus, counts);
+  if (status == kDone) std::cout << "the daemon counts " << CountsByPosition(counts) << "\n";
+  return status;
 }
 
 }  // namespace parkctl

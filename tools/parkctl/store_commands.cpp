@@ -16,16 +16,13 @@ using businessserver::StoredDocument;
 
 namespace {
 
-constexpr size_t kListedText = 70;  // characters of a document shown in the list, or a little less
+constexpr size_t kListedText = 70;  // bytes of a document shown in the list, or a little less
 
-std::string Beginning(const std::string& text) {
+std::string Listed(const std::string& text) {
   Json::Value document;
-  std::string line =
-      businessserver::ParseJson(text, document) ? OneLineText(document) : "not JSON: " + words::Printable(text);
-  if (line.size() <= kListedText) return line;
-  size_t end = kListedText;
-  while (end > 0 && (line[end] & 0xC0) == 0x80) --end;
-  return line.substr(0, end) + "...";
+  return words::Beginning(
+      businessserver::ParseJson(text, document) ? OneLineText(document) : "not JSON: " + words::Printable(text),
+      kListedText);
 }
 
 void ShowChange(const std::string& line) {
@@ -45,7 +42,7 @@ int ListDocuments(uint16_t store_port) {
     char name[64];
     snprintf(name, sizeof name, "%-30s", DocumentName(*document).c_str());
     std::cout << Painted(Paint::kStrong, name)
-              << (found == Store::Found::kYes ? Beginning(text) : Painted(Paint::kFaint, "-")) << "\n";
+              << (found == Store::Found::kYes ? Listed(text) : Painted(Paint::kFaint, "-")) << "\n";
   }
   return kDone;
 }

@@ -19,17 +19,12 @@ constexpr char kUsualEnding[] = "_value";
 
 using Values = std::map<std::string, std::string>;
 
-// Every value of a document by the path to it, e.g. "pro_cfg[0].header".
-void Flatten(const Json::Value& value, const std::string& path, Values& values) {
-  if ((!value.isObject() && !value.isArray()) || value.empty()) {
-    values[path.empty() ? "(the whole)" : path] = OneLineText(value);
-  } else if (value.isObject()) {
-    for (const std::string& name : value.getMemberNames()) {
-      Flatten(value[name], path + (path.empty() ? "" : ".") + words::Printable(name), values);
-    }
-  } else {
-    for (Json::ArrayIndex i = 0; i < value.size(); ++i) Flatten(value[i], path + "[" + std::to_string(i) + "]", values);
+Values ValuesOf(const Json::Value& document) {
+  Values values;
+  for (const auto& [path, value] : words::Leaves(document)) {
+    values[path.empty() ? "(the whole)" : path] = OneLineText(*value);
   }
+  return values;
 }
 
 void KeepText(const char*, int, const char* value, int length, void* text) {
@@ -57,10 +52,8 @@ const StoredDocument& FindDocument(const std::string& name) {
 }
 
 std::vector<std::string> Changes(const Json::Value& before, const Json::Value& after) {
-  Values old_values;
-  Values new_values;
-  if (!before.isNull()) Flatten(before, "", old_values);
-  Flatten(after, "", new_values);
+  const Values old_values = before.isNull() ? Values() : ValuesOf(before);
+  const Values new_values = ValuesOf(after);
   std::vector<std::string> lines;
   for (const auto& [path, value] : old_values) {
     const auto now = new_values.find(path);

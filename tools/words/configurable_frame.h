@@ -34,5 +34,3 @@ DecodedFrame DecodeConfigurable(const uint8_t* bytes, size_t size, const FieldLi
 bool BeginsWithHeader(const uint8_t* bytes, size_t size, const FieldList& list);
 
 }  // namespace words
-
-namespace decode = words;  // the simulator's name for it

@@ -3,11 +3,13 @@
 #include <arpa/inet.h>
 #include <iconv.h>
 
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <iterator>
 
 #include "devicesdk/led_control.h"
+#include "protocol/frame_info.h"
 
 namespace words {
 
@@ -78,6 +80,10 @@ size_t PrintableCharacter(std::string_view text) {
   }
   return 0;
 }
+
+constexpr const char* kPositions[] = {"own", "left", "right", "front"};
+static_assert(businessserver::kOwnGroup == 0 && businessserver::kLeft == 1 && businessserver::kRight == 2 &&
+              businessserver::kFront == 3);
 
 constexpr uint32_t kLines[] = {businessserver::kLedLine1, businessserver::kLedLine2, businessserver::kLedLine3};
 
@@ -166,6 +172,20 @@ std::string LedRegisterText(uint32_t data_register) {
   char text[32];
   snprintf(text, sizeof text, "other bits 0x%02X", static_cast<unsigned>(others));
   return lines.empty() ? text : lines + ", " + text;
+}
+
+bool ParsePosition(const std::string& word, uint32_t& position) {
+  for (uint32_t i = 0; i < std::size(kPositions); ++i) {
+    if (word != kPositions[i]) continue;
+    position = i;
+    return true;
+  }
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), position);
+  return error == std::errc() && end == word.data() + word.size();
+}
+
+std::string PositionName(uint32_t position) {
+  return position < std::size(kPositions) ? kPositions[position] : "position " + std::to_string(position);
 }
 
 std::string HexText(const void* bytes, size_t size) {

@@ -41,5 +41,3 @@ std::vector<DecodedFrame> DecodeBurst(const uint8_t* bytes, size_t size, const J
 std::string DescribeBeaconLine(const std::string& line);
 
 }  // namespace words
-
-namespace decode = words;  // the simulator's name for it

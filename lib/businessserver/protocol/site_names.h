@@ -1,5 +1,4 @@
-// What the devices, the hub and the tools of a site call things: names, zones, directions, topics, limits. All of it
-// can be asked without memory being taken.
+// What the devices, the hub and the tools of a site call things: names, zones, directions, topics, limits.
 #pragma once
 
 #include <array>
@@ -12,11 +11,13 @@
 
 namespace businessserver {
 
-inline constexpr size_t kSiteNameMax = 32;            // characters of a site, a device, a part of a zone
-inline constexpr size_t kZonePartsMax = 8;            // parts of a zone
-inline constexpr uint32_t kSiteSpacesMax = 0x100000;  // beyond these a device finds its counts implausible
-inline constexpr int kCountsGoodSeconds = 70;         // a count that was heard is good for these
-inline constexpr size_t kCountsBytesMax = 4096;       // of a message with counts
+inline constexpr size_t kSiteNameMax = 32;             // characters of a site, a device, a part of a zone
+inline constexpr size_t kZonePartsMax = 8;             // parts of a zone
+inline constexpr uint32_t kSiteSpacesMax = 0x100000;   // beyond these a device finds its counts implausible
+inline constexpr int kCountsGoodSeconds = 70;          // a count that was heard is good for these
+inline constexpr size_t kCountsBytesMax = 4096;        // of a message with counts
+inline constexpr size_t kPlanBytesMax = 65536;         // of a plan: what a hub takes in one message
+inline constexpr size_t kDirectionDevicesMax = 16384;  // that a direction counts
 
 // The directions in which a device shows others; a direction's place is its DevicePosition.
 inline constexpr std::array<const char*, 4> kDirectionNames = {"group", "left", "right", "front"};

@@ -1,0 +1,89 @@
+// Builds the page into one file, or its tests.
+//   node build.mjs OUTPUT_FILE            the page
+//   node build.mjs --tests FOLDER OUTPUT_DIR   FOLDER/*.test.ts, for node --test
+import { createHash } from "node:crypto";
+import { mkdirSync, readFileSync, readdirSync, writeFileSync } from "node:fs";
+import { dirname, join, resolve } from "node:path";
+import { fileURLToPath } from "node:url";
+import { gzipSync } from "node:zlib";
+import esbuild from "esbuild";
+import { readContract } from "./contract.mjs";
+
+const here = dirname(fileURLToPath(import.meta.url));
+const kBytesMax = 700_000;
+const kZippedMax = 250_000;
+
+const contractPlugin = {
+  name: "contract",
+  setup(build) {
+    build.onResolve({ filter: /^contract:/ }, ({ path }) => ({ path, namespace: "contract" }));
+    build.onLoad({ filter: /.*/, namespace: "contract" }, () => ({
+      contents: JSON.stringify(readContract(resolve(here, "../contract"))),
+      loader: "json",
+    }));
+  },
+};
+
+async function buildPage(output) {
+  const result = await esbuild.build({
+    entryPoints: [join(here, "src/main.ts")],
+    outdir: "/",
+    bundle: true,
+    minify: true,
+    write: false,
+    platform: "browser",
+    target: ["chrome100", "firefox100", "safari15"],
+    charset: "utf8",
+    legalComments: "none",
+    plugins: [contractPlugin],
+  });
+  const text = (suffix) => result.outputFiles.find((file) => file.path.endsWith(suffix)).text;
+  const script = text(".js")
+    .trim()
+    .replace(/<\/script/gi, "<\\/script");
+  const style = text(".css").trim();
+  const hash = (content) => `'sha256-${createHash("sha256").update(content).digest("base64")}'`;
+  const policy = [
+    "default-src 'none'",
+    `script-src ${hash(script)}`,
+    `style-src ${hash(style)}`,
+    "img-src data:",
+    "connect-src 'self'",
+    "base-uri 'none'",
+    "form-action 'none'",
+  ].join("; ");
+  const page = readFileSync(join(here, "index.html"), "utf8")
+    .replace("{{policy}}", () => policy)
+    .replace("{{style}}", () => style)
+    .replace("{{script}}", () => script);
+  const bytes = Buffer.byteLength(page);
+  const zipped = gzipSync(page, { level: 9 }).length;
+  if (bytes > kBytesMax || zipped > kZippedMax)
+    throw new Error(`the page is too large: ${bytes} bytes, ${zipped} compressed`);
+  mkdirSync(dirname(output), { recursive: true });
+  writeFileSync(output, page);
+  console.log(`console: ${bytes} bytes, ${zipped} compressed`);
+}
+
+async function buildTests(folder, output) {
+  const tests = resolve(here, folder);
+  const entryPoints = readdirSync(tests)
+    .filter((file) => file.endsWith(".test.ts"))
+    .map((file) => join(tests, file));
+  await esbuild.build({
+    entryPoints,
+    outdir: output,
+    bundle: true,
+    platform: "node",
+    format: "esm",
+    outExtension: { ".js": ".mjs" },
+    external: ["playwright-core", "axe-core", "mqtt"],
+    sourcemap: "inline",
+    plugins: [contractPlugin],
+  });
+}
+
+const [first, second, third] = process.argv.slice(2);
+if (first === "--tests" && third !== undefined) await buildTests(second, resolve(third));
+else if (first !== undefined) await buildPage(resolve(first));
+else throw new Error("usage: node build.mjs OUTPUT_FILE | --tests FOLDER OUTPUT_DIR");

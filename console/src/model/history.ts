@@ -1,0 +1,27 @@
+// The last hour of free spaces, one sample every ten seconds, by the clock that only goes forward.
+
+const kStepMs = 10_000;
+const kSamples = 360;
+
+export class History {
+  private readonly at: number[] = [];
+  private readonly free: (number | null)[] = [];
+
+  /** Takes a sample when one is due. null: nothing is known, the line has a gap. */
+  sample(free: number | null, now: number): boolean {
+    const last = this.at[this.at.length - 1];
+    if (last !== undefined && now - last < kStepMs) return false;
+    this.at.push(now);
+    this.free.push(free);
+    if (this.at.length > kSamples) {
+      this.at.shift();
+      this.free.shift();
+    }
+    return true;
+  }
+
+  /** Minutes before now (negative) and the free spaces then. */
+  series(now: number): [number[], (number | null)[]] {
+    return [this.at.map((at) => (at - now) / 60_000), [...this.free]];
+  }
+}

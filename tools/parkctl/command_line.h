@@ -1,0 +1,23 @@
+// What the parts of parkctl's command line share.
+#pragma once
+
+#include <CLI/App.hpp>
+#include <cstdint>
+#include <functional>
+
+#include "device_link.h"
+
+namespace parkctl {
+
+struct Ports {
+  uint16_t bus = 5291;
+  uint16_t store = 5299;
+};
+
+// What to do, once the whole line was read: ports may come last.
+using Action = std::function<int()>;
+
+void AddSiteOptions(CLI::App& command, SiteOptions& options);
+void AddDeviceOptions(CLI::App& command, DeviceOptions& options);  // the same, and which device of the site
+
+}  // namespace parkctl
