@@ -19,7 +19,7 @@ packages_build=(
 packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc iproute2)
 packages_test=(
   git openssl clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
-  dpkg-dev file systemd python3-jsonschema python3-yaml chromium
+  dpkg-dev file systemd curl stunnel4 python3-jsonschema python3-yaml chromium
 )
 packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)
 packages_arm=(g++-arm-linux-gnueabihf qemu-user)

@@ -1,6 +1,8 @@
-# The Debian package of the device: the daemon, parkctl, and the services around them. Build it with
+# The Debian packages, of the device (the daemon, the relay, parkctl, and the services around them) and of a site's hub.
+# Build them with
 #   cmake --build --preset release --target package
 # or, for the board, with the preset arm.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME device)
 
 # The packaged daemon is always the camera's. In a build for the desk it is linked once more: it brings the board's
 # paths itself, and the platform library's own are then left out.
@@ -18,6 +20,11 @@ if(TARGET parkctl)
   install(TARGETS parkctl DESTINATION bin)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/parkctl.bash-completion
           DESTINATION share/bash-completion/completions RENAME parkctl)
+endif()
+# The relay to a site: not enabled until somebody puts the device into one.
+if(TARGET park_relay)
+  install(TARGETS park_relay DESTINATION bin)
+  install(FILES ${CMAKE_CURRENT_LIST_DIR}/systemd/business-server-relay.service DESTINATION /lib/systemd/system)
 endif()
 
 # The desk's broker and store configurations with what the device has on top.
@@ -37,9 +44,14 @@ file(READ ${here}/device/redis.conf access)
 file(WRITE ${made}/redis.conf "${store}${access}")
 
 install(FILES ${made}/mosquitto.conf ${made}/redis.conf ${here}/device/bus.acl DESTINATION /etc/business-server)
-install(PROGRAMS ${here}/store-repair ${here}/make-accounts ${here}/remote-requests DESTINATION lib/business-server)
+install(DIRECTORY DESTINATION /etc/business-server/bus.d)
+install(PROGRAMS ${here}/store-repair ${here}/make-accounts ${here}/remote-requests ${here}/console
+                 ${here}/make-certificate DESTINATION lib/business-server)
+install(FILES ${here}/device/bus-console.conf DESTINATION lib/business-server)
+install(FILES ${here}/device/console.conf DESTINATION /etc/business-server/console)
 install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-server-bus.service
-              ${here}/systemd/business-server-store.service DESTINATION /lib/systemd/system)
+              ${here}/systemd/business-server-store.service ${here}/systemd/business-server-console.service
+        DESTINATION /lib/systemd/system)
 install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
 install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
@@ -47,24 +59,62 @@ file(ARCHIVE_CREATE OUTPUT ${made}/changelog.gz PATHS ${CMAKE_SOURCE_DIR}/CHANGE
 install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md
               ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
 
+# The hub. It runs on any machine, and has nothing that is compiled.
+set(site ${here}/site)
+install(FILES ${site}/mosquitto.conf ${site}/console.conf DESTINATION /etc/business-server-site COMPONENT site)
+install(DIRECTORY DESTINATION /etc/business-server-site/hub.d COMPONENT site)
+install(PROGRAMS ${site}/make-site-account DESTINATION sbin COMPONENT site)
+install(PROGRAMS ${here}/make-certificate DESTINATION lib/business-server-site COMPONENT site)
+install(FILES ${site}/business-server-hub.service ${site}/business-server-hub-console.service
+        DESTINATION /lib/systemd/system COMPONENT site)
+install(FILES ${site}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server-site.conf COMPONENT site)
+install(DIRECTORY DESTINATION share/business-server-site/console COMPONENT site)
+install(FILES ${CMAKE_SOURCE_DIR}/docs/hub.md ${here}/debian/copyright ${made}/changelog.gz
+        DESTINATION share/doc/business-server-site COMPONENT site)
+
+# The console, for the hub and, where its owner wants it, for the device.
+set(console ${CMAKE_BINARY_DIR}/share/console/index.html)
+install(FILES ${console} DESTINATION share/business-server-site/console COMPONENT site OPTIONAL)
+install(FILES ${console} DESTINATION share/business-server/console OPTIONAL)
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_PACKAGE_NAME business-server)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL device site)
+set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_PACKAGE_CONTACT "The business server's maintainers <maintainers@localhost>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Business server of a parking-guidance camera")
 set(CPACK_STRIP_FILES ON)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SECTION misc)
-# killall is psmisc's: the daemon restarts the recognition programs with it. The device rules are udev's.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS
-  "mosquitto (>= 2.0), redis-server (>= 5:7.0), redis-tools (>= 5:7.0), systemd, udev, psmisc")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+
+set(CPACK_DEBIAN_DEVICE_PACKAGE_NAME business-server)
+set(CPACK_COMPONENT_DEVICE_DESCRIPTION "Business server of a parking-guidance camera")
+set(CPACK_DEBIAN_DEVICE_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_DEVICE_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_DEVICE_PACKAGE_CONTROL_EXTRA
+  ${here}/debian/postinst ${here}/debian/prerm ${here}/debian/postrm ${here}/debian/conffiles)
+# killall is psmisc's: the daemon restarts the recognition programs with it. The device rules are udev's. A certificate
+# for the console, where it is wanted, is openssl's.
+set(CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS
+  "mosquitto (>= 2.0), redis-server (>= 5:7.0), redis-tools (>= 5:7.0), systemd, udev, psmisc, openssl")
+
+set(CPACK_DEBIAN_DEVICE_PACKAGE_SUGGESTS stunnel4)
+
+set(CPACK_DEBIAN_SITE_PACKAGE_NAME business-server-site)
+set(CPACK_COMPONENT_SITE_DESCRIPTION "Hub of a site of parking-guidance cameras")
+set(CPACK_DEBIAN_SITE_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_SITE_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_SITE_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_SITE_PACKAGE_DEPENDS "mosquitto (>= 2.0), openssl, stunnel4, systemd")
+set(CPACK_DEBIAN_SITE_PACKAGE_CONTROL_EXTRA
+  ${site}/debian/postinst ${site}/debian/prerm ${site}/debian/postrm ${site}/debian/conffiles)
+
 if(CMAKE_CROSSCOMPILING)
   # This machine's package database does not know the board's libraries.
-  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
-  string(APPEND CPACK_DEBIAN_PACKAGE_DEPENDS ", libc6 (>= 2.36), libevent-core-2.1-7, libhiredis0.14, libjsoncpp25,"
+  set(CPACK_DEBIAN_DEVICE_PACKAGE_ARCHITECTURE armhf)
+  string(APPEND CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS ", libc6 (>= 2.36), libevent-core-2.1-7, libhiredis0.14, libjsoncpp25,"
     " libmosquitto1, libsodium23, libstdc++6 (>= 12), libsystemd0")
 else()
-  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+  set(CPACK_DEBIAN_DEVICE_PACKAGE_SHLIBDEPS ON)
   # Without this tool the package would be made all the same, and depend on no library.
   file(WRITE ${made}/cpack.cmake "
     find_program(shlibdeps dpkg-shlibdeps)
@@ -73,7 +123,4 @@ else()
     endif()\n")
   set(CPACK_PROJECT_CONFIG_FILE ${made}/cpack.cmake)
 endif()
-set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
-  ${here}/debian/postinst ${here}/debian/prerm ${here}/debian/postrm ${here}/debian/conffiles)
 include(CPack)

@@ -52,7 +52,7 @@ class InstalledDevice : public testing::Test {
     for (size_t at; (at = configuration.find(installed)) != std::string::npos;) {
       configuration.replace(at, installed.size(), here);
     }
-    std::filesystem::create_directory(directory_.path / "etc");
+    for (const char* made : {"etc", "bus.d"}) std::filesystem::create_directory(directory_.path / made);
     std::ofstream(here + "/etc/mosquitto.conf") << configuration;
     std::filesystem::copy(std::string(kBuild) + "/package/redis.conf", directory_.path / "etc");
     std::string problem;

@@ -34,6 +34,7 @@ class Siege : public InstalledDevice {
     files.rlim_cur = files.rlim_max;
     setrlimit(RLIMIT_NOFILE, &files);
     const std::string here = directory_.path;
+    std::filesystem::create_directory(here + "/log");
     const auto configure = [&](desk::Process& process, const char* service, const std::string& command) {
       const std::string files = service == nullptr ? "" : "prlimit --nofile=" + UnitSays(service, "LimitNOFILE");
       process.Configure({"sh", "-c", "exec " + files + " " + command + " >>log/" + process.name() + " 2>&1"}, here);
@@ -69,7 +70,7 @@ class Siege : public InstalledDevice {
     const size_t before = ReadFile(log).size();
     std::string problem;
     ASSERT_TRUE(row.process->Start(problem)) << problem;
-    const auto end = Clock::now() + std::chrono::seconds(10);
+    const auto end = Clock::now() + std::chrono::seconds(30);
     while (ReadFile(log).find(row.ready, before) == std::string::npos) {
       ASSERT_LT(Clock::now(), end) << row.process->name() << ": " << ReadFile(log).substr(before);
       std::this_thread::sleep_for(milliseconds(5));
