@@ -1,6 +1,7 @@
 // The platform's own libraries against real files, pipes and processes.
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 
 #include <cstring>
@@ -13,6 +14,7 @@
 #include "kvdb.h"
 #include "lx_logging.h"
 #include "shell.h"
+#include "watchdog.h"
 
 namespace {
 
@@ -63,6 +65,8 @@ TEST(Logging, RotatesItsFileAndFallsBackToStandardError) {
   for (int i = 0; i < 5000; ++i) Log(2, std::string(1000, 'r'));
   EXPECT_EQ(errors.Read(), "");
   ExitLxLogging();
+  EXPECT_EQ(InitLogging({"-v", "1x"}), 1);
+  EXPECT_NE(errors.Read().find("1x"), std::string::npos) << "no level, and said";
   Log(1, "not shown");
   Log(2, "after the end");
   EXPECT_TRUE(Matches(errors.Read(), "* 2 test/source:17 after the end\n"));
@@ -94,6 +98,26 @@ TEST_P(UnreadErrors, AreSurvived) {
 
 INSTANTIATE_TEST_SUITE_P(Logging, UnreadErrors, testing::Values(OpenPipe, OpenSocket),
                          [](const auto& each) { return each.index == 0 ? "Pipe" : "Socket"; });
+
+TEST(Watchdog, SpeaksTheSupervisorsWords) {
+  const TemporaryDirectory directory;
+  sockaddr_un address = {AF_UNIX, {}};
+  strcpy(address.sun_path, (directory.path / "notify").c_str());
+  const int supervisor = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK, 0);
+  ASSERT_EQ(bind(supervisor, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+  unsetenv("NOTIFY_SOCKET");
+  EXPECT_EQ(RegisterWatchDogKey("bus", 3, 20), 0u) << "nobody listens";
+  setenv("NOTIFY_SOCKET", address.sun_path, 1);
+  const uint32_t key = RegisterWatchDogKey("bus", 3, 20);
+  FeedDog(0);
+  FeedDog(key);
+  unsetenv("NOTIFY_SOCKET");
+  std::string heard;
+  char word[64];
+  for (ssize_t size; (size = recv(supervisor, word, sizeof word, 0)) > 0;) heard += std::string(word, size) + " ";
+  EXPECT_EQ(heard, "READY=1 WATCHDOG=1 ");
+  close(supervisor);
+}
 
 TEST(Base64, RefusesWhatIsNotCanonical) {
   const struct {

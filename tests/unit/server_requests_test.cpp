@@ -238,6 +238,8 @@ TEST_F(ServerTest, ExternalControlIsRefusedRecordedAndAdmitted) {
     return std::string(text);
   };
   Run([&] {
+    EXPECT_EQ(command(R"({"ip":"192.168.1.100","frame_status":100})"), 405);
+    EXPECT_TRUE(log().isNull()) << "what stands for no event yet";
     const std::string before = now();
     EXPECT_EQ(command(R"({"ip":"192.168.1.100","frame_status":0})"), 405);
     EXPECT_EQ(log().size(), 1u) << "the first command of all is an event";
