@@ -12,6 +12,7 @@
 
 #include "bus/caller.h"
 #include "bus/kept.h"
+#include "stranger.h"
 
 namespace {
 
@@ -325,6 +326,133 @@ TEST(BridgedHubs, AreOneSite) {
       Shell("mosquitto_sub -V 5 -h localhost -p " + std::to_string(site.port) + " --cafile " + site.File("tls/ca.pem") +
             " -u anna -P " + site.Password("anna") + " -t park/garage/counts/cam-1/L2 -C 1 -W 5 -F %E");
   EXPECT_GT(std::atoi(late.output.c_str()), 60) << late.output;
+}
+
+// A device and a hub as their packages configure them, with the relay between them under its accounts.
+class InstalledSite : public InstalledDevice {
+ protected:
+  Hub hub_{loop_, "hub", ""};
+  desk::Process relay_{loop_, "relay"};
+};
+
+TEST_F(InstalledSite, CountsAndRequestsPassWithTheRightsOfTheirAccounts) {
+  hub_.Accounts("--site garage device cam-1");
+  hub_.Accounts("--site garage planner,viewer,integrator anna");
+  for (desk::Process* program : {&device_.broker, &device_.store, &device_.daemon}) Start(*program);
+  const std::string here = directory_.path;
+  std::ofstream(here + "/site-password") << hub_.Password("cam-1") << "\n";
+  StoreSays(
+      "hset kvdb relay_value '{\"site\": \"garage\", \"device\": \"cam-1\", \"broker\": \"mqtts://localhost:8883\", "
+      "\"ca\": \"" +
+      hub_.File("tls/ca.pem") + "\", \"remote\": \"read\"}'");
+  relay_.Configure({BINARY_DIRECTORY "/park_relay", "--site-password", here + "/site-password"}, here);
+  std::string problem;
+  ASSERT_TRUE(relay_.Start(problem)) << problem;
+
+  Caller anna(hub_.Account("anna"));
+  ASSERT_TRUE(anna.Connect() && anna.Listen({"park/garage/#"}));
+  bus::Message plan{"park/garage/plan/cam-1", "{\"zone\": \"L1\", \"shows\": {\"left\": [\"L2\"]}}"};
+  plan.retained = true;
+  anna.Publish(plan);
+  std::map<std::string, std::string> heard;
+  const auto hears = [&](const std::string& topic, const std::string& words) {
+    return loop_.RunUntil(
+        [&] {
+          anna.Receive(milliseconds(20), [&](const bus::Message& message) { heard[message.topic] = message.payload; });
+          return heard[topic].find(words) != std::string::npos;
+        },
+        milliseconds(20000));
+  };
+  EXPECT_TRUE(hears("park/garage/counts/cam-1/L1", "spaces")) << ReadFile(here + "/log/relay.log");
+  EXPECT_TRUE(hears("park/garage/health/cam-1", "\"ok\""));
+
+  // Asked from the site: what the document allows, until the owner takes the account away.
+  const auto ask = [&](const std::string& command) {
+    std::string answer;
+    Caller caller(hub_.Account("anna"));
+    EXPECT_TRUE(caller.Connect());
+    caller.Request({"park/garage/request/cam-1", "{\"type\": \"" + command + "\"}", "park/garage/reply/anna/1"},
+                   milliseconds(8000), answer);
+    return answer;
+  };
+  EXPECT_NE(ask("get_ttyio_cfg").find("200"), std::string::npos);
+  EXPECT_NE(ask("set_ttyio_cfg").find("403"), std::string::npos);
+  EXPECT_EQ(Shell("BUSINESS_SERVER_ETC=" + here + " " + kPackaging + "/remote-requests off").status, 0);
+  kill(device_.broker.pid(), SIGHUP);
+  relay_.Stop();
+  ASSERT_TRUE(relay_.Start(problem)) << problem;
+  heard.clear();
+  EXPECT_TRUE(hears("park/garage/health/cam-1", "\"ok\""));
+  EXPECT_NE(ask("get_ttyio_cfg").find("504"), std::string::npos);
+}
+
+// The hub under siege, from the network and by accounts of its own. A listener without TLS beside the packaged ones
+// takes what is sent byte by byte; the limits are the same.
+class HubSiege : public testing::Test {
+ protected:
+  HubSiege() { hub_.Accounts("--site garage device cam-1 cam-2"); }
+
+  // To be called while those who attack are still there.
+  void ReportAndLogIn(const std::string& what) {
+    const auto began = Clock::now();
+    EXPECT_TRUE(Caller(hub_.Account("cam-2")).Connect()) << what;
+    const auto took = Clock::now() - began;
+    EXPECT_LT(took, std::chrono::seconds(5)) << what;
+    const std::string status = ReadFile("/proc/" + std::to_string(hub_.process().pid()) + "/status");
+    const size_t at = status.find("VmHWM:");
+    ASSERT_NE(at, std::string::npos) << what << ": the hub is gone";
+    const double peak = std::stod(status.substr(at + 6)) * 1024 / 1e6;
+    EXPECT_LT(peak, 600) << what;
+    printf("%-86s hub %5.1f MB, a device logs in after %.1f s\n", what.c_str(), peak,
+           std::chrono::duration<double>(took).count());
+  }
+
+  desk::Loop loop_;
+  Hub hub_{loop_, "hub", "listener 1883 127.0.0.1\nmax_connections 4000\n"};
+};
+
+TEST_F(HubSiege, Strangers) {
+  {
+    const auto silent = Crowd(8883, 1100);
+    ReportAndLogIn("1,100 connections that say nothing");
+  }
+  Stranger large(1883);
+  large.Send("\x10" + mqtt::Length(250u << 20));
+  const std::string chunk(1 << 20, 'x');
+  for (int i = 0; i < 60 && large.Send(chunk); ++i) {
+  }
+  EXPECT_FALSE(large.open());
+  std::string almost = mqtt::Packet(0x10, std::string(66000, 'x'));
+  almost.pop_back();
+  const auto strangers = Crowd(1883, 3500, almost);
+  ReportAndLogIn("3,500 packets of 66 kB that lack a byte");
+}
+
+TEST_F(HubSiege, ACameraThatWasTakenOver) {
+  mqtt::Login login;
+  login.user = "cam-1";
+  login.password = hub_.Password("cam-1");
+  std::vector<Stranger> stalled;
+  for (int i = 0; i < 4; ++i) {
+    stalled.emplace_back(uint16_t{1883}, 4096);
+    stalled.back().Send(mqtt::Connect(login) + mqtt::Subscribe({"#"}));
+  }
+  Stranger camera(1883);
+  ASSERT_TRUE(camera.Send(mqtt::Connect(login)));
+  mqtt::Message count{"park/garage/counts/cam-1/L1", std::string(65000, ' '), "", ""};
+  const std::string flood = mqtt::Publish(count);
+  for (int i = 0; i < 3000 && camera.Send(flood); ++i) {
+  }
+  ReportAndLogIn("a camera's account: 3,000 counts of 65 kB to four readers that stall");
+  stalled.clear();
+  Stranger keeper(1883);
+  ASSERT_TRUE(keeper.Send(mqtt::Connect(login)));
+  count.retain = true;
+  for (int i = 0; i < 8000; ++i) {
+    count.topic = "park/garage/counts/cam-1/L" + std::to_string(i);
+    if (!keeper.Send(mqtt::Publish(count))) break;
+  }
+  ReportAndLogIn("a camera's account: 8,000 kept counts of 65 kB");
 }
 
 }  // namespace

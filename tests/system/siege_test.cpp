@@ -126,18 +126,6 @@ class Siege : public InstalledDevice {
     return client;
   }
 
-  // That many connections that have said this, and no more. With room for the other end to take them in: beyond a
-  // hundred that wait the system lets the next one wait for a second.
-  static std::vector<Stranger> Crowd(uint16_t port, int size, const std::string& words = "") {
-    std::vector<Stranger> crowd;
-    for (int i = 0; i < size; ++i) {
-      crowd.emplace_back(port);
-      crowd.back().Send(words);
-      if (i % 50 == 49) std::this_thread::sleep_for(milliseconds(10));
-    }
-    return crowd;
-  }
-
   // Whether an honest client logs in, asks and gets its answer; how long that took in seconds.
   double AnswersAfter() {
     const auto began = Clock::now();

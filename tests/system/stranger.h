@@ -7,11 +7,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -93,6 +95,18 @@ class Stranger {
   bool open_ = false;
   std::string in_;
 };
+
+// That many connections that have said this, and no more. With room for the other end to take them in: beyond a
+// hundred that wait the system lets the next one wait for a second.
+inline std::vector<Stranger> Crowd(uint16_t port, int size, const std::string& words = "") {
+  std::vector<Stranger> crowd;
+  for (int i = 0; i < size; ++i) {
+    crowd.emplace_back(port);
+    crowd.back().Send(words);
+    if (i % 50 == 49) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  return crowd;
+}
 
 namespace mqtt {
 
