@@ -74,7 +74,8 @@ class DeviceOnDesk : public testing::Test {
     Forget();
     Outcome outcome;
     FILE* const pipe = popen(
-        ("cd " + directory_ + "; export TZ=UTC PATH=" BINARY_DIRECTORY ":$PATH; exec 2>&1; " + command_line).c_str(),
+        ("cd " + directory_ + "; export TZ=UTC HOME=$PWD PATH=" BINARY_DIRECTORY ":$PATH; exec 2>&1; " + command_line)
+            .c_str(),
         "r");
     bool ended = false;
     desk_.loop().Watch(fileno(pipe), [&] {

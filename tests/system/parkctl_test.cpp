@@ -3,28 +3,13 @@
 
 #include <string>
 
-#include "device_on_desk.h"
+#include "parkctl_on_desk.h"
 #include "protocol/json_text.h"
 #include "protocol/stored_documents.h"
 
 namespace {
 
-class Parkctl : public DeviceOnDesk {
- protected:
-  struct Row {
-    const char* command_line;
-    int status;
-    const char* printed;  // a part of it; null: nothing is printed
-  };
-
-  void RunRow(const Row& row) {
-    const Outcome outcome = Run(row.command_line);
-    EXPECT_EQ(outcome.status, row.status) << row.command_line << "\n" << outcome.output;
-    const bool as_expected =
-        row.printed != nullptr ? outcome.output.find(row.printed) != std::string::npos : outcome.output.empty();
-    EXPECT_TRUE(as_expected) << row.command_line << "\nprinted:\n" << outcome.output;
-  }
-};
+class Parkctl : public ParkctlOnDesk {};
 
 TEST_F(Parkctl, SaysWhatTheDeviceSays) {
   const Row kRows[] = {

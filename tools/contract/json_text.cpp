@@ -63,6 +63,16 @@ size_t LeftOpen(std::string_view text) {
   return starts.empty() ? std::string_view::npos : starts.back();
 }
 
+// Outside of texts nothing but a comment has a slash.
+bool HasComment(std::string_view text) {
+  for (size_t at = 0; at < text.size(); ++at) {
+    if (text[at] == '/') return true;
+    if (text[at] != '"') continue;
+    for (++at; at < text.size() && text[at] != '"'; ++at) at += text[at] == '\\' ? 1 : 0;
+  }
+  return false;
+}
+
 bool Parse(std::string_view text, bool comments, Json::Value& document, std::string& errors) {
   Json::CharReaderBuilder builder;
   builder["collectComments"] = false;
@@ -100,11 +110,11 @@ bool ParseStrictly(std::string_view text, Comments comments, Json::Value& docume
   problem = ProblemOfBytes(text);
   if (!problem.empty()) return false;
   std::string errors;
-  if (Parse(text, comments == Comments::kAllowed, document, errors)) return true;
-  std::string ignored;
-  Json::Value uncommented;
+  // The reader lets comments between members pass, allowed or not.
+  const bool commented = comments == Comments::kRefused && HasComment(text);
+  if (Parse(text, true, document, errors) && !commented) return true;
   const size_t open = LeftOpen(text);
-  if (comments == Comments::kRefused && Parse(text, true, uncommented, ignored)) {
+  if (commented && errors.empty()) {
     problem = "holds comments, which would be lost: take them out";
   } else if (open != std::string_view::npos) {
     problem = std::string("is cut off: the ") + text[open] + " of " + Line(text, open) + " is never closed";

@@ -20,4 +20,6 @@ using Action = std::function<int()>;
 void AddSiteOptions(CLI::App& command, SiteOptions& options);
 void AddDeviceOptions(CLI::App& command, DeviceOptions& options);  // the same, and which device of the site
 
+void AddConfig(CLI::App& app, Action& action, const Ports& ports);
+
 }  // namespace parkctl

@@ -292,6 +292,7 @@ int main(int argc, char** argv) {
   AddLatest(app, action, ports);
   AddDecode(app, action, ports);
   AddStore(app, action, ports);
+  parkctl::AddConfig(app, action, ports);
   AddContract(app, action);
   AddNames(app, action);
   try {

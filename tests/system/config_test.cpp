@@ -1,0 +1,72 @@
+// "parkctl config" on the running device: what is set, read back, taken back, and what is said when that goes wrong.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "parkctl_on_desk.h"
+
+namespace {
+
+class ParkctlConfig : public ParkctlOnDesk {
+ protected:
+  void RunAll(const std::vector<Row>& rows) {
+    for (const Row& row : rows) RunRow(row);
+  }
+  // "before" is what the device has, "after" differs in the line's speed and the device's position.
+  void MakeFiles() {
+    RunAll(
+        {{"parkctl config export before && parkctl config check before", 0, "all valid"},
+         {"sed 's/: 9600/: 19200/; s/\"pos\" : 0/\"pos\" : 2/' before >after && ! cmp -s before after", 0, nullptr}});
+  }
+};
+
+TEST_F(ParkctlConfig, SetsWhatDiffersAndGoesBack) {
+  MakeFiles();
+  RunAll({
+      {"parkctl config diff after", 1, "device_ttyio_value\n  ~ baudrate: 9600 -> 19200"},
+      {"parkctl config apply after </dev/null", 3, "nobody can be asked here"},
+      {"parkctl config apply after --yes", 0, "bus_dev_pos_value: set\ndevice_ttyio_value: set\n"},
+      {"parkctl config diff after", 0, "nothing differs"},
+      {"parkctl request get_ttyio_cfg", 0, "\"baudrate\": 19200"},
+      {"parkctl config rollback && parkctl config diff before", 0, "nothing differs"},
+      {"sed 's/: 9600/: 12345/' before >bad; parkctl config apply bad --yes", 3,
+       "device_ttyio_value.baudrate: 12345 is none of 300"},
+      {"parkctl config diff before", 0, "nothing differs"},
+      // A run that was killed half way is completed by the next.
+      {"cp after .local/state/parkctl/this-device.run.json; parkctl config apply before --yes", 0,
+       "an earlier run ended half way, 2 of its 12 documents are left to set"},
+      {"parkctl config diff before; ls .local/state/parkctl/this-device.run.json", 2, "nothing differs"},
+      {"flock .local/state/parkctl/this-device.lock parkctl config apply after --yes", 3, "another parkctl sets"},
+      {"parkctl store set bus_dev_pos '{\"pos\": 3}' && parkctl config diff before", 1, "~ pos: 3 -> 0"},
+  });
+}
+
+TEST_F(ParkctlConfig, GoesBackByItselfUnlessConfirmed) {
+  MakeFiles();
+  RunAll({
+      {"parkctl config apply after --yes --confirm 3", 0, "set for 3 s"},
+      {"parkctl config apply before --yes", 1, "a change waits to be confirmed"},
+      {"for i in $(seq 150); do parkctl config diff before && exit 0; sleep 0.1; done; exit 1", 0, "nothing differs"},
+      // Given again it has more time; confirmed it stays.
+      {"parkctl config apply after --yes --confirm 60", 0, "set for 60 s"},
+      {"parkctl config apply after --yes --confirm 3600", 0, "set for 3600 s"},
+      {"parkctl config confirm", 0, "kept"},
+      {"parkctl config confirm", 1, "no change waits"},
+      {"parkctl config diff after", 0, "nothing differs"},
+      {"parkctl config apply before --yes --confirm 600 && parkctl config rollback", 0, "everything is as it was"},
+      {"parkctl config diff after", 0, "nothing differs"},
+      // Whoever guards the change is killed: the next that comes by lets it go on.
+      {"parkctl config apply before --yes --confirm 2 && pkill -9 -f 'config [g]uard'; sleep 2.5; "
+       "parkctl config apply after --yes; true",
+       0, "the process that guards it was killed"},
+      {"for i in $(seq 150); do parkctl config diff after && exit 0; sleep 0.1; done; exit 1", 0, "nothing differs"},
+  });
+}
+
+TEST_F(ParkctlConfig, IsNotFooledByADeviceThatCannotStore) {
+  MakeFiles();
+  desk_.store().Stop();
+  RunAll({{"parkctl config apply after --yes", 2, "no store"}});
+}
+
+}  // namespace

@@ -1,0 +1,313 @@
+#include "config_commands.h"
+
+#include <unistd.h>
+
+#include <cinttypes>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <thread>
+
+#include "change_guard_service.h"
+#include "config_state.h"
+#include "console.h"
+#include "plain_words.h"
+#include "protocol/names.h"
+#include "relay/change_guard.h"
+
+namespace parkctl {
+
+namespace bs = businessserver;
+
+using config::Change;
+using config::Configuration;
+
+namespace {
+
+constexpr int kAttempts = 5;  // of a set that a device which starts again does not answer
+constexpr std::chrono::seconds kAttemptPause{2};
+
+// True for a file that can be used; everything that is wrong with it goes to standard error.
+bool ReadSound(const std::string& path, Configuration& configuration) {
+  const std::string text = ReadSource(path == "-" ? path : "@" + path);
+  const std::vector<std::string> faults = config::ReadFile(text, configuration);
+  for (const std::string& fault : faults) std::cerr << words::Printable(fault) << "\n";
+  return faults.empty();
+}
+
+void Show(const std::vector<Change>& changes) {
+  for (const Change& change : changes) {
+    std::cout << Painted(Paint::kStrong, change.part->name) << "\n";
+    for (const std::string& line : Changes(change.before, change.after)) std::cout << "  " << line << "\n";
+  }
+}
+
+bool IsForThisDevice(const Configuration& wanted, const Configuration& held, bool any) {
+  if (any || wanted.device.empty() || held.device.empty() || wanted.device == held.device) return true;
+  Note("the file is of " + words::Printable(wanted.device) + ", this device is " + words::Printable(held.device) +
+       ": --other-device takes it all the same");
+  return false;
+}
+
+bool Agrees() {
+  if (isatty(STDIN_FILENO) == 0) throw UserError("nobody can be asked here: --yes sets it");
+  std::cout << "Set this? [y/N] " << std::flush;
+  std::string answer;
+  std::getline(std::cin, answer);
+  return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+// The name of the change that makes a device like this file: the same file gives the same name.
+std::string ChangeId(const Configuration& configuration) {
+  uint64_t hash = 0xCBF29CE484222325u;  // FNV-1a
+  for (const char c : config::FileText(configuration)) hash = (hash ^ static_cast<uint8_t>(c)) * 0x100000001B3u;
+  char id[32];
+  snprintf(id, sizeof id, "config-%016" PRIx64, hash);
+  return id;
+}
+
+Json::Value GuardRequest(const char* type, const std::string& id = "") {
+  Json::Value request;
+  request[bs::kType] = type;
+  if (!id.empty()) request[bs::kBody]["id"] = id;
+  return request;
+}
+
+struct Waiting {
+  std::string id;  // empty: no change waits
+  int seconds_left = 0;
+};
+
+Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
+  if (device.ChangeWasLeft()) {
+    Note("a change was waiting and the process that guards it was killed: it goes on");
+    EnsureChangeGuard(options.device);
+  }
+  const Reply reply = device.AskGuard(GuardRequest(relay::kGetChange));
+  Waiting waiting;
+  if (!reply.Done() || !reply.body["id"].isString()) return waiting;
+  waiting.id = reply.body["id"].asString();
+  waiting.seconds_left = reply.body["seconds_left"].asInt();
+  return waiting;
+}
+
+// ---- one document after the other ----
+
+enum class Step { kDone, kRefused, kNoAnswer, kChangedMeanwhile };
+
+Step SetDocumentOf(ConfigDevice& device, const Change& change) {
+  const std::optional<Json::Value> now = device.ReadDocument(*change.part);
+  if (!now) return Step::kNoAnswer;
+  if (*now == change.after) return Step::kDone;
+  if (!change.before.isNull() && *now != change.before) {
+    std::cout << change.part->name << ": somebody has changed it meanwhile, nothing more is set:\n";
+    for (const std::string& line : Changes(change.before, *now)) std::cout << "  " << line << "\n";
+    return Step::kChangedMeanwhile;
+  }
+  Reply reply = device.Set(*change.part, change.after);
+  for (int attempt = 1; !reply.Came() && attempt < kAttempts; ++attempt) {
+    std::this_thread::sleep_for(kAttemptPause);
+    reply = device.Set(*change.part, change.after);
+  }
+  if (!reply.Came()) {
+    device.Explain(reply);
+    return Step::kNoAnswer;
+  }
+  if (!reply.Done()) {
+    std::cout << change.part->name << ": refused, " << reply.state << " " << words::Printable(reply.error_msg) << "\n";
+    return Step::kRefused;
+  }
+  const std::optional<Json::Value> stored = device.ReadDocument(*change.part);
+  if (!stored) return Step::kNoAnswer;
+  if (*stored == change.after) {
+    std::cout << change.part->name << ": set\n";
+    return Step::kDone;
+  }
+  std::cout << change.part->name << ": refused, the device answered well and stored something else:\n";
+  for (const std::string& line : Changes(change.after, *stored)) std::cout << "  " << line << "\n";
+  return Step::kRefused;
+}
+
+int SetAll(ConfigDevice& device, const ConfigState& state, const std::vector<Change>& changes) {
+  int status = kDone;
+  for (const Change& change : changes) {
+    switch (SetDocumentOf(device, change)) {
+      case Step::kDone:
+        break;
+      case Step::kRefused:
+        status = kRefused;
+        break;
+      case Step::kChangedMeanwhile:
+        state.EndRun();
+        return kRefused;
+      case Step::kNoAnswer:
+        Note("ended half way: the next apply sets what is left");
+        return kNoAnswer;
+    }
+  }
+  state.EndRun();
+  return status;
+}
+
+// A run that ended half way is completed before anything else is done.
+int CompleteUnfinished(ConfigDevice& device, const ConfigState& state, Configuration& held) {
+  const std::optional<Configuration> unfinished = state.UnfinishedRun();
+  if (!unfinished) return kDone;
+  const std::vector<Change> left = config::Difference(held, *unfinished);
+  std::cout << "an earlier run ended half way, " << left.size() << " of its " << unfinished->documents.size()
+            << " documents are left to set:\n";
+  Show(left);
+  const int status = SetAll(device, state, left);
+  if (status == kDone || status == kRefused) {
+    std::optional<Configuration> now = device.Read();
+    if (!now) return kNoAnswer;
+    held = std::move(*now);
+  }
+  return status;
+}
+
+// ---- a change that goes back by itself ----
+
+Json::Value TryRequest(const std::string& id, int seconds, const std::vector<Change>& changes) {
+  Json::Value request = GuardRequest(relay::kTryChange, id);
+  request[bs::kBody]["seconds"] = seconds;
+  for (const Change& change : changes) {
+    request[bs::kBody]["changes"].append(config::StoringRequest(*change.part, change.after));
+  }
+  return request;
+}
+
+int TellTried(const ConfigDevice& device, const Reply& reply, int seconds) {
+  if (!reply.Came()) return device.Explain(reply);
+  if (!reply.Done()) {
+    std::cout << "refused, " << reply.state << " " << words::Printable(reply.error_msg)
+              << ": everything is as it was\n";
+    return kRefused;
+  }
+  for (const Json::Value& stored : reply.body["stored"]) {
+    std::cout << words::Printable(stored[bs::kType].asString()) << ": " << OneLineText(stored[bs::kBody]) << "\n";
+  }
+  std::cout << "set for " << seconds << " s: \"parkctl config confirm\" keeps it, else everything goes back\n";
+  return kDone;
+}
+
+int TryAll(ConfigDevice& device, const ConfigOptions& options, const std::string& id,
+           const std::vector<Change>& changes) {
+  if (!device.remote() && !EnsureChangeGuard(options.device)) {
+    Note("the process that would set everything back did not start: nothing is set");
+    return kNoAnswer;
+  }
+  return TellTried(device, device.AskGuard(TryRequest(id, options.confirm_s, changes)), options.confirm_s);
+}
+
+int RefuseWhileWaiting(const Waiting& waiting) {
+  Note("a change waits to be confirmed, " + std::to_string(waiting.seconds_left) +
+       " s are left: \"parkctl config confirm\" keeps it, \"parkctl config rollback\" takes it back");
+  return kRefused;
+}
+
+}  // namespace
+
+int ExportConfiguration(const ConfigOptions& options) {
+  ConfigDevice device(options.device);
+  const std::optional<Configuration> held = device.Read();
+  if (!held) return kNoAnswer;
+  const std::string text = config::FileText(*held);
+  if (options.file.empty() || options.file == "-") {
+    std::cout << text << std::flush;
+    return kDone;
+  }
+  std::ofstream file(options.file, std::ios::binary | std::ios::trunc);
+  file << text << std::flush;
+  if (!file) throw UserError("cannot write '" + options.file + "'");
+  std::cout << options.file << ": " << held->documents.size() << " documents\n";
+  return kDone;
+}
+
+int CheckConfiguration(const ConfigOptions& options) {
+  Configuration configuration;
+  if (!ReadSound(options.file, configuration)) return kMisused;
+  std::cout << options.file << ": " << configuration.documents.size() << " documents, all valid\n";
+  return kDone;
+}
+
+int ShowDifference(const ConfigOptions& options) {
+  Configuration wanted;
+  if (!ReadSound(options.file, wanted)) return kMisused;
+  ConfigDevice device(options.device);
+  const std::optional<Configuration> held = device.Read();
+  if (!held) return kNoAnswer;
+  const std::vector<Change> changes = config::Difference(*held, wanted);
+  Show(changes);
+  if (changes.empty()) std::cout << "nothing differs\n";
+  return changes.empty() ? kDone : kRefused;
+}
+
+int ApplyConfiguration(const ConfigOptions& options) {
+  Configuration wanted;
+  if (!ReadSound(options.file, wanted)) return kMisused;
+  ConfigDevice device(options.device);
+  const ConfigState state(device.FileName());
+  const std::string id = ChangeId(wanted);
+  const Waiting waiting = WaitingChange(device, options);
+  if (!waiting.id.empty()) {
+    if (waiting.id != id || options.confirm_s == 0) return RefuseWhileWaiting(waiting);
+    Json::Value request = GuardRequest(relay::kTryChange, id);
+    request[bs::kBody]["seconds"] = options.confirm_s;
+    return TellTried(device, device.AskGuard(request), options.confirm_s);
+  }
+  std::optional<Configuration> held = device.Read();
+  if (!held) return kNoAnswer;
+  if (!IsForThisDevice(wanted, *held, options.other_device)) return kMisused;
+  if (const int status = CompleteUnfinished(device, state, *held); status == kNoAnswer) return status;
+
+  const std::vector<Change> changes = config::Difference(*held, wanted);
+  if (changes.empty()) {
+    std::cout << "nothing differs\n";
+    return kDone;
+  }
+  Show(changes);
+  if (!options.yes && !Agrees()) return kRefused;
+  state.KeepLastGood(*held);
+  if (options.confirm_s > 0) return TryAll(device, options, id, changes);
+  state.BeginRun(changes);
+  return SetAll(device, state, changes);
+}
+
+int ConfirmConfiguration(const ConfigOptions& options) {
+  ConfigDevice device(options.device);
+  const Waiting waiting = WaitingChange(device, options);
+  if (waiting.id.empty()) {
+    Note("no change waits to be confirmed");
+    return kRefused;
+  }
+  const Reply reply = device.AskGuard(GuardRequest(relay::kKeepChange, waiting.id));
+  if (!reply.Came()) return device.Explain(reply);
+  std::cout << (reply.Done() ? "kept" : "not kept: " + words::Printable(reply.error_msg)) << "\n";
+  return reply.Done() ? kDone : kRefused;
+}
+
+int RollBackConfiguration(const ConfigOptions& options) {
+  ConfigDevice device(options.device);
+  if (const Waiting waiting = WaitingChange(device, options); !waiting.id.empty()) {
+    const Reply reply = device.AskGuard(GuardRequest(relay::kUndoChange, waiting.id));
+    if (!reply.Came()) return device.Explain(reply);
+    std::cout << (reply.Done() ? "everything is as it was" : words::Printable(reply.error_msg)) << "\n";
+    return reply.Done() ? kDone : kRefused;
+  }
+  const ConfigState state(device.FileName());
+  const std::optional<Configuration> good = state.LastGood();
+  if (!good) {
+    Note("nothing was set on this device from here: there is nothing to go back to");
+    return kRefused;
+  }
+  const std::optional<Configuration> held = device.Read();
+  if (!held) return kNoAnswer;
+  const std::vector<Change> changes = config::Difference(*held, *good);
+  if (changes.empty()) std::cout << "everything is as it was\n";
+  Show(changes);
+  state.BeginRun(changes);
+  return SetAll(device, state, changes);
+}
+
+}  // namespace parkctl

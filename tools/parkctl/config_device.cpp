@@ -1,0 +1,156 @@
+#include "config_device.h"
+
+#include <iterator>
+#include <utility>
+
+#include "change_guard_service.h"
+#include "console.h"
+#include "contract/schemas.h"
+#include "kvdb.h"
+#include "protocol/json_text.h"
+#include "protocol/names.h"
+
+namespace parkctl {
+
+namespace bs = businessserver;
+
+namespace {
+
+constexpr std::chrono::seconds kPatience{6};        // a device that is busy with its beacon module answers in time
+constexpr std::chrono::seconds kGuardPatience{30};  // a change is made and read back before it is answered
+constexpr char kRelayKey[] = "relay_value";
+constexpr char kChangeKey[] = "config_change_value";
+
+const bs::StoredDocument& DocumentOf(const config::Part& part) {
+  for (const bs::StoredDocument* document : bs::kStoredDocuments) {
+    if (DocumentName(*document) == part.name) return *document;
+  }
+  return kRelayValue;
+}
+
+Json::Value DefaultOf(const config::Part& part) {
+  const Json::Value& schema = contract::Schema("documents/" + part.name);
+  return schema.get("default", Json::Value());
+}
+
+Reply ReadReply(Outcome outcome, const std::string& text) {
+  Reply reply;
+  reply.outcome = outcome;
+  if (outcome != Outcome::kDelivered) return reply;
+  Json::Value document;
+  if (!bs::ParseJson(text, document) || !document.isObject() || !document[bs::kState].isInt()) {
+    reply.error_msg = "the answer cannot be read";
+    return reply;
+  }
+  reply.state = document[bs::kState].asInt();
+  reply.error_msg = document[bs::kErrorMsg].isString() ? document[bs::kErrorMsg].asString() : "";
+  reply.body = document[bs::kBody];
+  return reply;
+}
+
+}  // namespace
+
+const bs::StoredDocument kRelayValue = {kRelayKey, sizeof kRelayKey - 1, bs::kNoDefault};
+
+const bs::StoredDocument kChangeDocument = {kChangeKey, sizeof kChangeKey - 1, bs::kNoDefault};
+
+ConfigDevice::ConfigDevice(const ConfigDeviceOptions& options)
+    : options_(options), remote_(!options.device.device.empty()), link_(std::in_place, options.device) {
+  if (!remote_) store_.emplace(options.store_port);
+}
+
+std::string ConfigDevice::FileName() const {
+  if (!remote_) return "this-device";
+  std::string site = options_.device.site.address;
+  for (char& c : site) {
+    if (c == '/' || c == ':') c = '_';
+  }
+  return site + "." + options_.device.device;
+}
+
+Reply ConfigDevice::Ask(const std::string& topic, const Json::Value& request) {
+  std::string answer;
+  const auto patience = topic == kChangeRequestMessage ? kGuardPatience : kPatience;
+  const std::string text = bs::StyledText(request);
+  Outcome outcome = link_->Ask(topic, text, patience, answer);
+  if (outcome == Outcome::kNoBroker) {  // given up by the broker while a person thought, or started again
+    link_.emplace(options_.device);
+    outcome = link_->Ask(topic, text, patience, answer);
+  }
+  return ReadReply(outcome, answer);
+}
+
+bool ConfigDevice::ChangeWasLeft() const {
+  std::string text;
+  return store_ && !ChangeGuardRuns() && store_->Read(kChangeDocument, text) == Store::Found::kYes;
+}
+
+int ConfigDevice::Explain(const Reply& reply) const { return link_->Explain(reply.outcome, bs::kBusRequestMessage); }
+
+std::optional<Json::Value> ConfigDevice::ReadDocument(const config::Part& part) {
+  if (remote_) {
+    Json::Value request;
+    request[bs::kType] = part.reading_command;
+    const Reply reply = Ask(bs::kBusRequestMessage, request);
+    if (reply.Done()) return reply.body;
+    if (!reply.Came()) {
+      Explain(reply);
+    } else {
+      Note(part.reading_command + ": " + std::to_string(reply.state) + " " + reply.error_msg);
+    }
+    return std::nullopt;
+  }
+  // The daemon answers with a default while the store is away: the store itself is asked.
+  std::string text;
+  const Store::Found found = store_->Read(DocumentOf(part), text);
+  if (found == Store::Found::kUnreachable) {
+    store_->Explain();
+    return std::nullopt;
+  }
+  Json::Value document;
+  if (found == Store::Found::kNo || !bs::ParseJson(text, document)) return DefaultOf(part);
+  return document;
+}
+
+std::optional<config::Configuration> ConfigDevice::Read() {
+  config::Configuration configuration;
+  // The relay reads the store itself, and says when that is away: asked first and last, it vouches for the rest.
+  const config::Part& relay = *config::FindPart(config::kRelayDocument);
+  if (remote_ && !ReadDocument(relay)) return std::nullopt;
+  for (const config::Part& part : config::Parts()) {
+    std::optional<Json::Value> value = ReadDocument(part);
+    if (!value) return std::nullopt;
+    if (value->isObject() && !value->empty()) configuration.documents.push_back({&part, std::move(*value)});
+  }
+  configuration.device = config::DeviceNameIn(configuration);
+  return configuration;
+}
+
+Reply ConfigDevice::SetRelayDocument(const Json::Value& value) {
+  const std::string text = bs::StyledText(value);
+  const bool stored =
+      value.isNull() ? Kvdb_DeleteKey(kRelayValue.key, kRelayValue.key_length) == 1 : store_->Write(kRelayValue, text);
+  Reply reply;
+  reply.outcome = Outcome::kDelivered;
+  reply.state = stored ? bs::kAllDone.state : bs::kSetError.state;
+  reply.error_msg = stored ? bs::kAllDone.error_msg : "the store did not take it";
+  if (!stored) return reply;
+  // The relay reads its document again when anybody speaks here.
+  DeviceBus bus(options_.device.bus_port, "integrator");
+  if (bus.Connect()) bus.Send(bs::kHttpBroadcastMessageRoot, R"({"type": "relay_document_changed"})");
+  return reply;
+}
+
+Reply ConfigDevice::Set(const config::Part& part, const Json::Value& value) {
+  if (!remote_ && part.name == config::kRelayDocument) return SetRelayDocument(value);
+  return Ask(bs::kBusRequestMessage, config::StoringRequest(part, value));
+}
+
+Reply ConfigDevice::AskGuard(const Json::Value& request) {
+  if (remote_) return Ask(bs::kBusRequestMessage, request);
+  Reply nobody;
+  nobody.outcome = Outcome::kNobodyListens;
+  return ChangeGuardRuns() ? Ask(kChangeRequestMessage, request) : nobody;
+}
+
+}  // namespace parkctl
