@@ -19,7 +19,7 @@ TEST_F(LedTest, SetsUpTheBankAndLeavesItDark) {
   for (const off_t pin : {0xE8, 0xEC, 0xF0}) EXPECT_EQ(1u, Register(kPinMux + pin));
   EXPECT_EQ(0xFFFFFF5Du, Register(kLedGpio + 0x400)) << "other pins keep their direction";
   EXPECT_EQ(0u, Register(kLedGpio + 0x3FC));
-  led_->LED_WHITE();
+  led_->OpenLed(3);
   led_->ResetLed();  // of a block that is not there
   led_.reset();
   EXPECT_EQ(255u, Register(kLedGpio + 0x3FC)) << "the LEDs outlive the driver";
@@ -39,6 +39,14 @@ TEST_F(LedTest, ColoursWithAndWithoutABoard) {
       led_->OpenLed(row.color);
       EXPECT_EQ(row.pattern, led_->DataRegister()) << row.color;
     }
+  }
+  const std::pair<void (LedControl::*)(), uint32_t> methods[] = {
+      {&LedControl::LED1_SET, 4},   {&LedControl::LED2_SET, 8},   {&LedControl::LED3_SET, 16},
+      {&LedControl::LED12_SET, 12}, {&LedControl::LED13_SET, 20}, {&LedControl::LED23_SET, 24},
+      {&LedControl::LED_CLOSE, 0},  {&LedControl::LED_WHITE, 255}};
+  for (const auto& [set, pattern] : methods) {
+    ((*led_).*set)();
+    EXPECT_EQ(pattern, led_->DataRegister()) << pattern;
   }
   std::filesystem::rename("dev/mem", "dev/gone");
   led_->GPIO_Init();  // what was mapped stays

@@ -122,6 +122,7 @@ TEST_F(TtyTest, SendingDropsStaleInputOnlyWhenAskedTo) {
   EXPECT_EQ(7, tty_->TTY_Sendn(frame.data(), 7));
   EXPECT_EQ(0, line_.Queued());
   EXPECT_EQ(frame + frame, line_.Heard(14));
+  EXPECT_EQ(1, tty_->TTY_SendnNB("x", 1));
   EXPECT_EQ(0, tty_->TTY_SendnNB(frame.data(), 0));
   EXPECT_TRUE(Fake().Logged(1, "SEND bytes : 0"));
 }

@@ -18,8 +18,7 @@ namespace bs = businessserver;
 
 namespace {
 
-constexpr size_t kRequestLimit = 2047;  // bytes that the device takes
-constexpr int kDeviceSilent = 504;      // the relay's own answer for a daemon that gives none
+constexpr int kDeviceSilent = 504;  // the relay's own answer for a daemon that gives none
 
 std::string UnknownCommandHint(const RequestOptions& options) {
   const bool external = options.message_type == bs::kBusExtRequestMessage;
@@ -38,7 +37,7 @@ std::string Hint(int state, const std::string& error, const RequestOptions& opti
   switch (state) {
     case bs::kRequestDataError.state:
       return "the request is " + std::to_string(request_size) + " bytes, the device takes 1 to " +
-             std::to_string(kRequestLimit);
+             std::to_string(bs::kMaxRequestSize);
     case bs::kErrorType.state:
       return UnknownCommandHint(options);
     case bs::kSetError.state:

@@ -59,6 +59,8 @@ inline constexpr char kGetParkingAreaCfg[] = "get_parking_area_cfg";
 inline constexpr char kCheckControledDevice[] = "check_controled_device";
 inline constexpr char kExternalControlFramestatus[] = "external_control_framestatus";
 
+constexpr size_t kMaxRequestSize = 2047;  // bytes, of one request
+
 enum class CommandEffect {
   kReads,   // changes nothing
   kStores,  // changes the stored document

@@ -2,18 +2,13 @@
 #include <exception>
 #include <utility>
 
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "server/business_server.h"
 #include "server/message_text.h"
 #include "server/request.h"
 
 namespace businessserver {
-
-namespace {
-
-constexpr uint32_t kMaxRequestSize = 2047;
-
-}  // namespace
 
 int BusinessServer::CheckReqMsg(Json::Value& reply, Json::Value& request, const _TagDpMsg* msg) {
   if (msg->data_size == 0 || msg->data_size > kMaxRequestSize) {
