@@ -31,6 +31,8 @@ struct DpPollHandle;
 
 // Bus connection lost, or never made: the client should call DpClient_HdlReConnect.
 constexpr unsigned kDpStatusDisconnected = 101;
+// The process has been asked to end, and does so when the callback returns: time to write what was put off.
+constexpr unsigned kDpStatusEnding = 102;
 
 using DpMsgCallback = void (*)(DpPollHandle* handle, const _TagDpMsg* msg, void* user);
 using DpStatusCallback = void (*)(DpPollHandle* handle, unsigned status, void* user);

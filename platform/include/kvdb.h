@@ -13,7 +13,8 @@ int Kvdb_Stop();
 // 1 when stored, -1 on failure.
 int Kvdb_SetKey(const char* key, uint16_t key_length, const char* value, uint32_t value_length);
 
-// 1 when found (the callback ran before the return), 0 when there is no such key, -1 on failure.
+// 1 when found (the callback ran before the return), 0 when the store has answered that there is no such key, or has
+// one that is longer than any document, -1 when it has not answered.
 int Kvdb_GetKey(const char* key, uint16_t key_length, KvdbGetCallback callback, void* user);
 int Kvdb_GetKeyAbsolutely(const char* key, uint16_t key_length, KvdbGetCallback callback, void* user);
 

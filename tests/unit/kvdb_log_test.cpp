@@ -85,7 +85,56 @@ TEST(KvdbLog, StoreThatIsDownLosesNothing) {
   EXPECT_EQ(Fake().store[kKey], StyledText(log.QuaryKvdbLog()));
   Fake().store_down = true;
   EXPECT_EQ(log.AddKvdbLog(Record(4)), 1);
-  EXPECT_EQ(Slots(log.QuaryKvdbLog()), "1 2 3 4 ");
+  log.GetLogFromKvdb();
+  Fake().store_down = false;
+  log.AddKvdbLog(Record(5));
+  EXPECT_EQ(Slots(log.QuaryKvdbLog()), "1 2 3 4 5 ") << "a later refusal has nothing to do with the first load";
+}
+
+// The store is back at every possible moment of a load, an event and the write that follows it.
+TEST(KvdbLog, IsNeverWrittenOverOneThatWasNotRead) {
+  for (int refusals = 0; refusals < 12; ++refusals) {
+    ResetFake();
+    Fake().store[kKey] = R"({"log_index":1,"logs":[{"log_ip":"10.0.0.1"}]})";
+    Fake().store_refusals = refusals;
+    KvdbLog log;
+    log.Start(kKey);
+    for (int i = 2; i <= 4; ++i) {
+      log.AddKvdbLog(Record(i));
+      EXPECT_NE(Fake().store[kKey].find("10.0.0.1"), std::string::npos) << refusals << " refusals, event " << i;
+    }
+    Fake().store_refusals = 0;
+    log.Flush();
+    log.AddKvdbLog(Record(5));
+    Json::Value stored;
+    ASSERT_TRUE(ParseJson(Fake().store[kKey], stored));
+    EXPECT_EQ(Slots(stored), "1 2 3 4 5 ") << refusals << " refusals";
+  }
+}
+
+TEST(KvdbLog, AFloodIsWrittenAFewTimesAndInShort) {
+  ResetFake();
+  KvdbLog log;
+  log.Start(kKey);
+  const int before = Fake().store_writes;
+  Json::Value record;
+  for (int i = 0; i < 1000; ++i) {
+    record["log_ip"] = std::to_string(i) + std::string(1900, 'x');
+    EXPECT_EQ(log.AddKvdbLog(record), 1);
+    if (i % 100 == 99) log.Flush();
+  }
+  EXPECT_LE(Fake().store_writes - before, KvdbLog::kMaxWrites + 10);
+  EXPECT_LT(Fake().store[kKey].size(), 2400u);
+  EXPECT_EQ(Fake().store[kKey], StyledText(log.QuaryKvdbLog())) << "the last of them is written by the flush";
+
+  record["log_ip"] = std::string(254, 'x') + "é";
+  log.AddKvdbLog(record);
+  EXPECT_EQ(log.QuaryKvdbLog()["logs"][0]["log_ip"].asString(), std::string(254, 'x')) << "not within a character";
+  const int writes = Fake().store_writes;
+  log.Flush();
+  log.Flush();
+  log.AddKvdbLog(Record(1));
+  EXPECT_EQ(Fake().store_writes - writes, 2) << "after a silence at once again";
 }
 
 }  // namespace

@@ -148,5 +148,56 @@ TEST_F(ServerTest, HandlersDropWhatTheyCannotRead) {
   });
 }
 
+// A store that is away for the first so many calls: it comes back between any reading and what follows it, at the start
+// and in a flood of requests.
+TEST_F(ServerTest, NoDefaultTakesThePlaceOfADocumentThatWasNotRead) {
+  const std::string owners = R"({"ttyionum":2,"baudrate":1200,"checkbit":0,"databit":8,"stopbit":1,"owner":1,)"
+                             R"("pro_cfg":[{"end":"33"}]})";
+  for (int refusals = 1; refusals < 80; ++refusals) {
+    ResetFake();
+    for (const StoredDocument* stored : kStoredDocuments) {
+      if (stored->default_index != kNoDefault) Fake().store[KeyOf(*stored)] = owners;
+    }
+    Fake().store[KeyOf(kExtTtyio)] = R"({"proto":255,"frame1_addr":1,"frame2_addr":2,"frame3_addr":3})";
+    const auto documents = Fake().store;
+    Fake().store_refusals = refusals;
+    Run([&] {
+      for (const char* command :
+           {"get_ttyio_cfg", "get_ext_ttyio_cfg", "get_rs485pro_cfg", "get_parking_color_cfg",
+            "get_parking_reserve_cfg", "get_enc_cfg", "get_ctr_mdl", "get_dev_pos", "get_ibc_name", "get_ibc_conntime",
+            "get_ibc_broper", "get_ibc_id", "get_ibc_pow", "get_ibc_txp"}) {
+        for (int i = 0; i < 4; ++i) Request(std::string(R"({"type":")") + command + "\"}");
+      }
+      // Sets that are refused fall back to what is stored.
+      Request(R"({"type":"set_rs485pro_cfg","body":{"pro_cfg":[{"nothing":1}]}})");
+    });
+    Fake().store.erase(KeyOf(kControledLog));
+    ASSERT_EQ(Fake().store, documents) << "after " << refusals << " refusals";
+  }
+}
+
+TEST_F(ServerTest, EventsThatWerePutOffAreWrittenByTheTickAndAtTheEnd) {
+  const auto command = [](int i) {
+    Fake().Deliver(kBusExtRequestMessage, R"({"type":"external_control_framestatus","body":{"ip":"10.0.0.)" +
+                                              std::to_string(i) + R"(","frame_status":1}})");
+  };
+  const auto stored = [](const std::string& ip) {
+    return Fake().store[KeyOf(kControledLog)].find(ip) != std::string::npos;
+  };
+  Run([&] {
+    Fake().Advance(1, 100);  // the first tick
+    for (int i = 0; i < 200; ++i) command(i);
+    EXPECT_FALSE(stored("10.0.0.199"));
+    Fake().Advance(4000, 100);
+    EXPECT_TRUE(stored("10.0.0.199"));
+    command(200);
+    EXPECT_FALSE(stored("10.0.0.200"));
+    Fake().on_status(nullptr, kDpStatusEnding, Fake().user);
+    EXPECT_TRUE(stored("10.0.0.200")) << "asked to end";
+    command(201);
+  });
+  EXPECT_TRUE(stored("10.0.0.201")) << "ended";
+}
+
 }  // namespace
 }  // namespace businessserver

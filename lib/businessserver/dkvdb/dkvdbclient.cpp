@@ -40,6 +40,11 @@ bool KvdbClient::GetKey(const std::string& key, std::string* value, bool absolut
   return GetKey(key.data(), KeyLength(key), value, absolutely);
 }
 
+Lookup KvdbClient::Find(const char* key, uint16_t key_length, std::string* value) {
+  const int found = Kvdb_GetKeyAbsolutely(key, key_length, GetKeyCallBack, value);
+  return found > 0 ? Lookup::kFound : found == 0 ? Lookup::kMissing : Lookup::kUnanswered;
+}
+
 bool KvdbClient::DeleteKey(const char* key, uint16_t key_length) { return Kvdb_DeleteKey(key, key_length) != kFailed; }
 
 bool KvdbClient::BackupDatabase() { return Kvdb_BackupDatabase() != kFailed; }

@@ -8,6 +8,9 @@
 
 namespace dkvdb {
 
+// What became of a look-up. Only one that the store has answered says anything about what it holds.
+enum class Lookup { kFound, kMissing, kUnanswered };
+
 class KvdbClient : public boost::enable_shared_from_this<KvdbClient> {
  public:
   virtual ~KvdbClient();
@@ -23,6 +26,9 @@ class KvdbClient : public boost::enable_shared_from_this<KvdbClient> {
   // returns false when there is no such key or the store fails. `absolutely` selects Kvdb_GetKeyAbsolutely.
   bool GetKey(const char* key, uint16_t key_length, std::string* value, bool absolutely);
   bool GetKey(const std::string& key, std::string* value, bool absolutely);
+
+  // As GetKey with `absolutely`, and tells a key that is not there from a store that did not say.
+  Lookup Find(const char* key, uint16_t key_length, std::string* value);
 
   bool DeleteKey(const char* key, uint16_t key_length);
   bool BackupDatabase();

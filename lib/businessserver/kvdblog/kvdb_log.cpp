@@ -1,5 +1,6 @@
 #include "kvdblog/kvdb_log.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <string_view>
 
@@ -45,6 +46,20 @@ bool Repair(Json::Value& document) {
   return repaired;
 }
 
+// An address, a message, a time: longer texts are nobody's, and would be written again with each of the next records.
+Json::Value Bounded(Json::Value record) {
+  if (!record.isObject()) return record;
+  for (Json::Value& member : record) {
+    if (!member.isString()) continue;
+    const std::string text = member.asString();
+    if (text.size() <= KvdbLog::kMaxTextSize) continue;
+    size_t end = KvdbLog::kMaxTextSize;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0) == 0x80) --end;  // not within a character
+    member = text.substr(0, end);
+  }
+  return record;
+}
+
 }  // namespace
 
 KvdbLog::~KvdbLog() { BS_LOG(kLifecycle) << "~KvdbLog"; }
@@ -55,14 +70,28 @@ void KvdbLog::Start(const std::string& key) {
 }
 
 void KvdbLog::GetLogFromKvdb() {
+  if (unsaved_ && loaded_) Save();
+  Load();
+}
+
+bool KvdbLog::Load() {
+  const Json::Value made_meanwhile = loaded_ ? Json::Value() : document_;
   const int found = Kvdb_GetKeyAbsolutely(key_.data(), static_cast<uint16_t>(key_.size()), GetKeyCallBack, this);
-  loaded_ = found >= 0;
+  if (found < 0) {
+    if (document_.isNull()) TakeDefault();  // in memory only: a store that is late must not lose its log
+    return false;
+  }
+  loaded_ = true;
   if (found == 0) {
     TakeDefault();
     Write(std::string(kDefaultText));
-  } else if (found < 0 && document_.isNull()) {
-    TakeDefault();  // in memory only: a store that is late must not lose its log
   }
+  // The records that were made while the store was away follow those that it held.
+  if (!made_meanwhile.isObject()) return true;
+  const Json::Value& records = made_meanwhile[kLogs];
+  const Json::ArrayIndex oldest = records.size() < kMaxRecords ? 0 : made_meanwhile[kLogIndex].asUInt();
+  for (Json::ArrayIndex i = 0; i < records.size(); ++i) Append(records[(oldest + i) % records.size()]);
+  return true;
 }
 
 void KvdbLog::GetKeyCallBack(const char*, int, const char* value, int value_length, void* self) {
@@ -84,16 +113,6 @@ void KvdbLog::TakeStored(const char* value, int value_length) {
 
 void KvdbLog::TakeDefault() { ParseJson(kDefaultText, document_); }
 
-// The records that were made while the store was away follow those that it held.
-void KvdbLog::LoadLate() {
-  const Json::Value made_meanwhile = document_;
-  GetLogFromKvdb();
-  if (!loaded_) return;
-  const Json::Value& records = made_meanwhile[kLogs];
-  const Json::ArrayIndex oldest = records.size() < kMaxRecords ? 0 : made_meanwhile[kLogIndex].asUInt();
-  for (Json::ArrayIndex i = 0; i < records.size(); ++i) Append(records[(oldest + i) % records.size()]);
-}
-
 void KvdbLog::Append(const Json::Value& record) {
   const int index = document_[kLogIndex].asInt();
   Json::Value& logs = document_[kLogs];
@@ -106,8 +125,24 @@ void KvdbLog::Append(const Json::Value& record) {
 }
 
 int KvdbLog::AddKvdbLog(const Json::Value& record) {
-  if (!loaded_) LoadLate();
-  Append(record);
+  Append(Bounded(record));
+  unsaved_ = true;
+  if (writes_left_ == 0) return 1;
+  --writes_left_;
+  return Save();
+}
+
+void KvdbLog::Flush() {
+  if (unsaved_) {
+    Save();
+  } else {
+    writes_left_ = std::min(writes_left_ + 1, kMaxWrites);
+  }
+}
+
+int KvdbLog::Save() {
+  if (!loaded_ && !Load()) return 1;
+  unsaved_ = false;
   // Kept: a failed write (-1) counts as written; callers only tell 0 from the rest.
   return Write(StyledText(document_)) != 0 ? 1 : 0;
 }

@@ -20,9 +20,16 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
   void Start(const std::string& key);
   void GetLogFromKvdb();  // loads it again, in the same way
 
-  // Adds a record, replacing the oldest of eight, and writes the document. Returns 1, or 0 when the write returned 0;
-  // the record stays in memory either way.
+  // Adds a record, replacing the oldest of eight, and writes the document, at once or, where records come faster than
+  // a medium should be written, at the next Flush. Texts of a record are cut to kMaxTextSize bytes. Returns 1, or 0
+  // when the write returned 0; the record stays in memory either way.
   int AddKvdbLog(const Json::Value& record);
+  static constexpr size_t kMaxTextSize = 255;
+
+  // Writes what was put off, if there is anything. For the owner's tick, every few seconds, and its end: between two
+  // calls a few records are written at once, after a silence up to kMaxWrites of them.
+  void Flush();
+  static constexpr int kMaxWrites = 32;
 
   Json::Value& QuaryKvdbLog() { return document_; }
 
@@ -32,13 +39,16 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
  private:
   void TakeStored(const char* value, int value_length);
   void TakeDefault();
-  void LoadLate();
+  bool Load();
   void Append(const Json::Value& record);
+  int Save();
   int Write(const std::string& text) const;  // the store's result
 
   Json::Value document_;
   std::string key_;
-  bool loaded_ = false;  // the store has answered; until then every added record asks it again first
+  bool loaded_ = false;  // the store has answered once; until then nothing is written, and a write asks it again first
+  bool unsaved_ = false;
+  int writes_left_ = kMaxWrites;
 };
 
 }  // namespace businessserver

@@ -20,7 +20,8 @@ constexpr bool RoutesEachMethod(const Route (&routes)[N]) {
 
 }  // namespace
 
-void BusinessServer::OnDpStatusCallBack(DpPollHandle* handle, unsigned status, void*) {
+void BusinessServer::OnDpStatusCallBack(DpPollHandle* handle, unsigned status, void* user) {
+  if (status == kDpStatusEnding && user != nullptr) static_cast<BusinessServer*>(user)->kvdb_log_->Flush();
   if (status != kDpStatusDisconnected) return;
   if (DpClient_HdlReConnect(handle) == 1) DpClient_HdlAddListenMessage(handle, DP_METHOD, kDpMethodCount);
 }

@@ -34,6 +34,7 @@ BusinessServer::BusinessServer()
 }
 
 BusinessServer::~BusinessServer() {
+  kvdb_log_->Flush();
   DpClient_Stop();
   kvdb_client_->UinitKvdbClient();
   BS_LOG(kLifecycle) << "~BusinessServer";
@@ -114,6 +115,7 @@ void BusinessServer::WatchDogTick() {
     ++watchdog_.result_silence;
   }
   SendYBTtyioData();
+  kvdb_log_->Flush();
 }
 
 void BusinessServer::RestartSiblings() {

@@ -91,12 +91,13 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   static constexpr size_t kTimeTextSize = 128;
 
   // ---- stored_config.cpp: documents with their defaults ----
-  // Fills document from the store or, where the key is missing or unreadable, from its default, which is then stored.
-  // Nonzero on success.
+  // Fills document from the store or, where the key is missing or unreadable, from its default, which is then stored
+  // if the store has answered. Nonzero on success.
   int GetKeyValueAndReplyBuf(const char* key, int key_length, Json::Value& document, int default_index);
   int GetKeyValueAndReplyBuf(const StoredDocument& stored, Json::Value& document);
   // The store library's own result: -1 on failure.
   static int SetKeyValueAndReplyBuf(const char* key, unsigned char key_length, const char* value, int value_length);
+  // False, and nothing is written, when the store did not answer the look-up before.
   bool StoreDefault(const char* key, uint16_t key_length, std::string_view text);
   static int StoreText(const StoredDocument& stored, const std::string& text);
 
@@ -198,7 +199,8 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   boost::shared_ptr<BlueTooth> blue_tooth_;
   lxconn::EVT_TIMER check_dev_timer_;
   boost::shared_ptr<dkvdb::KvdbClient> kvdb_client_;
-  Rs485ProBuild* rs485_pro_;  // never released: the process ends right after the server
+  bool store_answered_ = false;  // the last look-up of a document
+  Rs485ProBuild* rs485_pro_;     // never released: the process ends right after the server
 
   WatchDog watchdog_;
   Led led_;

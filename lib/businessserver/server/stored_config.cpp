@@ -12,7 +12,9 @@ int BusinessServer::GetKeyValueAndReplyBuf(const char* key, int key_length, Json
   const auto stored_length = static_cast<uint16_t>(key_length);
   const std::string_view name(key, strnlen(key, stored_length));
   std::string text;
-  if (kvdb_client_->GetKey(key, stored_length, &text, true) && ParseJson(text, document)) {
+  const dkvdb::Lookup lookup = kvdb_client_->Find(key, stored_length, &text);
+  store_answered_ = lookup != dkvdb::Lookup::kUnanswered;
+  if (lookup == dkvdb::Lookup::kFound && ParseJson(text, document)) {
     BS_LOG(kInfo) << "Read key form kvdb " << name;
     return 1;
   }
@@ -27,8 +29,11 @@ int BusinessServer::GetKeyValueAndReplyBuf(const char* key, int key_length, Json
   return StoreDefault(key, stored_length, default_text) ? 1 : 0;
 }
 
+// Every default is written here, after the document was asked for. A store that did not answer then may well hold it,
+// and may be back by now.
 // Kept: defaults are stored with their NUL counted, as the other processes of the device store theirs.
 bool BusinessServer::StoreDefault(const char* key, uint16_t key_length, std::string_view text) {
+  if (!store_answered_) return false;
   return kvdb_client_->SetKey(key, key_length, text.data(), static_cast<uint32_t>(text.size() + 1));
 }
 

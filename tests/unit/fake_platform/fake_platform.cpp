@@ -169,15 +169,21 @@ int Kvdb_Stop() {
   the_fake.calls.push_back("Kvdb_Stop");
   return 1;
 }
+static bool StoreRefuses() {
+  if (the_fake.store_down || the_fake.store_refusals == 0) return the_fake.store_down;
+  --the_fake.store_refusals;
+  return true;
+}
 int Kvdb_SetKey(const char* key, uint16_t key_length, const char* value, uint32_t value_length) {
-  if (the_fake.store_down) return -1;
+  ++the_fake.store_writes;
+  if (StoreRefuses()) return -1;
   the_fake.store[std::string(key, key_length)] = std::string(value, value_length);
   return 1;
 }
 int Kvdb_GetKey(const char* key, uint16_t key_length, KvdbGetCallback callback, void* user) {
   const std::string name(key, key_length);
   the_fake.store_reads.push_back(name);
-  if (the_fake.store_down) return -1;
+  if (StoreRefuses()) return -1;
   const auto found = the_fake.store.find(name);
   if (found == the_fake.store.end()) return 0;
   callback(key, key_length, found->second.data(), static_cast<int>(found->second.size()), user);
@@ -217,6 +223,7 @@ uint32_t RegisterWatchDogKey(const char* name, int first, int second) {
   return the_fake.watchdog_key;
 }
 void FeedDog(uint32_t key) { the_fake.feedings += key == the_fake.watchdog_key ? 1 : 0; }
+void ReportProgress() { ++the_fake.progress_reports; }
 
 int RunShellCommand(const char* command_line) {
   the_fake.shell.emplace_back(command_line);

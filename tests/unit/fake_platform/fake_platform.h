@@ -36,7 +36,9 @@ struct FakePlatform {
   // Store: keys and values as counted bytes
   std::map<std::string, std::string> store;
   std::vector<std::string> store_reads;  // keys in the order in which they were asked for
+  int store_writes = 0;
   bool store_down = false;
+  int store_refusals = 0;  // so many calls more are refused, then it is back
 
   // The rest
   std::vector<LogRecord> log;
@@ -44,6 +46,7 @@ struct FakePlatform {
   std::vector<std::string> calls;  // platform calls whose order matters, e.g. "DpClient_Start(0)"
   uint32_t watchdog_key = 7;       // what RegisterWatchDogKey returns
   int feedings = 0;
+  int progress_reports = 0;
   uint64_t now_ms = 0;
   std::function<void(unsigned)> on_sleep;  // microseconds; a test may let the world move on meanwhile
 
