@@ -25,6 +25,41 @@ TEST(JsonText, KeepsComments) {
   EXPECT_EQ(StyledText(document), "\n// before\n{\n\t\"a\" : 1\n}\n");
 }
 
+std::string Repeated(const std::string& text, size_t count) {
+  std::string all;
+  while (count-- > 0) all += text;
+  return all;
+}
+
+TEST(JsonText, RefusesMoreThanTheDeviceKeeps) {
+  const struct {
+    const char* name;
+    std::string text;
+    bool accepted;
+  } kRows[] = {
+      {"64 lists", Repeated("[", 64) + Repeated("]", 64), true},
+      {"65 lists", Repeated("[", 65) + Repeated("]", 65), false},
+      {"65 objects", Repeated("{\"a\":", 65) + "1" + Repeated("}", 65), false},
+      {"65 after shallower ones", "[[1],[2]," + Repeated("[", 64) + Repeated("]", 64) + "]", false},
+      {"brackets in a text", "[\"" + Repeated("[", 100) + "\\\"" + Repeated("{", 100) + "\"]", true},
+      {"brackets in comments", "[/*" + Repeated("[", 100) + "*/ 1 //" + Repeated("{", 100) + "\n]", true},
+      {"brackets in a comment of an old Mac", "//" + Repeated("[", 100) + "\r" + Repeated("[", 65), false},
+      {"brackets after the document", "[1] " + Repeated("[", 100), true},
+      {"a text that ends in a backslash", "[\"\\", false},
+      {"an open comment", "[/*", false},
+      {"many values", "[" + Repeated("0,", kMaxJsonValues - 2) + "0]", true},
+      {"too many values", "[" + Repeated("0,", kMaxJsonValues) + "0]", false},
+      {"too many lists", "[" + Repeated("[],", kMaxJsonValues / 2 + 1) + "0]", false},
+  };
+  for (const auto& row : kRows) {
+    Json::Value document(7);
+    EXPECT_EQ(ParseJson(row.text, document), row.accepted) << row.name;
+  }
+  Json::Value document(7);
+  ParseJson("[1," + Repeated("[", 65), document);
+  EXPECT_TRUE(document.isNull()) << "nothing of it is used";
+}
+
 TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
   struct Row {
     const char* name;

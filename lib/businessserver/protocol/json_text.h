@@ -9,8 +9,12 @@
 
 namespace businessserver {
 
-// Parses text into document. False when it is not JSON or nests too deep; the document then holds what the reader had
-// built before it met the error. Never throws.
+// Deeper or of more values than anything that the device keeps or says: such a text is no JSON to it.
+constexpr size_t kMaxJsonDepth = 64;
+constexpr size_t kMaxJsonValues = 32768;
+
+// Parses text into document. False when it is not JSON, the document then holding what the reader had built before it
+// met the error, or beyond the limits above, the document then being null. Never throws.
 bool ParseJson(std::string_view text, Json::Value& document);
 
 // The styled text of a document, ending in a line feed.
