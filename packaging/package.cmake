@@ -9,9 +9,8 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME device)
 if(BOARD STREQUAL camera)
   install(TARGETS business_server DESTINATION bin)
 else()
-  add_executable(business_server_packaged ${CMAKE_SOURCE_DIR}/business_server/main.cpp
-                 ${CMAKE_SOURCE_DIR}/platform/linux/board_camera.cpp)
-  target_link_libraries(business_server_packaged PRIVATE businessserver platform)
+  add_executable(business_server_packaged ${CMAKE_SOURCE_DIR}/platform/linux/board_camera.cpp)
+  target_link_libraries(business_server_packaged PRIVATE business_server_main)
   set_target_properties(business_server_packaged PROPERTIES
     OUTPUT_NAME business_server_camera RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/package)
   install(PROGRAMS $<TARGET_FILE:business_server_packaged> DESTINATION bin RENAME business_server)
