@@ -7,8 +7,8 @@
 
 namespace platform {
 
-// Appends text so that the record stays one line of valid UTF-8, whatever a peer sent: control characters and bytes
-// that are not UTF-8 become \n, \t or \xNN. A backslash stays as it is.
+// Appends text so that the record stays one line of valid UTF-8, whatever a peer sent: what ShownLength refuses
+// becomes \n, \t or \xNN. A backslash stays as it is.
 void AppendLogText(std::string_view text, spdlog::memory_buf_t* line);
 
 }  // namespace platform

@@ -23,7 +23,8 @@
 namespace {
 
 constexpr char kLogSource[] = "platform/linux/logging";
-constexpr size_t kUsualLength = 120;  // of a record's text: longer ones grow
+constexpr size_t kUsualLength = 120;        // of a record's text: longer ones grow
+constexpr size_t kLongestText = 16 * 1024;  // as shown; no message of the device is as long
 constexpr size_t kFileSize = size_t{1024} * 1024;
 constexpr size_t kOlderFiles = 2;  // beside the one that is written
 // The text is put into place by CLxLogStream.
@@ -189,7 +190,8 @@ CLxLogStream::~CLxLogStream() {
   if (!shown_) return;
   spdlog::memory_buf_t line;
   AppendHead(level_, source_file_, source_line_, &line);
-  platform::AppendLogText(text_, &line);
+  platform::AppendLogText(std::string_view(text_).substr(0, kLongestText), &line);
+  if (text_.size() > kLongestText) platform::AppendLogText(fmt::format("... ({} bytes)", text_.size()), &line);
   spdlog::logger& logger = FileLogger() ? *FileLogger() : ToStandardError();
   logger.log(spdlog::source_loc{}, spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));
 }

@@ -10,6 +10,7 @@
 
 #include "devicesdk/led_control.h"
 #include "protocol/frame_info.h"
+#include "shown_text.h"
 
 namespace words {
 
@@ -56,31 +57,6 @@ int HexDigit(char c) {
   return -1;
 }
 
-// Bytes of the well-formed, printable UTF-8 character at the head of text; 0 when there is none.
-size_t PrintableCharacter(std::string_view text) {
-  const auto byte = [&](size_t i) { return static_cast<uint8_t>(text[i]); };
-  if (byte(0) < 0x80) return byte(0) >= 0x20 && byte(0) != 0x7F ? 1 : 0;
-  struct Form {
-    uint8_t mask, lead, length;
-    uint32_t least;
-  };
-  // The least of two bytes is U+00A0: the control characters below it can steer a terminal too.
-  static constexpr Form kForms[] = {{0xE0, 0xC0, 2, 0xA0}, {0xF0, 0xE0, 3, 0x800}, {0xF8, 0xF0, 4, 0x10000}};
-  for (const Form& form : kForms) {
-    if ((byte(0) & form.mask) != form.lead || text.size() < form.length) continue;
-    uint32_t code = byte(0) & static_cast<uint8_t>(~form.mask);
-    for (size_t i = 1; i < form.length; ++i) {
-      if ((byte(i) & 0xC0) != 0x80) return 0;
-      code = code << 6 | (byte(i) & 0x3F);
-    }
-    const bool surrogate = code >= 0xD800 && code <= 0xDFFF;
-    // Marks that reverse the direction of writing make a line read as something else.
-    const bool steers = (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
-    return code >= form.least && code <= 0x10FFFF && !surrogate && !steers ? form.length : 0;
-  }
-  return 0;
-}
-
 constexpr const char* kPositions[] = {"own", "left", "right", "front"};
 static_assert(businessserver::kOwnGroup == 0 && businessserver::kLeft == 1 && businessserver::kRight == 2 &&
               businessserver::kFront == 3);
@@ -113,7 +89,7 @@ std::string Printable(std::string_view text) {
   std::string out;
   out.reserve(text.size());
   while (!text.empty()) {
-    const size_t length = PrintableCharacter(text);
+    const size_t length = ShownLength(text);
     if (length > 0) {
       out.append(text.substr(0, length));
     } else {
