@@ -7,3 +7,7 @@
 // listens.
 uint32_t RegisterWatchDogKey(const char* name, int, int);
 void FeedDog(uint32_t key);
+
+// Long work goes on: fed on the way, so that the supervisor does not take it for a hang. Costs next to nothing, before
+// registration too.
+void ReportProgress();

@@ -33,6 +33,7 @@ CLxLogStream::~CLxLogStream() {
 
 uint32_t RegisterWatchDogKey(const char*, int, int) { return 0; }
 void FeedDog(uint32_t) {}
+void ReportProgress() {}
 
 namespace lxbase {
 std::string Base64::EncodeFromArray(const void*, size_t) { return {}; }

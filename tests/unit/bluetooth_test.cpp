@@ -112,6 +112,8 @@ TEST_F(BeaconTest, RefusedValuesSendNothing) {
       {"input arg error!", [](BlueTooth& b) { return b.SetUUID(nullptr); }},
       {"input arg error!", [](BlueTooth& b) { return b.SetBluetoothName(kLongName, 21); }},
       {"input arg error!", [](BlueTooth& b) { return b.SetBluetoothName(kLongName, -1); }},
+      {"input arg error!", [](BlueTooth& b) { return b.SetBluetoothName("a\r\nDTM:TXP-18", 14); }},
+      {"input arg error!", [](BlueTooth& b) { return b.SetBluetoothName("\0", 1); }},
       {"input arg error!", [](BlueTooth& b) { return b.SetTestPower(-19); }},
       {"input arg error!", [](BlueTooth& b) { return b.SetTestPower(-91); }},
       {"unsupport BroardCastPeriod 300", [](BlueTooth& b) { return b.SetBroardCastPeriod(300); }},

@@ -117,6 +117,7 @@ TEST_F(ServerTest, RefusedBodiesStoreNothing) {
       R"({"type":"set_ctr_mdl","body":{"model":2}})",
       R"({"type":"set_ctr_mdl","body":{"model":"1"}})",
       R"({"type":"set_ibc_name","body":{"name":"sixteen bytes ok"}})",
+      R"({"type":"set_ibc_name","body":{"name":"a\r\nDTM:TXP-18"}})",
       R"({"type":"set_ibc_broper","body":{"time":300}})",
       R"({"type":"set_ibc_pow","body":{"power":-4}})",
       R"({"type":"set_ibc_pow","body":{"power":4}})",  // the module does not answer

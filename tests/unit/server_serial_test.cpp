@@ -1,4 +1,5 @@
 // What the server writes to and hears on the external line, the beacon's start, and pushes from neighbours.
+#include "base64.h"
 #include "server_fixture.h"
 
 namespace businessserver {
@@ -88,6 +89,26 @@ TEST_F(ServerTest, SendsOnlyBytesThatItWasGiven) {
       Fake().Deliver(kBusBroadlistenMessage, std::string("{\"type\":\"send_ttyio_data\",\"body\":") + row.body + "}");
       EXPECT_EQ(TakeExternal(), row.sent) << row.name;
     }
+  });
+}
+
+TEST_F(ServerTest, RefusesMoreThanTenSecondsOfTheLine) {
+  Run([&] {
+    const auto send = [](int bytes) {
+      const std::string data(static_cast<size_t>(bytes), 'x');
+      Fake().Deliver(kBusBroadlistenMessage, R"({"type":"send_ttyio_data","body":{"data":")" +
+                                                 lxbase::Base64::EncodeFromArray(data.data(), data.size()) +
+                                                 R"(","data_len":)" + std::to_string(bytes) + "}}");
+    };
+    TakeExternal();
+    send(9611);
+    EXPECT_EQ(TakeExternal(), "");
+    EXPECT_TRUE(Fake().Logged(3, "send_ttyio_data: 9611 bytes take the line 10011 ms, nothing sent"));
+    Request(R"({"type":"set_ttyio_cfg","body":{"ttyionum":2,"baudrate":300,"checkbit":0,"databit":8,"stopbit":1}})");
+    send(300);
+    EXPECT_EQ(TakeExternal().size(), 300u);
+    send(301);
+    EXPECT_EQ(TakeExternal(), "") << "the same bytes take longer on a slower line";
   });
 }
 

@@ -138,6 +138,36 @@ TEST_F(TtyTest, SendsMoreThanTheLineTakesAtOnce) {
   EXPECT_EQ(sent, heard);
 }
 
+TEST_F(TtyTest, LongWorkIsReportedWhileItGoesOn) {
+  Open();
+  Fake().progress_reports = 0;
+  EXPECT_EQ(100, tty_->TTY_SendnNB(buf_, 100));
+  EXPECT_GE(Fake().progress_reports, 1);
+  Fake().progress_reports = 0;
+  Fake().on_sleep = [this, said = 0](unsigned) mutable {
+    if (said++ < 3) line_.Say("x");
+  };
+  line_.Say("x");
+  EXPECT_EQ(4, tty_->TTY_Recvn(buf_, 1024));
+  EXPECT_GE(Fake().progress_reports, 4) << "one for each read";
+}
+
+TEST_F(TtyTest, KnowsHowLongBytesTake) {
+  EXPECT_EQ(0, tty_->TTY_SendTime(1000)) << "not open";
+  Open();
+  const struct {
+    int databits, parity, stopbits, baudrate, milliseconds;
+  } rows[] = {{8, 0, 1, 9600, 1041},  // pseudo-terminals know neither parity nor 7 bits
+              {8, 0, 2, 9600, 1145},
+              {8, 0, 1, 300, 33333},
+              {8, 0, 1, 115200, 86},
+              {8, 0, 1, 57600, 1041}};
+  for (const auto& row : rows) {
+    ASSERT_EQ(0, tty_->TTY_SetParity(row.databits, row.parity, row.stopbits, row.baudrate));
+    EXPECT_EQ(row.milliseconds, tty_->TTY_SendTime(1000)) << row.baudrate;
+  }
+}
+
 TEST_F(TtyTest, CleanNeverClosesStandardInput) {
   const int kept = dup(0);
   close(0);

@@ -134,6 +134,10 @@ int BlueTooth::SetMinor(unsigned short minor) { return Set(kSetMinor, MinorComma
 
 int BlueTooth::SetBluetoothName(const char* name, int len) {
   if (name == nullptr || len < 0 || len > kBeaconNameLimit) return Refuse(kBadArgument);
+  // A line end would begin a command of its own.
+  if (std::any_of(name, name + len, [](char c) { return static_cast<unsigned char>(c) < 0x20; })) {
+    return Refuse(kBadArgument);
+  }
   return Set(kSetName, NameCommand({name, static_cast<size_t>(len)}));
 }
 

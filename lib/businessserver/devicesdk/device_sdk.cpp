@@ -39,6 +39,8 @@ int DeviceSdk::SetTtyioParity(int databits, int parity, int stopbits, int baudra
 
 int DeviceSdk::SendTtyioData(const char* data, int len) { return tty_->TTY_Sendn(data, len); }
 
+int64_t DeviceSdk::SendTime(int len) const { return tty_->TTY_SendTime(len); }
+
 void DeviceSdk::OpenLed(int colour) { led_->OpenLed(colour); }
 
 void DeviceSdk::SetTtyioReadDataCallback(Consumer consumer, void* arg, lxconn::EVT_LOOP* loop) {

@@ -30,6 +30,9 @@ class DeviceSdk : public boost::enable_shared_from_this<DeviceSdk> {
   // Drops unread input, writes everything, waits until it has left. Returns the bytes written.
   int SendTtyioData(const char* data, int len);
 
+  // Milliseconds that so many bytes take on the line as it is set now; 0 where there is none.
+  int64_t SendTime(int len) const;
+
   void OpenLed(int colour);
 
   // Polls the line every 10 ms from now on, while this object lives.

@@ -12,13 +12,15 @@
 #include "board_paths.h"
 #include "log.h"
 #include "shell.h"
+#include "watchdog.h"
 
 namespace businessserver {
 namespace {
 
 constexpr char kLogSource[] = "lib/businessserver/devicesdk/tty_io";
 constexpr unsigned kGapMicroseconds = 30000;
-constexpr int kSpaceParity = 115;  // 's'
+constexpr int kSpaceParity = 115;      // 's'
+constexpr int kHungUpBaudrate = 9600;  // what the controllers do at speed 0
 
 struct Speed {
   int baudrate;
@@ -167,6 +169,7 @@ int TtyioControl::TTY_Recvn(char* buf, int len) {
       const ssize_t got = read(port_->fd, buf + stored, static_cast<size_t>(len - stored));
       if (got > 0) stored += static_cast<int>(got);
     }
+    ReportProgress();
     if (stored == len) return stored;
     SleepMicroseconds(kGapMicroseconds);
   }
@@ -193,7 +196,9 @@ int TtyioControl::TTY_SendnNB(const char* buf, int len) {
     while (sent < len) {
       const ScopedLock lock(port_->lock);
       const ssize_t accepted = write(port_->fd, buf + sent, static_cast<size_t>(len - sent));
-      if (accepted > 0) sent += static_cast<int>(accepted);
+      if (accepted <= 0) continue;
+      sent += static_cast<int>(accepted);
+      ReportProgress();  // only then: a line that takes nothing is the supervisor's business
     }
   }
   BS_LOG(kInfo) << "SEND bytes : " << sent;
@@ -204,7 +209,21 @@ int TtyioControl::TTY_Sendn(const char* buf, int len) {
   if (IsOpen()) tcflush(port_->fd, TCIFLUSH);
   const int sent = TTY_SendnNB(buf, len);
   if (IsOpen()) tcdrain(port_->fd);
+  ReportProgress();
   return sent;
+}
+
+int64_t TtyioControl::TTY_SendTime(int len) const {
+  if (!IsOpen()) return 0;
+  termios settings = {};
+  if (tcgetattr(port_->fd, &settings) != 0) return 0;
+  const tcflag_t flags = settings.c_cflag;
+  int baudrate = kHungUpBaudrate;
+  for (const Speed& speed : kSpeeds) {
+    if (speed.code == (flags & CBAUD)) baudrate = speed.baudrate;
+  }
+  const int bits = 1 + ((flags & CSIZE) == CS7 ? 7 : 8) + ((flags & PARENB) != 0) + ((flags & CSTOPB) != 0 ? 2 : 1);
+  return int64_t{1000} * len * bits / baudrate;
 }
 
 int TtyioControl::TTY_Lock() { return IsOpen() ? flock(port_->fd, LOCK_EX) : 1; }

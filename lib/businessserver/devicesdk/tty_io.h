@@ -6,6 +6,7 @@
 #include <termios.h>
 
 #include <boost/enable_shared_from_this.hpp>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -76,6 +77,9 @@ class TtyioControl : public boost::enable_shared_from_this<TtyioControl> {
   // As TTY_SendnNB, but drops unread input first, so that a reply read afterwards belongs to these bytes, and waits
   // until they have left.
   int TTY_Sendn(const char* buf, int len);
+
+  // Milliseconds that so many bytes take on the line with its present settings; 0 on a port that is not open.
+  int64_t TTY_SendTime(int len) const;
 
   // Advisory lock between processes. 1 when the port is not open, else 0 or -1.
   int TTY_Lock();

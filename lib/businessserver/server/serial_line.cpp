@@ -12,6 +12,7 @@ namespace businessserver {
 namespace {
 
 constexpr int kSerialDataBase64Flag = 21;
+constexpr int64_t kMaxLineTime = 10000;  // ms that one message may hold the loop and the line
 
 // The selector "proto" of the stored settings. Any other value leaves the configurable frame alone on the line.
 enum SerialProtocol : uint32_t { kDisplayProtocol = 0, kRelayProtocol = 1, kNoSerialOutput = 255 };
@@ -67,6 +68,11 @@ void BusinessServer::SendListenedData(const Json::Value& body) {
   const int length = std::clamp(data_len, 0, static_cast<int>(data.size()));
   if (length != data_len) {
     BS_LOG(kError) << "send_ttyio_data: data_len " << data_len << " but " << data.size() << " bytes of data";
+  }
+  const int64_t line_time = device_sdk_->SendTime(length);
+  if (line_time > kMaxLineTime) {
+    BS_LOG(kError) << "send_ttyio_data: " << length << " bytes take the line " << line_time << " ms, nothing sent";
+    return;
   }
   device_sdk_->SendTtyioData(data.data(), length);
 }
