@@ -48,7 +48,7 @@ Bus::Bus(uint16_t port) : client_(mosquitto_new(nullptr, true, this)) {
   }
   if (!ServeUntil([this] { return ready_; }, kPatience)) throw std::runtime_error("the broker does not answer");
   static unsigned count = 0;
-  response_topic_ = "bench/reply/" + std::to_string(getpid()) + "/" + std::to_string(++count);
+  response_topic_ = "reply/bench/" + std::to_string(getpid()) + "/" + std::to_string(++count);
   Subscribe(response_topic_);
 }
 

@@ -1,8 +1,7 @@
 #include "bus_messages.h"
 
-#include <algorithm>
 #include <cstring>
-#include <utility>
+#include <string_view>
 
 #include "mqtt_properties.h"
 
@@ -12,14 +11,7 @@ namespace {
 
 constexpr size_t kMaxTypeName = sizeof(_TagDpMsg::type_name) - 1;
 
-bool ReadWaitingRequest(const mosquitto_property* properties, WaitingRequest* request) {
-  const ReceivedProperties received(properties);
-  if (received.response_topic().empty()) return false;
-  request->response_topic = received.response_topic();
-  request->has_correlation = received.correlation().has_value();
-  if (request->has_correlation) request->correlation = *received.correlation();
-  return true;
-}
+constexpr std::string_view kReplies = "reply/";
 
 }  // namespace
 
@@ -40,24 +32,17 @@ const _TagDpMsg* FillRecord(const mosquitto_message& message, uint32_t message_i
   return &record;
 }
 
-uint32_t WaitingRequests::Remember(const mosquitto_property* properties) {
-  last_id_ = (last_id_ | 1) + 1;
-  WaitingRequest request;
-  if (!ReadWaitingRequest(properties, &request)) return last_id_;
-  request.message_id = last_id_ | 1;
-  if (waiting_.size() >= kLimit) waiting_.pop_front();
-  waiting_.push_back(std::move(request));
-  return waiting_.back().message_id;
-}
-
-bool WaitingRequests::Take(uint32_t message_id, WaitingRequest* request) {
-  // From the newest, which is nearly always the one.
-  const auto found = std::find_if(waiting_.rbegin(), waiting_.rend(),
-                                  [&](const WaitingRequest& waiting) { return waiting.message_id == message_id; });
-  if (found == waiting_.rend()) return false;
-  *request = std::move(*found);
-  waiting_.erase(std::next(found).base());
-  return true;
+std::optional<ReplyAddress> ReplyAddressOf(const mosquitto_message& message, const mosquitto_property* properties) {
+  ReplyAddress address{std::string(message.topic) + "/reply", false, {}};
+  const ReceivedProperties received(properties);
+  const std::string_view asked = received.response_topic();
+  if (asked.empty()) return address;
+  const bool below_replies = asked.size() > kReplies.size() && asked.substr(0, kReplies.size()) == kReplies;
+  if (!below_replies && asked != address.topic) return std::nullopt;
+  address.topic = asked;
+  address.has_correlation = received.correlation().has_value();
+  if (address.has_correlation) address.correlation = *received.correlation();
+  return address;
 }
 
 }  // namespace platform

@@ -8,17 +8,21 @@
 #include <algorithm>
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "bus_account.h"
 #include "bus_messages.h"
+#include "end_signals.h"
 #include "evt_loop.h"
 #include "lx_logging.h"
 #include "mqtt_link.h"
 #include "mqtt_properties.h"
 #include "shell.h"
 #include "signals.h"
+#include "watchdog.h"
 
 namespace {
 
@@ -26,6 +30,8 @@ constexpr char kLogSource[] = "platform/linux/bus";
 
 constexpr unsigned kTickMs = 1000;
 constexpr size_t kMaxIdleBuffer = 64 * 1024;
+constexpr std::chrono::seconds kSilenceLimit(20);
+constexpr size_t kShownTopic = 80;
 
 }  // namespace
 
@@ -33,7 +39,9 @@ constexpr size_t kMaxIdleBuffer = 64 * 1024;
 struct DpPollHandle final : private platform::MqttLink::Listener {
  public:
   explicit DpPollHandle(platform::MqttOptions options)
-      : loop_(std::make_shared<lxconn::EVT_LOOP>()), link_(loop_->base(), std::move(options), this) {
+      : loop_(std::make_shared<lxconn::EVT_LOOP>()),
+        link_(loop_->base(), std::move(options), this),
+        end_(loop_->base(), [this] { Report(kDpStatusEnding); }) {
     tick_.reset(evtimer_new(loop_->base(), &DpPollHandle::OnTick, this));
   }
 
@@ -56,6 +64,7 @@ struct DpPollHandle final : private platform::MqttLink::Listener {
   void OnMqttDown() override;
   void ScheduleTick(unsigned milliseconds);
   void Tick();
+  void Report(unsigned status);
   static void OnTick(evutil_socket_t, short, void* self) { static_cast<DpPollHandle*>(self)->Tick(); }
 
   const std::shared_ptr<lxconn::EVT_LOOP> loop_;
@@ -65,8 +74,11 @@ struct DpPollHandle final : private platform::MqttLink::Listener {
   DpStatusCallback on_status_ = nullptr;
   void* user_ = nullptr;
   Clock::time_point next_report_;  // of status 101, not before
-  platform::WaitingRequests waiting_;
   platform::RecordBuffer buffer_;
+  // The request that is being handled: its answer is sent before its handler returns, or never.
+  uint32_t message_id_ = 0;
+  std::optional<platform::ReplyAddress> reply_to_;
+  platform::EndSignals end_;
 };
 
 void DpPollHandle::ScheduleTick(unsigned milliseconds) {
@@ -81,43 +93,50 @@ void DpPollHandle::OnMqttDown() {
   ScheduleTick(static_cast<unsigned>(std::clamp<long long>(wait, 0, kTickMs)));
 }
 
+void DpPollHandle::Report(unsigned status) {
+  if (on_status_ == nullptr) return;
+  lxconn::AtCallbackEdge("status", [&] { on_status_(this, status, user_); });
+}
+
 void DpPollHandle::Tick() {
+  link_.Tick();
   ScheduleTick(kTickMs);
-  if (link_.IsUp()) {
-    link_.Tick();
-    return;
-  }
+  if (link_.IsAccepted()) return;
   next_report_ = Clock::now() + std::chrono::milliseconds(kTickMs);
-  if (on_status_ != nullptr) {
-    lxconn::AtCallbackEdge("status", [this] { on_status_(this, kDpStatusDisconnected, user_); });
-  }
+  Report(kDpStatusDisconnected);
 }
 
 void DpPollHandle::OnMqttMessage(const mosquitto_message& message, const mosquitto_property* properties) {
   if (on_message_ == nullptr) return;
-  on_message_(this, platform::FillRecord(message, waiting_.Remember(properties), &buffer_), user_);
+  reply_to_ = platform::ReplyAddressOf(message, properties);
+  if (!reply_to_) {
+    lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
+        << "a message asks for an answer where none is given, and gets none: "
+        << std::string_view(message.topic).substr(0, kShownTopic);
+  }
+  on_message_(this, platform::FillRecord(message, ++message_id_, &buffer_), user_);
+  reply_to_.reset();
   if (buffer_.size() * sizeof(_TagDpMsg) > kMaxIdleBuffer) {
     platform::RecordBuffer().swap(buffer_);
     malloc_trim(0);  // what a large document took is the system's again
   }
+  ReportProgress();
 }
 
 bool DpPollHandle::Answer(const char* type_name, uint32_t message_id, const void* data, uint32_t size) {
-  if (!platform::WaitingRequests::HasResponseTopic(message_id)) {
-    return link_.Publish((std::string(type_name) + "/reply").c_str(), data, size, nullptr);
-  }
-  platform::WaitingRequest request;
-  if (!waiting_.Take(message_id, &request)) {
+  if (!reply_to_ || message_id != message_id_) {
     lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
         << "no request waits for the answer to " << type_name << " " << message_id;
     return false;
   }
+  const platform::ReplyAddress to = std::move(*reply_to_);
+  reply_to_.reset();
   platform::Properties properties;
-  if (request.has_correlation) {
-    mosquitto_property_add_binary(&properties.list, MQTT_PROP_CORRELATION_DATA, request.correlation.data(),
-                                  static_cast<uint16_t>(request.correlation.size()));
+  if (to.has_correlation) {
+    mosquitto_property_add_binary(&properties.list, MQTT_PROP_CORRELATION_DATA, to.correlation.data(),
+                                  static_cast<uint16_t>(to.correlation.size()));
   }
-  return link_.Publish(request.response_topic.c_str(), data, size, properties.list);
+  return link_.Publish(to.topic.c_str(), data, size, properties.list);
 }
 
 namespace {
@@ -151,6 +170,7 @@ int DpClient_Start(int /*mode*/) {
   options.host = address.host;
   options.port = address.port;
   options.role = address.account;
+  options.silence_limit = kSilenceLimit;
   client = std::make_unique<DpPollHandle>(std::move(options));
   client->link().Connect();
   return 1;

@@ -15,7 +15,7 @@ namespace lxconn {
 // before it destroys its timers.
 class EVT_LOOP : public std::enable_shared_from_this<EVT_LOOP> {
  public:
-  EVT_LOOP() : base_(event_base_new()) {
+  EVT_LOOP() : base_(MakeBase()) {
     if (base_ == nullptr) throw std::runtime_error("the system gives no event loop");
   }
   ~EVT_LOOP() { event_base_free(base_); }
@@ -25,6 +25,14 @@ class EVT_LOOP : public std::enable_shared_from_this<EVT_LOOP> {
   event_base* base() const { return base_; }
 
  private:
+  // With the library's usual clock, which is a few milliseconds late, a timer wakes the process too early and then
+  // again.
+  static event_base* MakeBase() {
+    const std::unique_ptr<event_config, void (*)(event_config*)> config(event_config_new(), &event_config_free);
+    if (!config || event_config_set_flag(config.get(), EVENT_BASE_FLAG_PRECISE_TIMER) != 0) return nullptr;
+    return event_base_new_with_config(config.get());
+  }
+
   event_base* const base_;
 };
 
@@ -41,6 +49,9 @@ void AtCallbackEdge(const char* callback, Body body) noexcept {
   } catch (const std::exception& e) {
     lxlogging::CLxLogStream(lxlogging::kError, "platform/linux/loop", __LINE__, 0)
         << "exception out of a " << callback << " callback: " << e.what();
+  } catch (...) {
+    lxlogging::CLxLogStream(lxlogging::kError, "platform/linux/loop", __LINE__, 0)
+        << "something that is no exception out of a " << callback << " callback";
   }
 }
 

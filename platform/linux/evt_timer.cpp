@@ -1,6 +1,7 @@
 #include "evt_timer.h"
 
 #include "evt_loop.h"
+#include "watchdog.h"
 
 namespace lxconn {
 
@@ -33,6 +34,7 @@ struct EVT_TIMER::Impl {
     const EVT_CALLBACK callback = impl->callback;
     const void* const user = impl->user;
     AtCallbackEdge("timer", [&] { callback(fd, events, user); });
+    ReportProgress();
   }
 };
 

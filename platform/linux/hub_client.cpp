@@ -32,6 +32,7 @@ platform::MqttOptions Options(const HubAddress& address) {
   options.connect_limit_ms = 0;
   options.accept_limit = std::chrono::seconds(10);  // TLS on a slow line, with a thousand others
   options.silence_limit = std::chrono::seconds(12);
+  options.keep_alive_s = 20;  // the site is told soon that a device is gone
   options.tells_each_reason = true;
   options.log_source = "platform/linux/hub";
   options.name = "hub";

@@ -7,13 +7,17 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <charconv>
 #include <chrono>
+#include <cstdlib>
 #include <initializer_list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "lx_logging.h"
+#include "peer_owner.h"
 #include "shell.h"
 #include "signals.h"
 
@@ -26,6 +30,8 @@ constexpr std::string_view kStore = "kvdb";
 constexpr std::string_view kBackup = "kvdb:backup";
 constexpr timeval kConnectLimit = {0, 200 * 1000};
 constexpr timeval kAnswerLimit = {0, 500 * 1000};
+// No document of the device comes near this. What is longer is not taken into memory, and counts as missing.
+constexpr size_t kMaxValue = 1024 * 1024;
 constexpr auto kLinger = std::chrono::microseconds(150);
 // The loop thread waits on the store: after a failure it does not wait again for this long.
 constexpr auto kFailFast = std::chrono::seconds(1);
@@ -44,10 +50,16 @@ struct ContextDeleter {
 
 class Store {
  public:
-  Store(const char* host, uint16_t port) : host_(host), port_(port) {}
+  // A process that the supervisor gives credentials is an installed device's.
+  Store(const char* host, uint16_t port)
+      : host_(host),
+        port_(port),
+        owner_(getenv("CREDENTIALS_DIRECTORY") != nullptr ? platform::AccountId(platform::kStoreAccount)
+                                                          : std::nullopt) {}
 
-  // Null when the store is out of reach or refuses the command.
+  // Null when the store is out of reach or refuses the command, or its answer was too long.
   Reply Run(std::initializer_list<std::string_view> command);
+  bool WasTooLong() const { return too_long_; }
 
   // Whether it answers, before the limit is over.
   bool Await(Clock::duration limit);
@@ -55,15 +67,21 @@ class Store {
  private:
   bool Connect();
   bool IsConnected() const;
+  bool IsStrangers();
   Reply Exchange(int count, const char** words, const size_t* lengths);
   void LingerForAnswer() const;
+  Reply ReadReply();
+  bool AnswersTooLong() const;
   void Fail(const char* what);
+  void Fail(const char* what, std::string_view why);
   void NoteAnswer(std::string_view command, const redisReply& reply);
 
   const std::string host_;
   const uint16_t port_;
   std::unique_ptr<redisContext, ContextDeleter> context_;
   Clock::time_point retry_at_;
+  const std::optional<uid_t> owner_;  // of the store; on a desk anybody
+  bool too_long_ = false;             // the last answer, which was not read
   bool failing_ = false;
   std::string refused_command_;  // empty while all is well
 };
@@ -87,6 +105,19 @@ bool Store::Connect() {
     return false;
   }
   fcntl(context_->fd, F_SETFD, FD_CLOEXEC);
+  return !IsStrangers();
+}
+
+// What a stranger says is no configuration, and is told none.
+bool Store::IsStrangers() {
+  if (!owner_) return false;
+  const platform::Peer peer = platform::AwaitPeer(context_->fd, *owner_, kConnectLimit.tv_usec / 1000);
+  if (peer == platform::Peer::kTrusted) return false;
+  if (peer == platform::Peer::kUnknownYet) {
+    Fail("does not take connections");
+  } else {
+    Fail("is not the device's", platform::StrangerText(context_->fd));
+  }
   return true;
 }
 
@@ -100,11 +131,14 @@ bool Store::Await(Clock::duration limit) {
   return true;
 }
 
-// Frees the connection too: a late answer would be taken for that of the next command.
 void Store::Fail(const char* what) {
+  Fail(what, !context_ ? "no memory" : context_->err != 0 ? context_->errstr : "not in time");
+}
+
+// Frees the connection too: a late answer would be taken for that of the next command.
+void Store::Fail(const char* what, std::string_view why) {
   if (!failing_) {
-    lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
-        << "the store " << what << ": " << (context_ ? context_->errstr : "no memory");
+    lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0) << "the store " << what << ": " << why;
   }
   failing_ = true;
   context_.reset();
@@ -128,8 +162,31 @@ Reply Store::Exchange(int count, const char** words, const size_t* lengths) {
     if (redisBufferWrite(context_.get(), &written) != REDIS_OK) return nullptr;
   }
   LingerForAnswer();
-  void* reply = nullptr;
-  return redisGetReply(context_.get(), &reply) == REDIS_OK ? Reply(static_cast<redisReply*>(reply)) : nullptr;
+  return ReadReply();
+}
+
+// As the library does it, but for at most so long and so much.
+Reply Store::ReadReply() {
+  const auto end = Clock::now() + std::chrono::microseconds(kAnswerLimit.tv_usec);
+  for (;;) {
+    void* reply = nullptr;
+    if (redisGetReplyFromReader(context_.get(), &reply) != REDIS_OK) return nullptr;
+    if (reply != nullptr) return Reply(static_cast<redisReply*>(reply));
+    too_long_ = AnswersTooLong();
+    if (too_long_ || Clock::now() >= end || redisBufferRead(context_.get()) != REDIS_OK) return nullptr;
+  }
+}
+
+// Of a text "$<length>\r\n<bytes>\r\n" the reader has taken the "$", and the rest only when it is all there. Nothing
+// else that the store says in answer to these commands is long.
+bool Store::AnswersTooLong() const {
+  const redisReader& reader = *context_->reader;
+  const std::string_view answer(reader.buf + reader.pos, reader.len - reader.pos);
+  if (answer.size() > kMaxValue + 32) return true;
+  if (reader.ridx != 0 || reader.rstack[0].type != REDIS_REPLY_STRING) return false;
+  size_t length = 0;
+  std::from_chars(answer.data(), answer.data() + answer.size(), length);
+  return length > kMaxValue;
 }
 
 Reply Store::Run(std::initializer_list<std::string_view> command) {
@@ -141,14 +198,20 @@ Reply Store::Run(std::initializer_list<std::string_view> command) {
     words[count] = word.data();
     lengths[count++] = word.size();
   }
+  too_long_ = false;
   if (!Connect()) return nullptr;
   Reply reply = Exchange(count, words, lengths);
+  if (too_long_) {
+    lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
+        << "the store holds a value that is longer than " << kMaxValue << " bytes: " << words[count - 1];
+    context_.reset();  // with what it still has to say
+    return nullptr;
+  }
   if (!reply) {
     Fail("does not answer");
     return nullptr;
   }
-  // While it reads its file it refuses everything. A default must not be written over a document that could not be
-  // read: the pause keeps the next write away too.
+  // While it reads its file it refuses everything.
   if (reply->type == REDIS_REPLY_ERROR && std::string_view(reply->str, reply->len).substr(0, 7) == "LOADING") {
     Fail("is not ready yet");
     return nullptr;
@@ -201,8 +264,9 @@ int Kvdb_SetKey(const char* key, uint16_t key_length, const char* value, uint32_
 
 int Kvdb_GetKey(const char* key, uint16_t key_length, KvdbGetCallback callback, void* user) {
   const Reply reply = Run({"HGET", kStore, {key, key_length}});
-  if (!reply) return -1;
-  if (reply->type != REDIS_REPLY_STRING) return 0;
+  if (!reply) return store && store->WasTooLong() ? 0 : -1;
+  if (reply->type == REDIS_REPLY_NIL) return 0;
+  if (reply->type != REDIS_REPLY_STRING) return -1;
   callback(key, key_length, reply->str, static_cast<int>(reply->len), user);
   return 1;
 }

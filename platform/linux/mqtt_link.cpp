@@ -16,6 +16,7 @@
 
 #include "bus_account.h"
 #include "lx_logging.h"
+#include "peer_owner.h"
 
 namespace platform {
 
@@ -23,10 +24,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// The broker gives up on a client after one and a half times this, and the client on the broker after twice this. It
-// is long enough for a shell command or a broker that stands still for some seconds.
-constexpr int kKeepAliveSeconds = 20;
-constexpr uint64_t kMaxUnsentBytes = 16 * 1024 * 1024;
+// The broker is asked whose it is as soon as it has taken the connection.
+constexpr int kLetInLimitMs = 20;
+constexpr timeval kLetInPause = {0, 20 * 1000};
+constexpr uint64_t kMaxUnsentBytes = 8 * 1024 * 1024;
 constexpr uint64_t kMessageOverhead = 256;  // the library's record of one, and its headers
 constexpr int kGoodbyeLimitMs = 200;
 constexpr char kNoTopic[] = "sign/of/life";  // nobody subscribes to it: the broker says so
@@ -72,6 +73,7 @@ struct MqttLink::Lookup {
   std::shared_ptr<TlsVerdict> tls_verdict;
   std::string host;
   uint16_t port;
+  int keep_alive_s;
   int done = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   int result = MOSQ_ERR_SUCCESS;
   int error = 0;  // errno that belongs to it
@@ -80,7 +82,7 @@ struct MqttLink::Lookup {
     if (done >= 0) close(done);
   }
   void Run() {
-    result = mosquitto_connect_bind_async(client.get(), host.c_str(), port, kKeepAliveSeconds, nullptr);
+    result = mosquitto_connect_bind_async(client.get(), host.c_str(), port, keep_alive_s, nullptr);
     error = errno;
     eventfd_write(done, 1);
   }
@@ -90,10 +92,10 @@ MqttLink::MqttLink(event_base* base, MqttOptions options, Listener* listener)
     : base_(base), options_(std::move(options)), listener_(listener) {}
 
 bool MqttLink::Connect() {
-  if (IsUp()) return true;
+  if (IsUp()) return accepted_;
   if (in_callback_ || lookup_) return false;
-  began_ = heard_ = Clock::now();
-  asked_for_life_ = false;
+  began_ = Clock::now();
+  silent_ticks_ = 0;
   refusal_.clear();
   if (!MakeClient()) {
     Down("no memory for a client");  // or what refusal_ says
@@ -101,8 +103,8 @@ bool MqttLink::Connect() {
   }
   if (!IsAddress(options_.host)) return BeginLookup();
   // The asynchronous form: the other one waits for minutes on a hanging broker whose backlog is full.
-  return TakeConnection(
-      mosquitto_connect_bind_async(client_.get(), options_.host.c_str(), options_.port, kKeepAliveSeconds, nullptr));
+  return TakeConnection(mosquitto_connect_bind_async(client_.get(), options_.host.c_str(), options_.port,
+                                                     options_.keep_alive_s, nullptr));
 }
 
 bool MqttLink::BeginLookup() {
@@ -115,6 +117,7 @@ bool MqttLink::BeginLookup() {
   lookup->tls_verdict = tls_verdict_;
   lookup->host = options_.host;
   lookup->port = options_.port;
+  lookup->keep_alive_s = options_.keep_alive_s;
   lookup_event_.reset(event_new(base_, lookup->done, EV_READ, &MqttLink::OnLookedUp, this));
   if (!lookup_event_ || event_add(lookup_event_.get(), nullptr) != 0) {
     Down("no memory for events");
@@ -155,8 +158,31 @@ bool MqttLink::TakeConnection(int result) {
     Down("no memory for events");
     return false;
   }
-  Flush();
+  if (held_ && AwaitPeer(fd, *owner_, kLetInLimitMs) == Peer::kUnknownYet) {
+    event_add(let_in_event_.get(), &kLetInPause);
+  } else {
+    LetIn();
+  }
   return IsUp();
+}
+
+// The broker's account alone is given the password of a role, and believed.
+void MqttLink::LetIn() {
+  const int fd = mosquitto_socket(client_.get());
+  if (held_) {
+    const Peer peer = CheckPeer(fd, *owner_);
+    if (peer == Peer::kUnknownYet) return;
+    if (peer == Peer::kStranger) {
+      const std::string reason = StrangerText(fd) + ", which is not the broker's";
+      Down(reason.c_str());
+      return;
+    }
+    held_ = false;
+    let_in_event_.reset();
+    ReleaseLogin(client_.get());
+  }
+  event_add(read_event_.get(), nullptr);
+  Flush();
 }
 
 bool MqttLink::MakeClient() {
@@ -165,11 +191,14 @@ bool MqttLink::MakeClient() {
   mosquitto_int_option(client_.get(), MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   // A handler that publishes an event and then its reply would otherwise wait 40 ms for the broker's acknowledgement.
   mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
+  owner_.reset();
   if (!options_.role.empty()) {
-    UseBusAccount(client_.get(), options_.role.c_str(), nullptr);
+    owner_ = UseBusAccount(client_.get(), options_.role.c_str(), nullptr) ? AccountId(kBusAccount) : std::nullopt;
   } else if (!options_.user.empty()) {
     mosquitto_username_pw_set(client_.get(), options_.user.c_str(), options_.password.c_str());
   }
+  held_ = owner_.has_value();
+  if (held_) HoldLogin(client_.get());
   if (!options_.will_topic.empty()) {
     mosquitto_will_set(client_.get(), options_.will_topic.c_str(), static_cast<int>(options_.will.size()),
                        options_.will.data(), 0, true);
@@ -193,7 +222,8 @@ bool MqttLink::WatchSocket() {
   fcntl(fd, F_SETFD, FD_CLOEXEC);
   read_event_.reset(event_new(base_, fd, EV_READ | EV_PERSIST, &MqttLink::OnReadable, this));
   write_event_.reset(event_new(base_, fd, EV_WRITE, &MqttLink::OnWritable, this));
-  if (!read_event_ || !write_event_ || event_add(read_event_.get(), nullptr) != 0) return false;
+  let_in_event_.reset(event_new(base_, -1, EV_PERSIST, &MqttLink::OnLetIn, this));
+  if (!read_event_ || !write_event_ || !let_in_event_) return false;
   // TLS is agreed on once the port has answered.
   return !options_.tls || event_add(write_event_.get(), nullptr) == 0;
 }
@@ -263,17 +293,18 @@ void MqttLink::Tick() {
     Down(IsConnecting() ? "its name cannot be looked up" : "the broker does not accept the connection");
     return;
   }
+  if (held_) return;
   if (IsUp()) AfterLibraryCall(mosquitto_loop_misc(client_.get()));
   if (IsUp() && accepted_ && options_.silence_limit.count() > 0) CheckLife();
 }
 
-// The library's keep-alive alone would take twice its time to find out.
+// The library's keep-alive alone would take twice its time to find out, and would hold against the broker what held the
+// loop up here.
 void MqttLink::CheckLife() {
-  const auto silence = Clock::now() - heard_;
+  const std::chrono::seconds silence(++silent_ticks_);
   if (silence >= 2 * options_.silence_limit) {
     Down("the broker does not answer");
-  } else if (silence >= options_.silence_limit && !asked_for_life_) {
-    asked_for_life_ = true;
+  } else if (silence == options_.silence_limit) {
     const char* const topic = kNoTopic;
     Unsubscribe(&topic, 1);
   }
@@ -295,8 +326,7 @@ void MqttLink::Read() {
   in_callback_ = true;
   const int result = mosquitto_loop_read(client_.get(), 1);
   in_callback_ = false;
-  heard_ = Clock::now();
-  asked_for_life_ = false;
+  silent_ticks_ = 0;
   // While TLS is agreed on, the library waits for ever for a peer that has hung up.
   if (result == MOSQ_ERR_SUCCESS && options_.tls && !accepted_ && mosquitto_socket(client_.get()) >= 0 &&
       IsClosedByPeer(mosquitto_socket(client_.get()))) {
@@ -329,6 +359,7 @@ void MqttLink::AfterLibraryCall(int result) {
 
 // What is published inside a callback of the library is only queued there: it goes out here.
 void MqttLink::Flush() {
+  if (held_) return;
   if (mosquitto_want_write(client_.get())) {
     const int result = mosquitto_loop_write(client_.get(), 1);
     if (result != MOSQ_ERR_SUCCESS || mosquitto_socket(client_.get()) < 0) {
@@ -364,6 +395,7 @@ void MqttLink::Drop() {
   read_event_.reset();
   write_event_.reset();
   lookup_event_.reset();
+  let_in_event_.reset();
   lookup_.reset();
   client_.reset();
   tls_verdict_.reset();
@@ -372,6 +404,7 @@ void MqttLink::Drop() {
   unsent_bytes_ = 0;
   connected_ = false;
   accepted_ = false;
+  held_ = false;
 }
 
 void MqttLink::ReportDropped() {

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,8 +32,11 @@ struct MqttOptions {
   std::chrono::seconds accept_limit{5};
   // On this machine a port takes or refuses a connection at once, unless the broker hangs and its backlog is full.
   int connect_limit_ms = 50;
-  // A broker that says nothing for so long is asked for a sign of life, and is gone after twice that; 0: only the
-  // keep-alive tells.
+  // The broker gives up on a client that it has not heard for one and a half times this. What holds the loop of a
+  // program on this machine up most is a shell command.
+  int keep_alive_s = 120;
+  // A broker that says nothing for so long is asked for a sign of life, and is gone after twice that, in seconds in
+  // which this side was there to hear one; 0: only the keep-alive tells, on this side after twice its time.
   std::chrono::seconds silence_limit{0};
   bool tells_each_reason = false;  // logs a new reason for an outage that goes on
   const char* log_source = "platform/linux/bus";
@@ -59,11 +63,12 @@ class MqttLink {
 
   // Begins a new connection, unless there is one. True when the broker's port took it: subscriptions and messages
   // may follow at once, and the broker reads them after it has accepted the connection. Never waits long; a broker
-  // that does not accept within a few seconds counts as down. False, too, while the name of the broker's host is being
-  // looked up (IsConnecting).
+  // that does not accept within a few seconds counts as down. False, too, while a connection is being made already, or
+  // the name of the broker's host is being looked up (IsConnecting).
   bool Connect();
 
   bool IsUp() const { return read_event_ != nullptr; }
+  bool IsAccepted() const { return accepted_; }
   bool IsConnecting() const { return lookup_ != nullptr; }
 
   // Other options from the next connection on.
@@ -93,6 +98,7 @@ class MqttLink {
   bool BeginLookup();
   bool TakeConnection(int result);
   bool WatchSocket();
+  void LetIn();
   void CheckLife();
   void Read();
   bool IsConnected();
@@ -103,6 +109,7 @@ class MqttLink {
   void Drop();
   void ReportDropped();
 
+  static void OnLetIn(evutil_socket_t, short, void* self) { static_cast<MqttLink*>(self)->LetIn(); }
   static void OnReadable(evutil_socket_t, short, void* self);
   static void OnWritable(evutil_socket_t, short, void* self);
   static void OnLookedUp(evutil_socket_t, short, void* self);
@@ -122,12 +129,14 @@ class MqttLink {
   std::weak_ptr<Lookup> last_lookup_;        // which may go on after it was given up
   lxconn::EventPtr lookup_event_;
   std::chrono::steady_clock::time_point began_;
-  std::chrono::steady_clock::time_point heard_;  // from the broker
-  bool asked_for_life_ = false;
-  bool connected_ = false;    // the port has answered
-  bool accepted_ = false;     // the broker has answered
-  bool in_callback_ = false;  // the library only queues meanwhile
-  std::string refusal_;       // what the broker answered instead, or what is wrong on this side
+  int silent_ticks_ = 0;           // since the broker was heard
+  std::optional<uid_t> owner_;     // of the broker, where it must be known before the login is sent
+  lxconn::EventPtr let_in_event_;  // while it is not
+  bool held_ = false;              // nothing is sent or read yet
+  bool connected_ = false;         // the port has answered
+  bool accepted_ = false;          // the broker has answered
+  bool in_callback_ = false;       // the library only queues meanwhile
+  std::string refusal_;            // what the broker answered instead, or what is wrong on this side
   bool down_logged_ = false;
   std::string logged_reason_;
   uint64_t unsent_bytes_ = 0;  // at most these, handed to the library since the socket last took all there was

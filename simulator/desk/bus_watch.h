@@ -11,8 +11,8 @@
 namespace desk {
 
 // Where the replies to the desk's own requests and to its sign-of-life questions arrive.
-inline constexpr char kReplyTopic[] = "desk/reply";
-inline constexpr char kSignOfLifeTopic[] = "desk/alive";
+inline constexpr char kReplyTopic[] = "reply/desk";
+inline constexpr char kSignOfLifeTopic[] = "reply/desk/alive";
 
 class BusWatch {
  public:

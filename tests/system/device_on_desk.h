@@ -93,7 +93,7 @@ class DeviceOnDesk : public testing::Test {
 
   const TemporaryDirectory temporary_;
   const std::string directory_ = temporary_.path;
-  static constexpr char kReplyTopic[] = "tests/reply";
+  static constexpr char kReplyTopic[] = "reply/tests";
   desk::Desk desk_;
   desk::BusClient client_;
   ContractWatch contract_;

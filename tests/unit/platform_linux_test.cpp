@@ -1,5 +1,6 @@
 // The platform's own libraries against real files, pipes and processes.
 #include <gtest/gtest.h>
+#include <mqtt_protocol.h>
 #include <signal.h>
 #include <sys/un.h>
 #include <sys/wait.h>
@@ -7,6 +8,8 @@
 #include <cstring>
 #include <vector>
 
+#include "../../platform/linux/bus_messages.h"
+#include "../../platform/linux/peer_owner.h"
 #include "../real_platform.h"
 #include "base64.h"
 #include "dp_client.h"
@@ -14,6 +17,7 @@
 #include "kvdb.h"
 #include "lx_logging.h"
 #include "shell.h"
+#include "shown_text.h"
 #include "watchdog.h"
 
 namespace {
@@ -44,6 +48,8 @@ TEST(Logging, KeepsARecordOneLineOfUtf8) {
       {"surrogate and beyond", "\xED\xA0\x80 \xF4\x90\x80\x80", "\\xED\\xA0\\x80 \\xF4\\x90\\x80\\x80"},
       {"terminal control in utf-8", "\xC2\x9B[", "\\xC2\\x9B["},
       {"longer than a pipe's page", std::string(9000, 'x'), std::string(9000, 'x')},
+      {"longer than any message", std::string(17000, 'x'), std::string(16384, 'x') + "... (17000 bytes)"},
+      {"steering marks", "\u061C\u200E\u202E\u2066", "\\xD8\\x9C\\xE2\\x80\\x8E\\xE2\\x80\\xAE\\xE2\\x81\\xA6"},
   };
   for (const auto& row : kRows) {
     const CapturedErrors errors;
@@ -146,6 +152,121 @@ TEST(Base64, RefusesWhatIsNotCanonical) {
   }
 }
 
+TEST(ShownText, EscapesEveryMarkThatSteers) {
+  for (uint32_t code = 0x80; code < 0x3000; ++code) {
+    const char text[] = {static_cast<char>(code < 0x800 ? 0xC0 | code >> 6 : 0xE0 | code >> 12),
+                         static_cast<char>(0x80 | (code < 0x800 ? code & 63 : code >> 6 & 63)),
+                         static_cast<char>(0x80 | (code & 63)), 'x'};
+    const size_t length = code < 0x800 ? 2 : 3;
+    const bool steers = code < 0xA0 || code == 0x61C || code == 0x200E || code == 0x200F ||
+                        (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
+    ASSERT_EQ(ShownLength({text, length}), steers ? 0 : length) << std::hex << code;
+    ASSERT_EQ(ShownLength({text, length - 1}), 0u) << "cut: " << std::hex << code;
+  }
+}
+
+// What a look-up comes to by what the store says. Only 0 lets a default be written.
+TEST(Store, TellsWhatIsMissingFromWhatWasNotAnswered) {
+  const struct {
+    std::string answer;
+    int result;
+    const char* value;
+  } kRows[] = {
+      {"$3\r\nabc\r\n", 1, "abc"},
+      {"$-1\r\n", 0, ""},
+      {"$1048577\r\nabc", 0, ""},  // longer than any document: the rest is not waited for
+      {"$99999999999999999999\r\n", -1, ""},
+      {"-WRONGTYPE no hash\r\n", -1, ""},
+      {"*1\r\n$3\r\nabc\r\n", -1, ""},
+      {":1\r\n", -1, ""},
+      {"+OK\r\n", -1, ""},
+      {"$3\r\nab", -1, ""},
+  };
+  for (const auto& row : kRows) {
+    const auto [listener, port] = LoopbackSocket();
+    ASSERT_EQ(listen(listener, 1), 0);
+    const pid_t server = fork();
+    if (server == 0) {
+      const int peer = accept(listener, nullptr, nullptr);
+      char command[256];
+      for (const std::string& answer : {"+PONG\r\n"s, row.answer}) {
+        if (read(peer, command, sizeof command) <= 0 || write(peer, answer.data(), answer.size()) < 0) break;
+      }
+      read(peer, command, sizeof command);
+      _exit(0);
+    }
+    close(listener);
+    const CapturedErrors errors;
+    ASSERT_EQ(Kvdb_Start("127.0.0.1", port), 1);
+    std::string value;
+    const auto take = [](const char*, int, const char* text, int size, void* user) {
+      static_cast<std::string*>(user)->assign(text, static_cast<size_t>(size));
+    };
+    EXPECT_EQ(Kvdb_GetKey("key", 3, take, &value), row.result) << row.answer;
+    EXPECT_EQ(value, row.value) << row.answer;
+    Kvdb_Stop();
+    waitpid(server, nullptr, 0);
+  }
+}
+
+// A server of another user's: the connection is its owner's as soon as it has taken it, and not before.
+TEST(PeerOwner, IsWhoeverTookTheConnection) {
+  constexpr uid_t kOther = 61234;
+  const uid_t owner = geteuid() == 0 ? kOther : geteuid();
+  const auto [listener, port] = LoopbackSocket();
+  ASSERT_EQ(listen(listener, 1), 0);
+  const int client = socket(AF_INET, SOCK_STREAM, 0);
+  EXPECT_FALSE(platform::PeerOwner(client));
+  sockaddr_in address = {};
+  socklen_t size = sizeof address;
+  getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size);
+  ASSERT_EQ(connect(client, reinterpret_cast<sockaddr*>(&address), size), 0);
+  EXPECT_EQ(platform::AwaitPeer(client, owner, 20), platform::Peer::kUnknownYet);
+  const pid_t server = fork();
+  if (server == 0) {
+    close(client);
+    if (owner == kOther && setuid(kOther) != 0) _exit(1);
+    const int peer = accept(listener, nullptr, nullptr);
+    char byte;
+    read(peer, &byte, 1);
+    _exit(0);
+  }
+  EXPECT_EQ(platform::AwaitPeer(client, owner, 5000), platform::Peer::kTrusted);
+  EXPECT_EQ(platform::CheckPeer(client, owner + 1), platform::Peer::kStranger);
+  EXPECT_EQ(platform::PeerOwner(client), owner);
+  close(client);
+  close(listener);
+  waitpid(server, nullptr, 0);
+}
+
+TEST(ReplyAddress, IsBelowReplyOrTheTypesOwn) {
+  const struct {
+    const char* asked;  // null for no response topic
+    const char* topic;  // null for no answer
+  } kRows[] = {
+      {nullptr, "TYPE/reply"},      {"", "TYPE/reply"},       {"reply/me", "reply/me"},
+      {"TYPE/reply", "TYPE/reply"}, {"reply/", nullptr},      {"reply", nullptr},
+      {"replyx/me", nullptr},       {"OTHER/reply", nullptr}, {"BUS_BROADCAST_MESSAGE", nullptr},
+  };
+  char type[] = "TYPE";
+  const mosquitto_message message = {0, type, nullptr, 0, 0, false};
+  for (const auto& row : kRows) {
+    mosquitto_property* properties = nullptr;
+    if (row.asked != nullptr) mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC, row.asked);
+    const std::string correlation(300, 'c');
+    mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, correlation.data(), 300);
+    const auto address = platform::ReplyAddressOf(message, properties);
+    mosquitto_property_free_all(&properties);
+    const char* const asked = row.asked != nullptr ? row.asked : "nothing";
+    ASSERT_EQ(address.has_value(), row.topic != nullptr) << asked;
+    if (!address) continue;
+    EXPECT_EQ(address->topic, row.topic) << asked;
+    if (address->topic == asked) {
+      EXPECT_EQ(address->correlation, correlation) << asked;
+    }
+  }
+}
+
 // While the store reads its file it refuses everything: the default that stands in for a document that could not be
 // read must not be written over it a moment later.
 TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
@@ -167,6 +288,80 @@ TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
   EXPECT_EQ(Kvdb_SetKey("key", 3, "default", 7), -1);
   Kvdb_Stop();
   waitpid(server, nullptr, 0);
+}
+
+// A port that takes connections and says nothing is no broker: as if nobody were there, only that the connection that
+// is being made is not made anew each time.
+TEST(Loop, ABrokerThatDoesNotAnswerIsReportedEverySecond) {
+  const auto [listener, port] = LoopbackSocket();
+  ASSERT_EQ(listen(listener, 8), 0);
+  std::vector<std::pair<Clock::time_point, int>> reports;  // and what connecting again came to
+  const auto on_status = [](DpPollHandle* handle, unsigned status, void* user) {
+    EXPECT_EQ(status, kDpStatusDisconnected);
+    static_cast<decltype(reports)*>(user)->emplace_back(Clock::now(), DpClient_HdlReConnect(handle));
+  };
+  const CapturedErrors errors;
+  DpClient_Init("127.0.0.1", port);
+  ASSERT_EQ(DpClient_Start(0), 1);
+  DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, &reports, on_status, 0, 0);
+  lxconn::EVT_TIMER awake;
+  awake.Init(
+      DpClient_GetEvtLoopFromPoll(handle), [](int, short, const void*) { return 0; }, nullptr);
+  awake.Start(0, 50);
+  const auto start = Clock::now();
+  while (SecondsSince(start) < 6.5) DpClient_PollDpMessage(handle, 10);
+  DpClient_Stop();
+  close(listener);
+  ASSERT_EQ(reports.size(), 6u);
+  for (size_t i = 0; i < reports.size(); ++i) {
+    EXPECT_NEAR(std::chrono::duration<double>(reports[i].first - start).count(), static_cast<double>(i) + 1, 0.3);
+    EXPECT_EQ(reports[i].second, i == 4 ? 1 : -1) << "after five seconds another connection, at report " << i;
+  }
+}
+
+// Asked to end, the process says its last words and ends by that signal; one that hangs ends all the same.
+TEST(Loop, EndsByTheSignalAfterItsLastWords) {
+  for (const bool hangs : {false, true}) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const pid_t process = fork();
+    if (process == 0) {
+      DpClient_Init("127.0.0.1", FreePort());
+      DpClient_Start(0);
+      const auto on_status = [](DpPollHandle*, unsigned status, void* user) {
+        if (status == kDpStatusEnding) write(*static_cast<int*>(user), "end", 3);
+      };
+      DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, &ends[1], on_status, 0, 0);
+      write(ends[1], "up", 2);
+      if (hangs) SleepMicroseconds(20000000);
+      for (;;) DpClient_PollDpMessage(handle, 10);
+    }
+    close(ends[1]);
+    char text[8] = {};
+    ASSERT_EQ(read(ends[0], text, 2), 2);
+    kill(process, SIGTERM);
+    int status = 0;
+    const auto start = Clock::now();
+    waitpid(process, &status, 0);
+    EXPECT_LT(SecondsSince(start), 10);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+    EXPECT_EQ(read(ends[0], text, sizeof text), hangs ? 0 : 3);
+    close(ends[0]);
+  }
+}
+
+TEST(Loop, SurvivesWhateverATimerThrows) {
+  DpClient_Init("127.0.0.1", FreePort());
+  ASSERT_EQ(DpClient_Start(0), 1);
+  DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, nullptr, nullptr, 0, 0);
+  const CapturedErrors errors;
+  lxconn::EVT_TIMER timer;
+  timer.Init(
+      DpClient_GetEvtLoopFromPoll(handle), [](int, short, const void*) -> int { throw 7; }, nullptr);
+  timer.Start(0, 0);
+  while (DpClient_PollDpMessage(handle, 10) == 1 && errors.Read().find("no exception") == std::string::npos) {
+  }
+  DpClient_Stop();
 }
 
 // The server stops the bus client before it destroys its timers.

@@ -12,6 +12,7 @@
 #include <new>
 
 #include "bus_account.h"
+#include "peer_owner.h"
 
 namespace bus {
 
@@ -20,6 +21,7 @@ namespace {
 constexpr char kAccounts[] = "/etc/business-server/bus";  // of an installed device
 constexpr char kAuthorities[] = "/etc/ssl/certs";         // of the machine
 constexpr int kVerifyPeer = 1;
+constexpr int kLetInMilliseconds = 1000;
 
 struct Properties {
   mosquitto_property* list = nullptr;
@@ -110,7 +112,10 @@ void Connection::SetUp() {
   mosquitto* const client = client_.get();
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-  if (!options_.role.empty()) platform::UseBusAccount(client, options_.role.c_str(), kAccounts);
+  if (!options_.role.empty() && platform::UseBusAccount(client, options_.role.c_str(), kAccounts)) {
+    owner_ = platform::AccountId(platform::kBusAccount);
+  }
+  if (owner_) platform::HoldLogin(client);
   if (!options_.user.empty()) mosquitto_username_pw_set(client, options_.user.c_str(), options_.password.c_str());
   if (options_.will) {
     const Message& will = *options_.will;
@@ -194,7 +199,21 @@ bool Connection::Begin() {
   }
   fcntl(mosquitto_socket(client), F_SETFD, FD_CLOEXEC);
   connecting_ = true;
-  return true;
+  return !owner_ || LetIn();
+}
+
+// The password of a role is for the device's broker alone.
+bool Connection::LetIn() {
+  const int fd = mosquitto_socket(client_.get());
+  const platform::Peer peer = platform::AwaitPeer(fd, *owner_, kLetInMilliseconds);
+  if (peer == platform::Peer::kTrusted) {
+    platform::ReleaseLogin(client_.get());
+    return true;
+  }
+  problem_ = peer == platform::Peer::kStranger ? platform::StrangerText(fd) + ", which is not the device's"
+                                               : "it does not take connections";
+  Lost(MOSQ_ERR_SUCCESS);
+  return false;
 }
 
 int Connection::descriptor() const { return over_ ? -1 : mosquitto_socket(client_.get()); }

@@ -3,6 +3,8 @@
 // one.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -78,6 +80,7 @@ class Connection {
   };
 
   void SetUp();
+  bool LetIn();
   bool After(int result);
   bool Flush();
   void Lost(int result);
@@ -89,7 +92,8 @@ class Connection {
   const Options options_;
   const Handlers handlers_;
   std::unique_ptr<mosquitto, Deleter> client_;
-  bool connecting_ = false;  // the network has not yet answered
+  std::optional<uid_t> owner_;  // of the broker, where a role's password is only for it
+  bool connecting_ = false;     // the network has not yet answered
   bool up_ = false;
   bool over_ = false;
   bool refused_ = false;
