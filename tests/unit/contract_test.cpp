@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "../document_examples.h"
 #include "contract/check.h"
 #include "contract/explain.h"
 #include "contract/faults.h"
@@ -224,6 +225,30 @@ TEST(Contract, AgreesWithTheDevicesTables) {
     EXPECT_EQ(statuses["state"]["enum"][at], status.state);
     EXPECT_EQ(statuses["error_msg"]["enum"][at++], status.error_msg);
   }
+}
+
+// The page of messages shows what works, and few things that do not: those are told by the answers that follow.
+TEST(Contract, TakesEveryExampleThatWorks) {
+  std::string request;
+  int refused = 0;
+  for (const DocumentExample& example : DocumentExamples("messages.md")) {
+    Json::Value document;
+    if (!bs::ParseJson(example.text, document) || !document.isObject()) continue;
+    const std::string type = document["type"].isString() ? document["type"].asString() : "";
+    if (example.kind == "request" || example.kind == "external") {
+      const std::string schema = "requests/" + type;
+      request = contract::Has(schema) ? FaultsOf(schema, document) : "no such command";
+    } else if (example.kind == "reply") {
+      const bool done = document["state"] == 200;
+      EXPECT_EQ(done ? request : "", "") << example.place;
+      refused += done ? 0 : 1;
+      const bool known = contract::Has("replies/" + type) && document["state"] != 403;
+      EXPECT_EQ(FaultsOf(known ? "replies/" + type : "messages/not_understood", document), "") << example.place;
+    } else if (example.kind == "broadcast" || contract::Has("messages/" + type)) {
+      EXPECT_EQ(FaultsOf("messages/" + type, document), "") << example.place;
+    }
+  }
+  EXPECT_LT(refused, 14);
 }
 
 TEST(Contract, RecordsHaveTheFieldsThatTheyHave) {
