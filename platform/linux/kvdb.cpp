@@ -10,7 +10,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstdlib>
-#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <string>
@@ -27,6 +26,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr char kLogSource[] = "platform/linux/store";
 constexpr std::string_view kStore = "kvdb";
+constexpr size_t kMaxWords = 4;  // of a command
 constexpr std::string_view kBackup = "kvdb:backup";
 constexpr timeval kConnectLimit = {0, 200 * 1000};
 constexpr timeval kAnswerLimit = {0, 500 * 1000};
@@ -58,13 +58,18 @@ class Store {
                                                           : std::nullopt) {}
 
   // Null when the store is out of reach or refuses the command, or its answer was too long.
-  Reply Run(std::initializer_list<std::string_view> command);
+  template <size_t N>
+  Reply Run(const std::string_view (&command)[N]) {
+    static_assert(N <= kMaxWords, "there is no room for so many words");
+    return Run(command, N);
+  }
   bool WasTooLong() const { return too_long_; }
 
   // Whether it answers, before the limit is over.
   bool Await(Clock::duration limit);
 
  private:
+  Reply Run(const std::string_view* command, size_t size);
   bool Connect();
   bool IsConnected() const;
   bool IsStrangers();
@@ -189,21 +194,19 @@ bool Store::AnswersTooLong() const {
   return length > kMaxValue;
 }
 
-Reply Store::Run(std::initializer_list<std::string_view> command) {
-  constexpr size_t kMaxWords = 4;
+Reply Store::Run(const std::string_view* command, size_t size) {
   const char* words[kMaxWords];
   size_t lengths[kMaxWords];
-  int count = 0;
-  for (const std::string_view word : command) {
-    words[count] = word.data();
-    lengths[count++] = word.size();
+  for (size_t i = 0; i < size; ++i) {
+    words[i] = command[i].data();
+    lengths[i] = command[i].size();
   }
   too_long_ = false;
   if (!Connect()) return nullptr;
-  Reply reply = Exchange(count, words, lengths);
+  Reply reply = Exchange(static_cast<int>(size), words, lengths);
   if (too_long_) {
     lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)
-        << "the store holds a value that is longer than " << kMaxValue << " bytes: " << words[count - 1];
+        << "the store holds a value that is longer than " << kMaxValue << " bytes: " << words[size - 1];
     context_.reset();  // with what it still has to say
     return nullptr;
   }
@@ -216,7 +219,7 @@ Reply Store::Run(std::initializer_list<std::string_view> command) {
     Fail("is not ready yet");
     return nullptr;
   }
-  NoteAnswer(*command.begin(), *reply);
+  NoteAnswer(command[0], *reply);
   return reply->type == REDIS_REPLY_ERROR ? nullptr : std::move(reply);
 }
 
@@ -236,7 +239,10 @@ void Store::NoteAnswer(std::string_view command, const redisReply& reply) {
   }
 }
 
-Reply Run(std::initializer_list<std::string_view> command) { return store ? store->Run(command) : nullptr; }
+template <size_t N>
+Reply Run(const std::string_view (&command)[N]) {
+  return store ? store->Run(command) : nullptr;
+}
 
 // Redis answers 1 when it copied, 0 when there is nothing to copy; -1 on failure.
 int Copy(std::string_view from, std::string_view to) {

@@ -93,7 +93,8 @@ TEST_F(TtyTest, ReceivesUntilAGapOrTheLimit) {
   EXPECT_EQ(3, tty_->TTY_Recvn(buf_, 1024));
   EXPECT_EQ((std::vector<std::string>{"sleep 30000", "sleep 30000"}), Fake().shell);
 
-  line_.Say("abcdefgh");
+  line_.Say("Xabcdefgh");
+  EXPECT_EQ(1, tty_->TTY_Recvn(buf_, 1));
   EXPECT_EQ(5, tty_->TTY_Recvn(buf_, 5));
   EXPECT_EQ("abcde", std::string(buf_, 5));
   EXPECT_EQ(0, tty_->TTY_Recvn(buf_, 0) + tty_->TTY_RecvNB(buf_, 0)) << "must not try to make room for nothing";
