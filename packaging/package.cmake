@@ -56,7 +56,7 @@ install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-s
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
 file(ARCHIVE_CREATE OUTPUT ${made}/changelog.gz PATHS ${CMAKE_SOURCE_DIR}/CHANGELOG.md FORMAT raw COMPRESSION GZip)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md
-              ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
+              ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/hub.md ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
 
 # The hub. It runs on any machine, and has nothing that is compiled.
 set(site ${here}/site)
@@ -68,7 +68,8 @@ install(FILES ${site}/business-server-hub.service ${site}/business-server-hub-co
         DESTINATION /lib/systemd/system COMPONENT site)
 install(FILES ${site}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server-site.conf COMPONENT site)
 install(DIRECTORY DESTINATION share/business-server-site/console COMPONENT site)
-install(FILES ${CMAKE_SOURCE_DIR}/docs/hub.md ${here}/debian/copyright ${made}/changelog.gz
+install(FILES ${CMAKE_SOURCE_DIR}/docs/hub.md ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/security.md
+              ${here}/debian/copyright ${made}/changelog.gz
         DESTINATION share/doc/business-server-site COMPONENT site)
 
 # The console, for the hub and, where its owner wants it, for the device.

@@ -40,6 +40,17 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
     EXPECT_TRUE(fs::exists(root + file)) << file;
   }
 
+  // The console is served when somebody wants it, and then no more.
+  const std::string console =
+      "BUSINESS_SERVER_ETC=" + root + "/etc/business-server " + root + "/usr/lib/business-server/console ";
+  for (const char* wanted : {"off", "on localhost", "off"}) {
+    EXPECT_EQ(Shell(console + wanted).status, 0) << wanted;
+    const bool on = wanted[1] == 'n';
+    EXPECT_EQ(Shell(console + "status").output, on ? "on\n" : "off\n");
+    EXPECT_EQ(fs::exists(root + "/etc/business-server/bus.d/console.conf"), on);
+  }
+  EXPECT_TRUE(fs::exists(root + "/etc/business-server/console/hub.pem"));
+
   const struct {
     const char* unit;
     const char* must_have;

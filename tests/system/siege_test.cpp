@@ -1,7 +1,11 @@
 // The installed device under siege. Every role, an account that does not exist and somebody without one do what the two
 // servers allow before anybody is asked who he is, and whatever an account is good for. What counts is measured: the
 // memory of the processes, how long the daemon is away, what reached whom.
+#include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
@@ -11,6 +15,7 @@
 
 #include "installed_device.h"
 #include "protocol/names.h"
+#include "protocol/stored_documents.h"
 #include "stranger.h"
 
 namespace {
@@ -139,6 +144,8 @@ class Siege : public InstalledDevice {
     return 99;
   }
 
+  size_t LogSize() const { return std::filesystem::file_size(directory_.path / "log/daemon"); }
+
   // Takes note of what they took; what a process had that has ended since then is lost.
   void Sample() {
     for (Watched& row : watched_) row.peak = std::max(row.peak, Resident(*row.process, "VmHWM:"));
@@ -241,6 +248,184 @@ TEST_F(Siege, StoreWithoutAnAccount) {
   device_.daemon.Kill();
   Bring(watched_[2]);
   Report("values of 150 and 500 MB, 80 of 1 MB, a copy, six unread answers, 300 halves");
+}
+
+// What is in the store belongs to whoever is on the device: the daemon reads it all the same, at its start too.
+TEST_F(Siege, DocumentsThatAreTooLongOrTooDeep) {
+  const std::string values[] = {std::string(1 << 20, 'x'), std::string(180000, '[') + std::string(180000, ']')};
+  for (const std::string& value : values) {
+    Stranger client(kStore);
+    for (const bs::StoredDocument* document : bs::kStoredDocuments) {
+      const std::string_view key(document->key, document->key_length);
+      client.Send("*4\r\n$4\r\nHSET\r\n$4\r\nkvdb\r\n$" + std::to_string(key.size()) + "\r\n" + std::string(key) +
+                  "\r\n$" + std::to_string(value.size()) + "\r\n" + value + "\r\n");
+    }
+    client.Read(milliseconds(300));
+    device_.daemon.Kill();
+    Bring(watched_[2]);
+    AnswersAfter();
+    Sample();
+  }
+  EXPECT_LT(LogSize(), 1000000u);
+  Report("every document 1 MB long, then 180,000 arrays deep; daemon restarted");
+}
+
+TEST_F(Siege, RequestsThatWantTooMuch) {
+  Stranger front_end = LogIn("front_end"), controller = LogIn("controller"), relay = LogIn("relay");
+  front_end.Send(mqtt::Subscribe({"reply/front_end/1"}));
+  const auto ask = [&](const std::string& request) {
+    front_end.Send(mqtt::Publish({bs::kBusRequestMessage, request, "reply/front_end/1", "1"}));
+    for (std::string packet; !(packet = front_end.ReadPacket(milliseconds(5000))).empty();) {
+      const mqtt::Message message = mqtt::Read(packet);
+      if (message.topic == "reply/front_end/1") return message.payload;
+    }
+    return std::string();
+  };
+  EXPECT_NE(ask("{\"type\": \"get_ttyio_cfg\"}").find("200"), std::string::npos);
+
+  // A second command to the beacon module; a document that nobody can read again.
+  const std::string renamed = ask("{\"type\": \"set_ibc_name\", \"body\": {\"name\": \"a\\r\\nDTM:RST\"}}");
+  EXPECT_NE(renamed.find("error_msg"), std::string::npos);
+  EXPECT_EQ(renamed.find("\"state\" : 200"), std::string::npos) << renamed;
+  const std::string deep =
+      "{\"type\": \"set_rs485pro_cfg\", \"body\": " + std::string(900, '[') + std::string(900, ']') + "}";
+  EXPECT_EQ(ask(deep).find("\"state\" : 200"), std::string::npos);
+
+  // More than ten seconds of the line's time.
+  const double before = Resident(device_.daemon, "VmRSS:");
+  controller.Send(mqtt::Publish({bs::kBusBroadlistenMessage,
+                                 "{\"type\": \"send_ttyio_data\", \"body\": {\"data_len\": 48000, \"data\": \"" +
+                                     std::string(64000, 'A') + "\"}}",
+                                 "", ""}));
+  EXPECT_NE(ask("{\"type\": \"get_ttyio_cfg\"}").find("200"), std::string::npos);
+
+  // Types that are never answered, with as much to remember as fits; pushes as long as they may be.
+  for (int i = 0; i < 300; ++i) {
+    relay.Send(mqtt::Publish({bs::kBusNetPush, "{}", "reply/" + std::to_string(i), std::string(65000, 'c')}));
+  }
+  std::string push = "{\"s_addr\": 2, \"totle\": 1, \"free\": 1, \"pos\": 1, \"cm_dev\": [";
+  for (int i = 0; push.size() < 65000; ++i)
+    push += (i > 0 ? "," : "") + ("{\"ip\":" + std::to_string(i + 5)) + ",\"tn\":1,\"fn\":1}";
+  push += "]}";
+  for (int i = 0; i < 50; ++i) relay.Send(mqtt::Publish({bs::kBusNetPush, push, "", ""}));
+  EXPECT_NE(ask("{\"type\": \"get_ttyio_cfg\"}").find("200"), std::string::npos);
+  std::this_thread::sleep_for(milliseconds(300));
+  EXPECT_LT(Resident(device_.daemon, "VmRSS:"), before + 6);
+  Report("CR LF in a name, 900 arrays, 48 kB for the line, 300 correlations and 50 pushes of 65 kB");
+}
+
+TEST_F(Siege, AnswersWhereTheyAreNotWanted) {
+  Stranger watcher = LogIn("integrator"), front_end = LogIn("front_end");
+  watcher.Send(mqtt::Subscribe({"#"}));
+  watcher.ReadPacket(milliseconds(1000));
+  const char* const topics[] = {
+      bs::kHttpRequestMessageRoot, bs::kBusBroadcastMessage, bs::kBusRequestMessage,         bs::kBusNetPush,
+      bs::kAvsSimulatorTrigger,    bs::kBusSimulatorTrigger, "BUS_EXT_REQUEST_MESSAGE/reply"};
+  for (const char* topic : topics) {
+    front_end.Send(mqtt::Publish({bs::kBusRequestMessage, "{\"type\": \"get_ttyio_cfg\"}", topic, "forged"}));
+  }
+  int forged = 0;
+  for (std::string packet; !(packet = watcher.ReadPacket(milliseconds(1000))).empty();) {
+    const mqtt::Message message = mqtt::Read(packet);
+    if (message.payload.find("error_msg") != std::string::npos && message.topic != "BUS_REQUEST_MESSAGE/reply")
+      ++forged;
+  }
+  EXPECT_EQ(forged, 0);
+  AnswersAfter();
+  Report("requests that want their answer on seven topics of other processes");
+}
+
+TEST_F(Siege, RefusedCommandsFromOutside) {
+  Stranger controller = LogIn("controller");
+  controller.Send(mqtt::Subscribe({"reply/controller/1"}));
+  const auto parts = directory_.path / "store/appendonlydir/appendonly.aof.1.incr.aof";
+  const auto before = std::filesystem::file_size(parts);
+  constexpr int kCommands = 200;
+  for (int i = 0; i < kCommands; ++i) {
+    const std::string ip = std::string(1880, 'x') + std::to_string(i);
+    controller.Send(mqtt::Publish(
+        {bs::kBusExtRequestMessage,
+         "{\"type\": \"external_control_framestatus\", \"body\": {\"ip\": \"" + ip + "\", \"frame_status\": 1}}",
+         "reply/controller/1", std::to_string(i)}));
+  }
+  int answers = 0;
+  while (answers < kCommands && !controller.ReadPacket(milliseconds(5000)).empty()) ++answers;
+  EXPECT_EQ(answers, kCommands);
+  const auto written = std::filesystem::file_size(parts) - before;
+  EXPECT_LT(written, 200000u);
+  Report("200 refused external commands with 1,900 bytes of address: " + std::to_string(written / 1000) +
+         " kB written");
+}
+
+// As long as one burst can be: the daemon listens to it and to nobody else.
+TEST_F(Siege, ALineThatNeverFallsSilent) {
+  constexpr int kBurst = 1024;
+  int sent = 0;
+  const uint64_t drip = loop_.Every(milliseconds(24), [&] {
+    device_.external_line.Send("x");
+    ++sent;
+  });
+  EXPECT_TRUE(loop_.RunUntil([&] { return sent >= kBurst; }, std::chrono::seconds(60)));
+  loop_.Cancel(drip);
+  EXPECT_LT(AnswersAfter(), 5);
+  EXPECT_EQ(ReadFile(directory_.path / "log/daemon").find("connection is lost"), std::string::npos);
+  Report("a stranger on the line: a byte every 24 ms, 1,024 of them");
+}
+
+// While the broker is away, another user's program takes its port and says that whoever comes is welcome.
+TEST_F(Siege, AFalseBroker) {
+  if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    GTEST_SKIP() << "needs root, for the package's accounts";
+  }
+  // The account that the package makes. The broker of this test is root's, which is trusted too.
+  const std::string accounts = directory_.path / "passwd";
+  std::ofstream(accounts) << ReadFile("/etc/passwd") << "business-server-bus:x:64990:64990::/:/bin/false\n"
+                          << "business-server-store:x:64991:64991::/:/bin/false\n";
+  ASSERT_EQ(mount(accounts.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr), 0);
+  device_.daemon.Kill();
+  Bring(watched_[2]);
+  AnswersAfter();
+  device_.broker.Kill();
+  int heard[2];
+  ASSERT_EQ(pipe(heard), 0);
+  const pid_t thief = fork();
+  if (thief == 0) {
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(1);
+    const int port = socket(AF_INET, SOCK_STREAM, 0), yes = 1;
+    setsockopt(port, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(kBus);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(port, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(port, 10) != 0) _exit(2);
+    for (;;) {
+      const int client = accept(port, nullptr, nullptr);
+      const char welcome[] = "\x20\x03\0\0\0";
+      send(client, welcome, 5, MSG_NOSIGNAL);
+      pollfd waiting = {client, POLLIN, 0};
+      char bytes[4096];
+      ssize_t size = 0;
+      if (poll(&waiting, 1, 1000) > 0) size = recv(client, bytes, sizeof bytes, 0);
+      if (write(heard[1], bytes, static_cast<size_t>(std::max<ssize_t>(size, 0))) < 0) _exit(3);
+      close(client);
+    }
+  }
+  close(heard[1]);
+  std::this_thread::sleep_for(milliseconds(2500));
+  Shell("timeout 3 " BINARY_DIRECTORY "/parkctl request get_ttyio_cfg");
+  int status = 0;
+  EXPECT_EQ(waitpid(thief, &status, WNOHANG), 0) << "no false broker";
+  kill(thief, SIGKILL);
+  waitpid(thief, &status, 0);
+  std::string all(1 << 16, '\0');
+  const ssize_t size = read(heard[0], all.data(), all.size());
+  all.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  close(heard[0]);
+  for (const char* role : {"business_server", "integrator"}) {
+    EXPECT_EQ(all.find(Password(role)), std::string::npos) << role;
+  }
+  AnswersAfter();
+  Report("another user's program on the broker's port for 2.5 s: no password told");
 }
 
 TEST_F(Siege, HonestBurst) {
