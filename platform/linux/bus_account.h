@@ -12,6 +12,7 @@ namespace platform {
 
 inline constexpr char kDaemonRole[] = "business_server";
 inline constexpr char kRecogniserRole[] = "recogniser";
+inline constexpr char kFrontEndRole[] = "front_end";
 inline constexpr char kRelayRole[] = "relay";
 inline constexpr char kRelayRequestsRole[] = "relay_requests";  // where the owner lets the site ask this device
 inline constexpr char kIntegratorRole[] = "integrator";

@@ -139,7 +139,7 @@ TEST(Contract, BadJsonIsNamedInOneLine) {
       {"{\"a\":1,}", "is not JSON: Line 1, Column 8 Missing '}' or object member name"},
       {"{\"a\":1,\"a\":2}", "is not JSON: Line 1, Column 8 Duplicate key: 'a'"},
       {std::string(5000, '[') + std::string(5000, ']'), "is not JSON: Exceeded stackLimit in readValue()."},
-      {std::string(2 << 20, ' '), "is larger than 1 MiB: is it the right one?"},
+      {std::string(17 << 20, ' '), "is larger than 16 MiB: is it the right one?"},
   };
   for (const auto& row : kRows) {
     Json::Value document;

@@ -56,7 +56,7 @@ TEST(SiteFile, EveryMistakeIsNamedWithDeviceFieldAndReason) {
        {"B zone: stands there twice, again on line 1", "A: stands there twice", "A: stands there twice"}},
       {R"("A": {"zone": "L1/A", "shows": {"left": ["L2", "l1/a", "A"]}}, "B": {"zone": "L1/A"})",
        {"A shows.left: A holds no device; did you mean L1/A?", "A shows.left: L2 holds no device",
-        "A shows.left: l1/a holds no device"}},
+        "A shows.left: l1/a holds no device; did you mean L1/A?"}},
       {R"("A": {"zone": "L1", "shows": {"left": ["L2", "L2/B", "L2-B", "L2"], "right": ["L2"]}}, "B": {"zone": "L2/B"},)"
        R"("C": {"zone": "L2-B"})",
        {"A shows.left: L2 stands there twice", "A shows.left: L2/B is within L2, which stands there too"}},

@@ -1,5 +1,6 @@
 #include "caller.h"
 
+#include <mosquitto.h>
 #include <mqtt_protocol.h>
 #include <poll.h>
 
@@ -16,11 +17,6 @@ constexpr milliseconds kBrokerWait{5000};
 constexpr milliseconds kTickPeriod{1000};
 constexpr milliseconds kQuiet{500};  // what the broker keeps has come when nothing came for this long
 constexpr int kRefusedFrom = 0x80;   // reasons from here on are refusals
-
-Caller::Outcome OutcomeOf(int reason) {
-  if (reason == MQTT_RC_NO_MATCHING_SUBSCRIBERS) return Caller::Outcome::kNobodyListens;
-  return reason < kRefusedFrom ? Caller::Outcome::kDelivered : Caller::Outcome::kRefused;
-}
 
 }  // namespace
 
@@ -48,6 +44,14 @@ Connection::Handlers Caller::Handlers() {
     }
   };
   return handlers;
+}
+
+Caller::Outcome Caller::OutcomeOf(int reason) {
+  if (reason == MQTT_RC_NO_MATCHING_SUBSCRIBERS) return Outcome::kNobodyListens;
+  if (reason < kRefusedFrom) return Outcome::kDelivered;
+  refusal_ = mosquitto_reason_string(reason);
+  while (!refusal_.empty() && refusal_.back() == '.') refusal_.pop_back();
+  return Outcome::kRefused;
 }
 
 std::string Caller::problem() const { return problem_.empty() ? connection_.problem() : problem_; }

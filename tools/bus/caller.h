@@ -42,20 +42,23 @@ class Caller {
   bool Collect(const std::vector<std::string>& filters, const std::function<void(const Message&)>& handler);
 
   const Address& address() const { return address_; }
-  const std::string& user() const { return user_; }       // empty: nobody
-  bool refused() const { return connection_.refused(); }  // no connection, because the broker wants an account
-  std::string problem() const;                            // why there is no connection
+  const std::string& user() const { return user_; }        // empty: nobody
+  bool refused() const { return connection_.refused(); }   // no connection, because the broker wants an account
+  std::string problem() const;                             // why there is no connection
+  const std::string& refusal() const { return refusal_; }  // the broker's reason for the message it refused last
 
  private:
   using Clock = std::chrono::steady_clock;
 
   Connection::Handlers Handlers();
   bool Run(std::chrono::milliseconds wait, const std::function<bool()>& done);
+  Outcome OutcomeOf(int reason);
   Outcome Failure() const { return connection_.up() ? Outcome::kSilent : Outcome::kNoBroker; }
 
   const Address address_;
   const std::string user_;
   std::string problem_;
+  std::string refusal_;
   std::map<int, int> confirmed_;             // the broker's reason by the message's number
   std::optional<std::vector<int>> granted_;  // of the last subscription
   std::optional<std::string> answer_;        // of the request under way

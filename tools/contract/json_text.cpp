@@ -32,7 +32,7 @@ size_t CharacterBytes(std::string_view text) {
 
 // What the bytes alone tell.
 std::string ProblemOfBytes(std::string_view text) {
-  if (text.size() > kTextLimit) return "is larger than 1 MiB: is it the right one?";
+  if (text.size() > kTextLimit) return "is larger than 16 MiB: is it the right one?";
   if (text.substr(0, 3) == "\xEF\xBB\xBF") return "begins with a byte-order mark: save it as UTF-8 without one";
   if (text.substr(0, 2) == "\xFF\xFE" || text.substr(0, 2) == "\xFE\xFF") return "is UTF-16: save it as UTF-8";
   if (text.find_first_not_of(" \t\r\n") == std::string_view::npos) return "is empty";

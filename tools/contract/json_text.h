@@ -10,7 +10,7 @@ namespace contract {
 
 enum class Comments { kAllowed, kRefused };
 
-constexpr size_t kTextLimit = 1024 * 1024;  // no document of a device or a site is longer
+constexpr size_t kTextLimit = 16 * 1024 * 1024;  // no document of a device or a site is longer
 
 // False, with the problem as the end of a sentence ("is cut off: ..."), for what is no JSON, or more than that: text
 // behind it, a member twice, a byte-order mark, bytes that are no UTF-8, more than kTextLimit. Never throws.

@@ -21,5 +21,8 @@ void AddSiteOptions(CLI::App& command, SiteOptions& options);
 void AddDeviceOptions(CLI::App& command, DeviceOptions& options);  // the same, and which device of the site
 
 void AddConfig(CLI::App& app, Action& action, const Ports& ports);
+// "site" and "relay" with all that belongs to them.
+void AddSite(CLI::App& app, Action& action);
+void AddRelay(CLI::App& app, Action& action, const Ports& ports);
 
 }  // namespace parkctl

@@ -21,7 +21,7 @@ std::string ReadAll(std::istream& stream, const std::string& what) {
   char buffer[4096];
   while (stream.read(buffer, sizeof buffer) || stream.gcount() > 0) {
     text.append(buffer, static_cast<size_t>(stream.gcount()));
-    if (text.size() > contract::kTextLimit) throw UserError(what + " is larger than 1 MiB: is it the right one?");
+    if (text.size() > contract::kTextLimit) throw UserError(what + " is larger than 16 MiB: is it the right one?");
   }
   if (stream.bad()) throw UserError(what + " cannot be read");
   return text;

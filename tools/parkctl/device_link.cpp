@@ -77,7 +77,7 @@ int Hub::Explain(Outcome outcome, const std::string& what) const {
     case Outcome::kNobodyListens:
       return kDone;
     case Outcome::kRefused:
-      Note(where + " does not let " + who + " write " + what);
+      Note(where + " does not let " + who + " write " + what + " (" + refusal() + ")");
       break;
     case Outcome::kSilent:
       Note(where + " does not answer");

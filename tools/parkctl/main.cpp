@@ -294,6 +294,8 @@ int main(int argc, char** argv) {
   AddStore(app, action, ports);
   parkctl::AddConfig(app, action, ports);
   AddContract(app, action);
+  parkctl::AddSite(app, action);
+  parkctl::AddRelay(app, action, ports);
   AddNames(app, action);
   try {
     app.parse(argc, argv);

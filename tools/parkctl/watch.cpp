@@ -1,15 +1,12 @@
 #include "watch.h"
 
-#include <sys/time.h>
-
-#include <csignal>
-#include <ctime>
 #include <iostream>
 #include <thread>
 
 #include "bus_account.h"
 #include "console.h"
 #include "device_bus.h"
+#include "interrupt.h"
 #include "message_words.h"
 #include "stored_text.h"
 
@@ -19,29 +16,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kPass{1000};
 constexpr std::chrono::milliseconds kRetry{500};
-
-volatile std::sig_atomic_t interrupted = 0;
-
-void OnInterrupt(int) { interrupted = 1; }
-
-void EndOnInterrupt() {
-  struct sigaction action = {};
-  action.sa_handler = OnInterrupt;  // without SA_RESTART: waits end at once
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-}
-
-// "2026-03-01 12:34:56.789", local time; from offset 11 on it is the time of day.
-std::string Now() {
-  timeval now = {};
-  gettimeofday(&now, nullptr);
-  tm parts = {};
-  localtime_r(&now.tv_sec, &parts);
-  char text[64];
-  const size_t length = strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts);
-  snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(now.tv_usec / 1000));
-  return text;
-}
 
 class Printer {
  public:
@@ -64,7 +38,7 @@ class Printer {
               << MessageWords(message.topic, message.payload, field_list_) << std::endl;
   }
 
-  bool Ended() const { return interrupted != 0 || !std::cout || (options_.count > 0 && printed_ >= options_.count); }
+  bool Ended() const { return Interrupted() || !std::cout || (options_.count > 0 && printed_ >= options_.count); }
 
  private:
   const WatchOptions options_;

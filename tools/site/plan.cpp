@@ -70,16 +70,23 @@ Plan PlanOf(const Json::Value& document) {
   return plan;
 }
 
-// A zone that there is and that was perhaps meant: a slip of the keyboard, or without what stands before it.
-std::string Meant(const std::string& zone, const std::map<std::string, size_t>& zones) {
-  std::vector<std::string> names;
-  for (const auto& [known, count] : zones) {
-    const size_t at = known.size() - std::min(known.size(), zone.size() + 1);
-    if (known.substr(at) == "/" + zone) return "; did you mean " + known + "?";
-    names.push_back(known);
+// What a zone's name sounds like: letters and digits, whatever stands between them.
+std::string Sound(std::string_view zone) {
+  std::string sound;
+  for (const char c : zone) {
+    if (c != '/' && c != '-' && c != '_') sound += static_cast<char>(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
   }
-  const std::string nearest = contract::Nearest(zone, names);
-  return nearest.empty() ? "" : "; did you mean " + nearest + "?";
+  return sound;
+}
+
+// A zone that there is and that was perhaps meant: written a little otherwise, or without what stands before it.
+// Neighbours differ by one letter, so that a slip of the keyboard proves nothing.
+std::string Meant(const std::string& zone, const std::map<std::string, size_t>& zones) {
+  for (const auto& [known, count] : zones) {
+    const std::string tail = known.substr(known.size() - std::min(known.size(), zone.size() + 1));
+    if (tail == "/" + zone || Sound(known) == Sound(zone)) return "; did you mean " + known + "?";
+  }
+  return "";
 }
 
 size_t PlanBytes(const Plan& plan) {

@@ -65,6 +65,23 @@ std::vector<std::string> Notes(const Json::Value& health) {
 
 }  // namespace
 
+std::string HealthWords(const Json::Value& health) {
+  const auto free_of = [](const Counts& counts) {
+    return std::to_string(counts.free) + " of " + std::to_string(counts.spaces) + " free";
+  };
+  if (!health.isObject() || health[kOnline] != true) return StateName(State::kOffline);
+  std::string words =
+      "daemon " + words::Printable(Text(health, kDaemon)) + ", plan " + words::Printable(Text(health, kPlanState));
+  if (const auto own = CountsOf(health)) words += ", " + free_of(*own);
+  const Json::Value& shows = health[bs::kShows];
+  for (const char* direction : bs::kDirectionNames) {
+    if (!shows.isObject() || !shows[direction].isObject()) continue;
+    if (const auto sum = CountsOf(shows[direction])) words += std::string("; ") + direction + " " + free_of(*sum);
+  }
+  for (const std::string& note : Notes(health)) words += "; " + note;
+  return words;
+}
+
 const char* StateName(State state) {
   static constexpr const char* kNames[] = {"offline", "silent", "implausible", "plan unreadable", "no plan", "ok"};
   return kNames[static_cast<size_t>(state)];

@@ -84,6 +84,9 @@ class View {
   size_t dropped_ = 0;
 };
 
+// A health document in one line: "ok, 1 of 3 free; left 4 of 36 free", "offline".
+std::string HealthWords(const Json::Value& health);
+
 // How many devices are in each state, e.g. "6 devices: 1 offline, 5 ok".
 std::string Summary(const std::vector<DeviceRow>& rows);
 

@@ -47,12 +47,14 @@ inline constexpr StoredDocument kControledLog   = Stored("device_controled_log_v
 inline constexpr StoredDocument kSysDeviceName  = Stored("sys_device_name_value",         21, kNoDefault);
 inline constexpr StoredDocument kSysDeviceInfo  = Stored("sys_device_info_value",         22, kNoDefault);
 inline constexpr StoredDocument kAlgAreaPark    = Stored("AVS_ALG_AREA_PARK",             17, kNoDefault);
+// Of the relay to the site, which the device does not read:
+inline constexpr StoredDocument kSiteMembership = Stored("relay_value",                   11, kNoDefault);
 // clang-format on
 
 inline constexpr const StoredDocument* kStoredDocuments[] = {
-    &kDeviceTtyio,  &kExtTtyio,     &kRs485pro,      &kBusLedColor,   &kParkingReserve, &kEncCfg,   &kDevCtrlMdl,
-    &kDevPos,       &kIbcName,      &kIbcConntime,   &kIbcBroper,     &kIbcId,          &kIbcPower, &kIbcTxpower,
-    &kSysBlueTooth, &kControledLog, &kSysDeviceName, &kSysDeviceInfo, &kAlgAreaPark,
+    &kDeviceTtyio,  &kExtTtyio,     &kRs485pro,      &kBusLedColor,   &kParkingReserve, &kEncCfg,         &kDevCtrlMdl,
+    &kDevPos,       &kIbcName,      &kIbcConntime,   &kIbcBroper,     &kIbcId,          &kIbcPower,       &kIbcTxpower,
+    &kSysBlueTooth, &kControledLog, &kSysDeviceName, &kSysDeviceInfo, &kAlgAreaPark,    &kSiteMembership,
 };
 
 constexpr bool DocumentsAreDistinct() {
