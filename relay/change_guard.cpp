@@ -19,6 +19,8 @@ constexpr int kMostSeconds = 3600;
 constexpr Milliseconds kPatience = 5000;  // for an answer of the device, and before the next attempt
 constexpr int kMostRefusals = 12;         // of a setting back
 
+constexpr int kNoAnswer = 504;
+
 constexpr char kAnother[] = "another change waits";
 
 bool IsId(const Json::Value& id) { return id.isString() && bs::IsSiteName(id.asString()); }
@@ -174,6 +176,7 @@ void ChangeGuard::Begin(Phase phase, Milliseconds now) {
   at_ = phase == Phase::kRestoring ? set_ : 0;
   refusals_ = 0;
   said_ = false;
+  compares_ = false;
   asked_ = false;
   Next(now);
 }
@@ -213,7 +216,12 @@ void ChangeGuard::Next(Milliseconds now) {
         return;
       }
       asked_ = true;
-      wishes_.push_back(Ask{changes_[at_ - 1].type, RequestText(changes_[at_ - 1].type, changes_[at_ - 1].before)});
+      if (compares_) {
+        const std::string_view reading = ReadingCommand(changes_[at_ - 1].type);
+        wishes_.push_back(Ask{std::string(reading), RequestText(reading, Json::Value())});
+      } else {
+        wishes_.push_back(Ask{changes_[at_ - 1].type, RequestText(changes_[at_ - 1].type, changes_[at_ - 1].before)});
+      }
       return;
     case Phase::kErasing:
       wishes_.push_back(Store{""});
@@ -293,17 +301,7 @@ void ChangeGuard::Answered(std::string_view reply, Milliseconds now) {
 void ChangeGuard::Taken(const Outcome& outcome, const Json::Value& body, Milliseconds now) {
   const bool done = outcome.state == bs::kAllDone.state;
   if (phase_ == Phase::kRestoring) {
-    if (!done) {
-      const std::string& type = changes_[at_ - 1].type;
-      if (!said_) wishes_.push_back(Say{kError, type + " cannot be set back yet: " + outcome.error_msg});
-      said_ = true;
-      if (outcome.state == 504 || ++refusals_ < kMostRefusals) return;  // again, when patience is over
-      wishes_.push_back(Say{kError, type + " is not set back: " + outcome.error_msg});
-    }
-    --at_;
-    refusals_ = 0;
-    said_ = false;
-    Next(now);
+    TakenBack(outcome, body, now);
     return;
   }
   Outcome failure = outcome;
@@ -320,10 +318,36 @@ void ChangeGuard::Taken(const Outcome& outcome, const Json::Value& body, Millise
   }
   outcome_ = {failure.state, changes_[at_].type + ": " + failure.error_msg};
   if (phase_ == Phase::kReading) {
-    End(now);  // nothing was changed
+    End();  // nothing was changed
   } else {
     GoBack(now);
   }
+}
+
+// The device refuses what it refused before, too: then what is stored tells whether anything is left to set back.
+void ChangeGuard::TakenBack(const Outcome& outcome, const Json::Value& body, Milliseconds now) {
+  const Change& change = changes_[at_ - 1];
+  bool done = outcome.state == bs::kAllDone.state;
+  if (compares_) {
+    done = done && body == change.before;
+  } else if (!done && outcome.state != kNoAnswer) {
+    compares_ = true;
+    refusal_ = outcome.error_msg;
+    Next(now);
+    return;
+  }
+  compares_ = false;
+  if (!done) {
+    const std::string reason = outcome.state == kNoAnswer ? outcome.error_msg : refusal_;
+    if (!said_) wishes_.push_back(Say{kError, change.type + " cannot be set back yet: " + reason});
+    said_ = true;
+    if (outcome.state == kNoAnswer || ++refusals_ < kMostRefusals) return;  // again, when patience is over
+    wishes_.push_back(Say{kError, change.type + " is not set back: " + reason});
+  }
+  --at_;
+  refusals_ = 0;
+  said_ = false;
+  Next(now);
 }
 
 void ChangeGuard::Stored(bool done, Milliseconds now) {
@@ -349,7 +373,7 @@ void ChangeGuard::Stored(bool done, Milliseconds now) {
       return;
     case Phase::kErasing:
       if (done) {
-        End(now);
+        End();
       } else if (keeps_) {
         keeps_ = false;
         phase_ = Phase::kWaiting;
@@ -362,7 +386,7 @@ void ChangeGuard::Stored(bool done, Milliseconds now) {
   }
 }
 
-void ChangeGuard::End(Milliseconds) {
+void ChangeGuard::End() {
   phase_ = Phase::kIdle;
   patience_ = deadline_ = kNever;
   if (keeps_) wishes_.push_back(Say{kInfo, "the change " + id_ + " is kept"});
@@ -380,7 +404,7 @@ void ChangeGuard::Turn(Milliseconds now) {
     if (asked_) {
       asked_ = false;
       patience_ = now + kPatience;
-      Taken({504, "the device does not answer"}, Json::Value(), now);
+      Taken({kNoAnswer, "the device does not answer"}, Json::Value(), now);
     } else {
       Next(now);
     }

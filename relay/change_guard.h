@@ -102,7 +102,8 @@ class ChangeGuard {
   void Save(bool complete);
   void GoBack(Milliseconds now);
   void Taken(const Outcome& outcome, const Json::Value& body, Milliseconds now);
-  void End(Milliseconds now);
+  void TakenBack(const Outcome& outcome, const Json::Value& body, Milliseconds now);
+  void End();
   void Reply(uint64_t token, const char* type, const Outcome& outcome, const Json::Value& body = Json::Value());
   Json::Value Summary() const;
 
@@ -116,6 +117,8 @@ class ChangeGuard {
   size_t set_ = 0;  // changes that may have been set
   bool asked_ = false;
   int refusals_ = 0;
+  std::string refusal_;    // of the latest setting back
+  bool compares_ = false;  // whether anything is left to set back
   bool said_ = false;
   bool keeps_ = false;              // the text is erased because the change is kept
   Outcome outcome_;                 // of the try

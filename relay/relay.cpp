@@ -117,7 +117,7 @@ void Relay::LeaveHub(bool names_change) {
       Do(PublishHub{health, kOfflineText, true});
     }
   }
-  if (hub_.state == Hub::kUp || hub_.state == Hub::kTrying) Do(DisconnectHub{});
+  if (hub_.state != Hub::kNone) Do(DisconnectHub{});
   hub_.state = Hub::kNone;
   hub_.try_at = kNever;
   hub_.zone_filters.clear();

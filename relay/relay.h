@@ -160,7 +160,7 @@ class Relay {
   struct {
     std::optional<Counts> counts;  // the latest said on this connection
     Milliseconds at = 0;
-    std::string topic;  // that holds them, also from an earlier connection
+    std::string topic;  // that may hold some, also from an earlier connection
   } said_;
 
   struct {

@@ -106,19 +106,20 @@ void Relay::TurnCounts(Milliseconds now) {
   if (hub_.state != Hub::kUp) return;
   const Membership& self = membership_.in_force;
   const std::string topic = plan_.in_force ? bs::CountsTopic(self.site, self.device, plan_.in_force->zone) : "";
-  if (!said_.topic.empty() && said_.topic != topic) {
-    Do(PublishHub{said_.topic, "", true});
+  if (said_.topic != topic) {
+    if (!said_.topic.empty()) Do(PublishHub{said_.topic, "", true});
     said_ = {};
+    said_.topic = topic;  // an earlier run's counts may be there
   }
   if (topic.empty() || !daemon_.own) return;
-  const bool changed = said_.counts != daemon_.own;
-  const Milliseconds due = said_.topic.empty() ? 0 : said_.at + (changed ? kSpacing : kRepeat);
+  const Milliseconds due = said_.at + (said_.counts != daemon_.own ? kSpacing : kRepeat);
   if (now < due) {
     WakeAt(due);
     return;
   }
   Do(PublishHub{topic, CountsText(*daemon_.own), true, kCountsExpiry_s});
-  said_ = {daemon_.own, now, topic};
+  said_.counts = daemon_.own;
+  said_.at = now;
   WakeAt(now + kRepeat);
 }
 

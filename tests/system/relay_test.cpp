@@ -1,0 +1,288 @@
+// Relays between real daemons and a real hub: two devices in networks of their own, and a hub that they reach by cable.
+#include <gtest/gtest.h>
+#include <json/writer.h>
+
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+
+#include "../temporary_directory.h"
+#include "bringup/device.h"
+#include "bringup/network.h"
+#include "bus/kept.h"
+#include "desk/bus_client.h"
+#include "desk/recogniser.h"
+#include "desk/store_client.h"
+#include "protocol/json_text.h"
+#include "protocol/names.h"
+
+namespace {
+
+namespace bs = businessserver;
+using desk::SiteWires;
+using Milliseconds = desk::Loop::Milliseconds;
+
+constexpr Milliseconds kLong{30000};
+
+// A device of the site "g" with everything that it has, and what its bus said last.
+struct Camera {
+  Camera(desk::Loop& loop, const std::string& directory, const std::string& name)
+      : device(loop, {directory + "/" + name,
+                      BINARY_DIRECTORY "/business_server",
+                      SOURCE_DIRECTORY "/packaging",
+                      false,
+                      {},
+                      BINARY_DIRECTORY "/park_relay",
+                      "",
+                      &network}),
+        store(&network),
+        bus(loop, &network) {
+    device.relay.OnLine([this](const std::string& line) { log += line + "\n"; });
+    bus.OnMessage([this](const desk::BusMessage& message) {
+      if (message.topic == bs::kBusBroadcastMessage) broadcast = message.payload;
+      if (message.topic == bs::kBusNetPush) push = message.payload;
+    });
+  }
+
+  bool Sees(const bs::LX_Parking_Result_Param& record) {
+    return bus.Publish(bs::kAvsParkRectChange, std::string(reinterpret_cast<const char*>(&record), sizeof record));
+  }
+  bool CarArrives(size_t space) { return Sees(recogniser.Arrive(space, "AB123")); }
+  bool CarLeaves(size_t space) { return Sees(recogniser.Leave(space)); }
+
+  desk::Network network;
+  desk::Device device;
+  desk::StoreClient store;
+  desk::BusClient bus;
+  desk::Recogniser recogniser;
+  std::string broadcast, push, log;
+};
+
+class Relays : public testing::Test {
+ protected:
+  Relays() {
+    std::string problem;
+    EXPECT_TRUE(wires_.Start(problem)) << problem;
+    hub_.Configure({"mosquitto", "-c", directory_.path / "hub.conf"}, directory_.path);
+    std::filesystem::create_directory(directory_.path / "log");
+    std::ofstream(directory_.path / "hub.conf") << "listener 1883\nallow_anonymous true\nuser root\n";
+    EXPECT_TRUE(hub_.Start(problem)) << problem;
+    client_.Start();
+    EXPECT_TRUE(Eventually([this] { return client_.up(); })) << "no hub";
+  }
+
+  void Add(Camera& camera, int number) {
+    std::string problem;
+    ASSERT_TRUE(camera.network.Make(problem) && wires_.Join(number, camera.network, problem)) << problem;
+    ASSERT_TRUE(camera.device.MakeFiles(problem)) << problem;
+    for (desk::Process* process : camera.device.Programs()) {
+      if (process == &camera.device.relay) {
+        ASSERT_TRUE(camera.store.Set("relay_value", R"({"site": "g", "device": ")" + Name(number) +
+                                                        R"(", "broker": "mqtt://)" + SiteWires::Address(0) +
+                                                        R"(", "remote": "configure"})"));
+        ASSERT_TRUE(process->Start(problem)) << problem;
+      } else {
+        ASSERT_TRUE(camera.device.StartAndAwait(*process, problem)) << problem;
+      }
+    }
+    camera.bus.Start();
+    ASSERT_TRUE(Eventually([&] { return camera.bus.connected(); }));
+  }
+  static std::string Name(int number) { return "c" + std::to_string(number); }
+
+  bool Eventually(const desk::Loop::Condition& condition) { return loop_.RunUntil(condition, kLong); }
+
+  void Plan(int number, const std::string& plan) {
+    bus::Message message{"park/g/plan/" + Name(number), plan};
+    message.retained = true;
+    EXPECT_TRUE(client_.Publish(message));
+  }
+
+  // What the daemon of this camera holds as its left.
+  static bool ShowsLeft(const Camera& camera, unsigned spaces, unsigned free) {
+    Json::Value message;
+    if (!bs::ParseJson(camera.broadcast, message)) return false;
+    for (const Json::Value& entry : message[bs::kBody][bs::kCmDev]) {
+      if (entry[bs::kIp] == 2) return entry[bs::kTn].asUInt() == spaces && entry[bs::kFn].asUInt() == free;
+    }
+    return false;
+  }
+
+  Json::Value Ask(int number, const std::string& request) {
+    reply_.clear();
+    bus::Message message{"park/g/request/" + Name(number), request, "park/g/reply/test", "1"};
+    EXPECT_TRUE(client_.Publish(message));
+    EXPECT_TRUE(Eventually([this] { return !reply_.empty(); })) << request;
+    Json::Value reply;
+    EXPECT_TRUE(bs::ParseJson(reply_, reply)) << reply_;
+    return reply;
+  }
+
+  bus::Connection::Handlers Handlers() {
+    bus::Connection::Handlers handlers;
+    handlers.up = [this] { client_.Subscribe({"park/g/health/#", "park/g/reply/test", "park/g/counts/#"}); };
+    handlers.message = [this](const bus::Message& message) {
+      if (message.topic == "park/g/reply/test") reply_ = message.payload;
+      kept_[message.topic] = message.payload;
+    };
+    return handlers;
+  }
+  static bus::Options ToHub() {
+    bus::Options options;
+    options.address.port = 1883;
+    return options;
+  }
+
+  const TemporaryDirectory directory_;
+  desk::Loop loop_;
+  SiteWires wires_;
+  desk::Process hub_{loop_, "hub"};
+  std::string reply_;
+  std::map<std::string, std::string> kept_;  // the last payload by topic
+  bus::Kept<desk::Loop> client_{loop_, ToHub(), Handlers()};
+};
+
+TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
+  Camera shower(loop_, directory_.path, "shower"), leaf(loop_, directory_.path, "leaf");
+  Add(shower, 1);
+  Add(leaf, 2);
+  Plan(1, R"({"zone": "L2/B", "shows": {"left": ["L2/C"]}})");
+  Plan(2, R"({"zone": "L2/C/x"})");
+  leaf.CarLeaves(3);
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 3); })) << shower.log;
+  EXPECT_EQ(kept_["park/g/counts/c2/L2/C/x"], R"({"spaces": 3, "free": 3})");
+  leaf.CarArrives(1);
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 2); }));
+  shower.CarArrives(2);  // its own spaces, without what was pushed
+  EXPECT_TRUE(Eventually([&] { return kept_["park/g/counts/c1/L2/B"] == R"({"spaces": 3, "free": 2})"; }));
+
+  // The hub comes back without its memory.
+  hub_.Kill();
+  leaf.CarArrives(2);
+  loop_.RunFor(Milliseconds(300));
+  kept_.clear();
+  std::string problem;
+  ASSERT_TRUE(hub_.Start(problem)) << problem;
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 1); })) << shower.log;
+  Plan(2, R"({"zone": "L2/C/x"})");
+
+  // The daemon is started anew and forgot what was pushed.
+  shower.device.daemon.Kill();
+  shower.broadcast.clear();
+  ASSERT_TRUE(shower.device.StartAndAwait(shower.device.daemon, problem)) << problem;
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 1); }));
+
+  // The device's bus is started anew.
+  shower.device.broker.Kill();
+  shower.push.clear();
+  ASSERT_TRUE(shower.device.StartAndAwait(shower.device.broker, problem)) << problem;
+  EXPECT_TRUE(Eventually([&] { return !shower.push.empty(); }));
+
+  // A cable is pulled: noticed at once by nobody, and yet the truth comes back with it.
+  wires_.Pull(2);
+  leaf.CarArrives(3);
+  loop_.RunFor(Milliseconds(500));
+  wires_.Plug(2);
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 0); })) << leaf.log;
+
+  // The relay ends in order, its counts move, and it is killed: others hear of all of it.
+  leaf.device.relay.Stop();
+  EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
+  ASSERT_TRUE(leaf.device.relay.Start(problem)) << problem;
+  Plan(2, R"({"zone": "L9"})");
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 0, 0); }));
+  EXPECT_TRUE(Eventually([&] { return kept_["park/g/counts/c2/L9"] == R"({"spaces": 3, "free": 0})"; }));
+  EXPECT_EQ(kept_["park/g/counts/c2/L2/C/x"], "");
+  leaf.device.relay.Kill();
+  EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
+}
+
+TEST_F(Relays, SetBackWhatWasTriedAndNotKept) {
+  Camera camera(loop_, directory_.path, "camera");
+  Add(camera, 1);
+  ASSERT_TRUE(Eventually([this] { return kept_.count("park/g/health/c1") > 0; })) << camera.log;
+  EXPECT_EQ(Ask(1, R"({"type": "cmd"})")["error_msg"], "not allowed from the site");
+  const Json::Value before = Ask(1, R"({"type": "get_dev_pos"})");
+  EXPECT_EQ(before["state"], 200) << before;
+
+  const Json::Value tried = Ask(1, R"({"type": "try_change", "body": {"id": "t", "seconds": 5, "changes": [
+      {"type": "set_dev_pos", "body": {"pos": 3}}, {"type": "set_ctr_mdl", "body": {"model": 1}}]}})");
+  EXPECT_EQ(tried["state"], 200) << tried;
+  EXPECT_EQ(tried["body"]["stored"][0]["body"]["pos"], 3) << tried;
+  camera.device.relay.Kill();
+  kept_.clear();
+  std::string problem;
+  ASSERT_TRUE(camera.device.relay.Start(problem)) << problem;
+  ASSERT_TRUE(Eventually([this] { return kept_["park/g/health/c1"].find("true") != std::string::npos; }));
+  EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_dev_pos"})") == before; })) << camera.log;
+  EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_change"})")["body"].empty(); }));
+}
+
+// Only the relay, its bus and its store: what it says of hubs that it cannot join.
+TEST_F(Relays, SayWhyAHubCannotBeJoined) {
+  std::ofstream(directory_.path / "certificates") << R"(
+set -e; exec >openssl.log 2>&1
+new='-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes'
+openssl req -x509 $new -keyout ca.key -out ca.pem -days 30 -subj /CN=ca
+openssl req -x509 $new -keyout other.key -out other.pem -days 30 -subj /CN=other
+openssl req $new -keyout hub.key -out hub.csr -subj /CN=hub
+echo subjectAltName=DNS:localhost >names
+sign() {
+  rm -rf demo; mkdir demo; touch demo/index; echo $RANDOM$RANDOM | sed 's/./0&/g' >demo/serial
+  openssl ca -batch -config ca.cnf -cert ca.pem -keyfile ca.key -in hub.csr -extfile names "$@"
+}
+sign -startdate 20400101000000Z -enddate 20450101000000Z -out young.pem
+sign -days 30 -out hub.pem
+mosquitto_passwd -b -c passwords c1 secret
+)";
+  std::ofstream(directory_.path / "ca.cnf")
+      << "[ca]\ndefault_ca=d\n[d]\ndatabase=demo/index\nserial=demo/serial\n"
+         "new_certs_dir=demo\ndefault_md=sha256\npolicy=p\n[p]\ncommonName=supplied\n";
+  ASSERT_EQ(system(("cd " + directory_.path.string() + " && bash certificates").c_str()), 0);
+  const std::string here = directory_.path;
+  std::ofstream(here + "/tls.conf")
+      << "per_listener_settings true\nuser root\nlistener 8883 127.0.0.1\npassword_file " + here +
+             "/passwords\ncertfile " + here + "/hub.pem\nkeyfile " + here +
+             "/hub.key\nlistener 8884 127.0.0.1\nallow_anonymous true\ncertfile " + here + "/young.pem\nkeyfile " +
+             here + "/hub.key\n";
+  std::ofstream(here + "/password") << "secret\nnot this\n";
+  desk::Device device(loop_, {here + "/device", "unused", SOURCE_DIRECTORY "/packaging"});
+  desk::Process tls(loop_, "tls"), relay(loop_, "relay");
+  tls.Configure({"mosquitto", "-c", here + "/tls.conf"}, here);
+  relay.Configure({BINARY_DIRECTORY "/park_relay", "--site-password", here + "/password"}, here);
+  std::string problem, log;
+  relay.OnLine([&](const std::string& line) { log += line + "\n"; });
+  ASSERT_TRUE(device.MakeFiles(problem) && device.StartAndAwait(device.store, problem) &&
+              device.StartAndAwait(device.broker, problem) && tls.Start(problem) && relay.Start(problem))
+      << problem;
+  desk::StoreClient store;
+  desk::BusClient bus(loop_);
+  bus.Start();
+  ASSERT_TRUE(Eventually([&] { return bus.connected(); }));
+
+  const struct {
+    const char* broker;
+    const char* ca;
+    const char* says;
+  } kCases[] = {
+      {"mqtts://localhost:8883", "ca.pem", "the hub is connected"},
+      {"mqtts://127.0.0.1:8883", "ca.pem", "IP address mismatch"},
+      {"mqtts://localhost:8883", "other.pem", "its certificate is refused: unable to get local issuer certificate"},
+      {"mqtts://localhost:8884", "ca.pem", "certificate is not yet valid (by this device's clock it is 2"},
+      {"mqtts://localhost:8883", "nowhere.pem", "no certificates can be read from"},
+      {"mqtts://localhost:1883", "ca.pem", "the hub cannot be reached: "},
+      {"mqtts://localhost:9", "ca.pem", "the hub cannot be reached: "},
+      {"mqtt://127.0.0.1:9", "ca.pem", "the hub cannot be reached: Connection refused"},
+      {"mqtt://localhost:8883", "ca.pem", "the hub cannot be reached: "},
+  };
+  for (const auto& c : kCases) {
+    log.clear();
+    ASSERT_TRUE(store.Set("relay_value", std::string(R"({"site": "g", "device": "c1", "broker": ")") + c.broker +
+                                             R"(", "ca": ")" + here + "/" + c.ca + "\"}"));
+    ASSERT_TRUE(bus.Publish(bs::kHttpBroadcastMessageRoot, R"({"type": "changed"})"));
+    EXPECT_TRUE(Eventually([&] { return log.find(c.says) != std::string::npos; })) << c.broker << "\n" << log;
+  }
+}
+
+}  // namespace
