@@ -190,6 +190,7 @@ TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
   leaf.device.relay.Stop();
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
   ASSERT_TRUE(leaf.device.relay.Start(problem)) << problem;
+  EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"].find(R"("plan": "ok")") != std::string::npos; }));
   Plan(2, R"({"zone": "L9"})");
   EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 0, 0); }));
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/counts/c2/L9"] == R"({"spaces": 3, "free": 0})"; }));
