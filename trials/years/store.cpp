@@ -2,20 +2,16 @@
 
 namespace years {
 
-Store::Fate Store::Ask(bool writes, Micros now) {
-  if (now < retry_at_ || (writes && unread_)) return Fate::kLost;
+Store::Fate Store::Ask(Micros now) {
+  if (now < retry_at_) return Fate::kLost;
   const bool lost = calls_left_ > 0 && --calls_left_ == 0;
-  if (!lost && now >= away_until_) {
-    if (!writes) unread_ = false;
-    return Fate::kAnswered;
-  }
+  if (!lost && now >= away_until_) return Fate::kAnswered;
   retry_at_ = now + kSecond;
-  unread_ = true;
   return lost && carried_out_ && now >= away_until_ ? Fate::kLostButDone : Fate::kLost;
 }
 
 Store::Answer Store::Get(const std::string& key, std::string* value, Micros now) {
-  if (Ask(false, now) != Fate::kAnswered) return Answer::kFailed;
+  if (Ask(now) != Fate::kAnswered) return Answer::kFailed;
   const auto found = values.find(key);
   if (found == values.end()) return Answer::kMissing;
   *value = found->second;
@@ -31,7 +27,7 @@ Store::Answer Store::Peek(const std::string& key, std::string* value, Micros now
 }
 
 Store::Answer Store::Set(const std::string& key, const std::string& value, Micros now) {
-  const Fate fate = Ask(true, now);
+  const Fate fate = Ask(now);
   if (fate == Fate::kLost) return Answer::kFailed;
   const auto found = values.find(key);
   if (on_write) on_write(key, found == values.end() ? nullptr : &found->second, value);
@@ -40,14 +36,14 @@ Store::Answer Store::Set(const std::string& key, const std::string& value, Micro
 }
 
 Store::Answer Store::Delete(const std::string& key, Micros now) {
-  const Fate fate = Ask(true, now);
+  const Fate fate = Ask(now);
   if (fate == Fate::kLost) return Answer::kFailed;
   values.erase(key);
   return fate == Fate::kAnswered ? Answer::kDone : Answer::kFailed;
 }
 
 Store::Answer Store::Backup(Micros now) {
-  const Fate fate = Ask(true, now);
+  const Fate fate = Ask(now);
   if (fate == Fate::kLost) return Answer::kFailed;
   backup_ = values;
   has_backup_ = true;
@@ -55,7 +51,7 @@ Store::Answer Store::Backup(Micros now) {
 }
 
 Store::Answer Store::Restore(Micros now) {
-  const Fate fate = Ask(true, now);
+  const Fate fate = Ask(now);
   if (fate == Fate::kLost || !has_backup_) return Answer::kFailed;
   values = backup_;
   return fate == Fate::kAnswered ? Answer::kDone : Answer::kFailed;

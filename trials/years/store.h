@@ -1,6 +1,5 @@
 // A device's store in memory: answers at once, unless it is away or has just come back and still reads its file. What
-// was stored is kept. After a refusal it is left alone for a second, and nothing is written until a reading has been
-// answered: the platform's own rule.
+// was stored is kept. After a refusal it is left alone for a second, as the platform does.
 #pragma once
 
 #include <cstdint>
@@ -39,13 +38,12 @@ class Store {
 
  private:
   enum class Fate { kAnswered, kLost, kLostButDone };
-  Fate Ask(bool writes, Micros now);
+  Fate Ask(Micros now);
 
   std::map<std::string, std::string> backup_;
   bool has_backup_ = false;
   Micros away_until_ = 0;
   Micros retry_at_ = 0;
-  bool unread_ = false;  // refused, and no reading was answered since
   unsigned calls_left_ = 0;
   bool carried_out_ = false;
 };
