@@ -1,6 +1,5 @@
 // The board on a desk, as a program: plays scripts, tells what happens, and shows a live screen.
 #include <signal.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -9,11 +8,14 @@
 #include <iostream>
 #include <vector>
 
+#include "bringup/hub.h"
 #include "desk/desk.h"
 #include "screen/narrator.h"
 #include "screen/screen.h"
 #include "script/script.h"
 #include "script/script_runner.h"
+#include "single_keys.h"
+#include "site_program.h"
 
 namespace {
 
@@ -34,6 +36,8 @@ void CatchSignals() {
 
 struct Options {
   desk::DevicePlan plan;
+  int site = 0;  // devices; 0: a single one
+  std::string pages;
   std::vector<std::string> scripts;
   bool screen = false;
   bool stay = false;
@@ -41,25 +45,6 @@ struct Options {
 };
 
 bool OnTerminal() { return isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0; }
-
-// Keys arrive one by one and unseen, as long as this lives.
-class SingleKeys {
- public:
-  SingleKeys() {
-    if (tcgetattr(STDIN_FILENO, &before_) != 0) return;
-    termios single = before_;
-    single.c_lflag &= static_cast<tcflag_t>(~(ICANON | ECHO));
-    tcsetattr(STDIN_FILENO, TCSANOW, &single);
-    changed_ = true;
-  }
-  ~SingleKeys() {
-    if (changed_) tcsetattr(STDIN_FILENO, TCSANOW, &before_);
-  }
-
- private:
-  termios before_{};
-  bool changed_ = false;
-};
 
 void SayHowToPoke() {
   std::cout << R"(
@@ -90,7 +75,7 @@ int Stay(const Options& options, desk::Desk& device, desk::Screen& screen, desk:
     return kNotStarted;
   }
   SayHowToPoke();
-  const SingleKeys keys;
+  const desk::SingleKeys keys;
   for (bool going_on = true; going_on && !Interrupted();) {
     char key = '\0';
     const bool typed = OnTerminal();
@@ -172,12 +157,23 @@ int main(int argc, char** argv) {
   app.add_option("--daemon", options.plan.daemon, "The daemon's program")->capture_default_str();
   app.add_option("--packaging", options.plan.configuration, "Where mosquitto.conf and redis.conf are")
       ->capture_default_str();
+  app.add_option("--site", options.site, "A car park of N devices with a hub, each in a network of its own")
+      ->type_name("N")
+      ->check(CLI::Range(6, 300));
+  app.add_option("--pages", options.pages, "Where the console's index.html is; without: no page")->type_name("DIR");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? kAllSeen : kNotStarted;
   }
 
+  if (options.site > 0) {
+    CatchSignals();
+    return desk::RunSite({options.site, options.plan.directory, here, options.plan.configuration, options.pages,
+                          options.scripts, options.stay},
+                         Interrupted);
+  }
+  if (!options.pages.empty()) options.plan.broker_lines = desk::PageListener(desk::kDevicePagePort, options.pages);
   std::vector<desk::Script> scripts;
   if (!ReadScripts(options.scripts, scripts)) return kNotStarted;
   CatchSignals();

@@ -30,8 +30,13 @@ std::string LinesText(const std::string& lines) {
 
 }  // namespace
 
-Desk::Desk(DevicePlan plan)
-    : device_(loop_, std::move(plan)),
+Desk::Desk(DevicePlan plan, std::unique_ptr<Loop> own_loop) : Desk(std::move(plan), *own_loop) {
+  own_loop_ = std::move(own_loop);
+}
+
+Desk::Desk(DevicePlan plan, Loop& loop)
+    : loop_(loop),
+      device_(loop_, std::move(plan)),
       store_client_(device_.network()),
       beacon_(loop_, device_.beacon_line),
       serial_(loop_, device_.external_line, store_client_, journal_),
@@ -69,7 +74,7 @@ Desk::~Desk() {
 
 bool Desk::Start(std::string& problem) {
   for (const auto& [port, who] : {std::pair(kBusPort, "broker"), std::pair(kStorePort, "store")}) {
-    if (PortIsFree(port)) continue;
+    if (device_.network() != nullptr || PortIsFree(port)) continue;
     problem = "port " + std::to_string(port) + " on 127.0.0.1 is taken, and the " + who +
               " needs it: is another desk, or the device's own " + who + ", running on this machine?";
     return false;

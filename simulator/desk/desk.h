@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
@@ -25,17 +26,20 @@ namespace desk {
 
 class Desk {
  public:
-  explicit Desk(DevicePlan plan);
+  // Several desks may share a loop.
+  explicit Desk(DevicePlan plan) : Desk(std::move(plan), std::make_unique<Loop>()) {}
+  Desk(DevicePlan plan, Loop& loop);
   ~Desk();
   Desk(const Desk&) = delete;
   Desk& operator=(const Desk&) = delete;
 
-  // Makes the files, starts store and broker, then the daemon. On failure problem says what is wrong and what to do.
+  // Makes the files, starts store and broker, then the daemon; not the relay, which needs its document first. On
+  // failure problem says what is wrong and what to do.
   bool Start(std::string& problem);
   void Stop() { device_.Stop(); }
 
   // ---- the programs ----
-  Process* FindProcess(const std::string& name);  // "broker", "store", "daemon"; nullptr for others
+  Process* FindProcess(const std::string& name);  // "broker", "store", "daemon", "relay"; nullptr for others
   void StartProcess(Process& process);
   void KillProcess(Process& process);
   void StopProcess(Process& process);
@@ -80,8 +84,16 @@ class Desk {
   Process& broker() { return device_.broker; }
   Process& store() { return device_.store; }
   Process& daemon() { return device_.daemon; }
+  Process& relay() { return device_.relay; }
+  pid_t daemon_pid() const { return device_.daemon.pid(); }
+
+  // What the display of a direction ought to show, as somebody knows who sees the whole site.
+  using Truth = std::function<std::string(const std::string& direction)>;
+  void KnowTruth(Truth truth) { truth_ = std::move(truth); }
+  std::string TruthOf(const std::string& direction) const { return truth_ ? truth_(direction) : ""; }
 
  private:
+  Desk(DevicePlan plan, std::unique_ptr<Loop> own_loop);
   bool StartAround(Process& process, std::string& problem);
   void WatchProcess(Process& process);
   void NoteStart(const Process& process);
@@ -93,7 +105,8 @@ class Desk {
   void SetFields(size_t space, const Fields& fields);
   std::string Delivered(bool sent) const;
 
-  Loop loop_;
+  std::unique_ptr<Loop> own_loop_;
+  Loop& loop_;
   Journal journal_;
   Journal daemon_log_;
   Device device_;
@@ -104,6 +117,7 @@ class Desk {
   BusClient bus_;
   Recogniser recogniser_;
   Neighbours neighbours_;
+  Truth truth_;
   bool ready_ = false;
   uint32_t led_data_ = 0;
   uint64_t requests_ = 0;

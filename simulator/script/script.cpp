@@ -8,10 +8,34 @@
 namespace desk {
 namespace {
 
-Statement ParseStatement(const std::string& text) {
+// "at DEVICE": which device of a site the line is about. Says whether there was one.
+bool TakeDevice(Words& words, const SiteDevices& site, Statement& statement) {
+  if (!words.Take("at")) return false;
+  statement.device = words.Next("a device's name");
+  if (site.empty()) throw ScriptMistake("\"at\" is for a site: ./run --site");
+  if (site.count(statement.device) == 0) throw ScriptMistake("the site has no device \"" + statement.device + "\"");
+  return true;
+}
+
+// What happens to a site itself. False for other words.
+bool TakeSiteAction(Words& words, const SiteDevices& site, Statement& statement) {
+  const SiteActionWords* action = TakeSiteActionWords(words);
+  if (action == nullptr) return false;
+  try {
+    statement.act_on_site = action->parse(words, site);
+    words.RequireEnd();
+  } catch (const ScriptMistake& mistake) {
+    throw ScriptMistake(std::string(mistake.what()) + "\n    usage: " + action->usage);
+  }
+  return true;
+}
+
+Statement ParseStatement(const std::string& text, const SiteDevices& site) {
   Statement statement;
   statement.text = text;
   Words words(text);
+  const bool of_device = TakeDevice(words, site, statement);
+  if (!site.empty() && !of_device && TakeSiteAction(words, site, statement)) return statement;
   if (words.Take("wait")) {
     statement.kind = Statement::Kind::kWait;
     statement.wait = words.Duration();
@@ -20,9 +44,12 @@ Statement ParseStatement(const std::string& text) {
   }
   if (words.Take("expect")) {
     statement.kind = Statement::Kind::kExpect;
+    const bool named = of_device || TakeDevice(words, site, statement);
+    if (!site.empty() && !named) throw ScriptMistake("of which device? expect at DEVICE ...");
     statement.expectation = ParseExpectation(words);
     return statement;
   }
+  if (!site.empty() && !of_device) throw ScriptMistake("which device? at DEVICE ..., or one of " + KnownSiteActions());
   const ActionWords* action = TakeActionWords(words);
   if (action == nullptr) {
     throw ScriptMistake("\"" + words.Peek() + "\" is not a word that scripts know; there are " + KnownActions());
@@ -45,7 +72,8 @@ std::string Trimmed(const std::string& line) {
 
 }  // namespace
 
-bool ParseScript(const std::string& file, const std::string& text, Script& script, std::vector<std::string>& mistakes) {
+bool ParseScript(const std::string& file, const std::string& text, Script& script, std::vector<std::string>& mistakes,
+                 const SiteDevices& site) {
   script.file = file;
   const size_t mistakes_before = mistakes.size();
   std::istringstream lines(text);
@@ -60,7 +88,7 @@ bool ParseScript(const std::string& file, const std::string& text, Script& scrip
     }
     if (whole.empty() || whole[0] == '#') continue;
     try {
-      script.statements.push_back(ParseStatement(whole));
+      script.statements.push_back(ParseStatement(whole, site));
       script.statements.back().line = first;
     } catch (const ScriptMistake& mistake) {
       mistakes.push_back(file + ":" + std::to_string(first) + ": " + mistake.what());
@@ -69,7 +97,7 @@ bool ParseScript(const std::string& file, const std::string& text, Script& scrip
   return mistakes.size() == mistakes_before;
 }
 
-bool ReadScript(const std::string& file, Script& script, std::vector<std::string>& mistakes) {
+bool ReadScript(const std::string& file, Script& script, std::vector<std::string>& mistakes, const SiteDevices& site) {
   std::ifstream stream(file, std::ios::binary);
   std::ostringstream text;
   text << stream.rdbuf();
@@ -77,7 +105,7 @@ bool ReadScript(const std::string& file, Script& script, std::vector<std::string
     mistakes.push_back(file + ": cannot be read");
     return false;
   }
-  return ParseScript(file, text.str(), script, mistakes);
+  return ParseScript(file, text.str(), script, mistakes, site);
 }
 
 }  // namespace desk

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,7 @@
 
 namespace desk {
 
+class CarPark;
 class Desk;
 
 // What must be seen. Either a state that must come about, or an event that must have happened since the first action
@@ -35,7 +37,9 @@ struct Statement {
   int line = 0;
   std::string text;
   Kind kind = Kind::kAction;
+  std::string device;  // of a site; empty: the only one, or the site itself
   std::function<void(Desk&)> act;
+  std::function<void(CarPark&)> act_on_site;  // instead
   Loop::Milliseconds wait{0};
   Expectation expectation;
 };
@@ -45,8 +49,13 @@ struct Script {
   std::vector<Statement> statements;
 };
 
+// The devices of a site, for scripts that need one.
+using SiteDevices = std::set<std::string>;
+
 // Appends one line "file:line: what is wrong" for each mistake; true when there is none.
-bool ParseScript(const std::string& file, const std::string& text, Script& script, std::vector<std::string>& mistakes);
-bool ReadScript(const std::string& file, Script& script, std::vector<std::string>& mistakes);
+bool ParseScript(const std::string& file, const std::string& text, Script& script, std::vector<std::string>& mistakes,
+                 const SiteDevices& site = {});
+bool ReadScript(const std::string& file, Script& script, std::vector<std::string>& mistakes,
+                const SiteDevices& site = {});
 
 }  // namespace desk

@@ -129,9 +129,9 @@ Action ParseStoreGet(Words& words) {
 
 template <void (*Do)(Desk&, Process&)>
 Action ParseProcess(Words& words) {
-  const std::string name = words.Next("broker, store or daemon");
-  if (name != "broker" && name != "store" && name != "daemon") {
-    throw ScriptMistake("\"" + name + "\" is neither broker nor store nor daemon");
+  const std::string name = words.Next("broker, store, daemon or relay");
+  if (name != "broker" && name != "store" && name != "daemon" && name != "relay") {
+    throw ScriptMistake("\"" + name + "\" is none of broker, store, daemon, relay");
   }
   return [=](Desk& desk) { Do(desk, *desk.FindProcess(name)); };
 }
@@ -185,11 +185,11 @@ constexpr ActionWords kActions[] = {
     {"store set",     "store set KEY TEXT",                                               Kind::kAction, ParseEnvelope<&Desk::StoreSet>},
     {"store delete",  "store delete KEY",                                                 Kind::kAction, ParseStoreDelete},
     {"store get",     "store get KEY",                                                    Kind::kQuiet,  ParseStoreGet},
-    {"kill",          "kill broker|store|daemon",                                         Kind::kAction, ParseProcess<DoKill>},
-    {"stop",          "stop broker|store|daemon",                                         Kind::kAction, ParseProcess<DoStop>},
-    {"start",         "start broker|store|daemon",                                        Kind::kAction, ParseProcess<DoStart>},
-    {"freeze",        "freeze broker|store|daemon",                                       Kind::kAction, ParseProcess<DoFreeze>},
-    {"thaw",          "thaw broker|store|daemon",                                         Kind::kAction, ParseProcess<DoThaw>},
+    {"kill",          "kill broker|store|daemon|relay",                                   Kind::kAction, ParseProcess<DoKill>},
+    {"stop",          "stop broker|store|daemon|relay",                                   Kind::kAction, ParseProcess<DoStop>},
+    {"start",         "start broker|store|daemon|relay",                                  Kind::kAction, ParseProcess<DoStart>},
+    {"freeze",        "freeze broker|store|daemon|relay",                                 Kind::kAction, ParseProcess<DoFreeze>},
+    {"thaw",          "thaw broker|store|daemon|relay",                                   Kind::kAction, ParseProcess<DoThaw>},
     {"beacon",        "beacon prompt|silent|slow N ms|split|noisy|garbage|unplugged|plugged", Kind::kAction, ParseBeacon},
     {"say",           "say TEXT",                                                         Kind::kQuiet,  ParseSay},
 };
@@ -197,18 +197,7 @@ constexpr ActionWords kActions[] = {
 
 }  // namespace
 
-const ActionWords* TakeActionWords(Words& words) {
-  for (const auto& row : kActions) {
-    Words trial = words;
-    Words beginning(row.words);
-    bool fits = true;
-    while (fits && !beginning.AtEnd()) fits = trial.Take(beginning.Next(""));
-    if (!fits) continue;
-    words = trial;
-    return &row;
-  }
-  return nullptr;
-}
+const ActionWords* TakeActionWords(Words& words) { return TakeRow(kActions, words); }
 
 std::string KnownActions() {
   std::string known = "expect, wait";

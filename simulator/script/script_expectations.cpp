@@ -80,12 +80,15 @@ void ExpectSerial(Words& words, Expectation& expectation) {
 void ExpectDisplay(Words& words, Expectation& expectation) {
   const std::string name = words.Next("front, left or right");
   if (name != "front" && name != "left" && name != "right") throw ScriptMistake("there is no display \"" + name + "\"");
-  const std::string digits = words.Next("the number that it shows");
+  const std::string digits = words.Next("the number that it shows, or truth");
   expectation.state = [name, digits](Desk& desk, std::string& seen) {
+    std::string shown;
     for (const auto& display : desk.serial().displays()) {
-      if (name == display.name) seen = display.digits.empty() ? "nothing yet" : display.digits;
+      if (name == display.name) shown = display.digits;
     }
-    return seen == digits;
+    const std::string wanted = digits == "truth" ? desk.TruthOf(name) : digits;
+    seen = (shown.empty() ? "nothing yet" : shown) + (digits == "truth" ? ", the truth is " + wanted : "");
+    return shown == wanted;
   };
 }
 
@@ -166,6 +169,12 @@ void ExpectDaemon(Words& words, Expectation& expectation) {
   expectation.state = ProcessState("daemon", wanted);
 }
 
+void ExpectRelay(Words& words, Expectation& expectation) {
+  const std::string wanted = words.Next("up or down");
+  if (wanted != "up" && wanted != "down") throw ScriptMistake("up or down was expected");
+  expectation.state = ProcessState("relay", wanted);
+}
+
 void ExpectBroker(Words& words, Expectation& expectation) {
   const std::string wanted = words.Next("up or down");
   if (wanted != "up" && wanted != "down") throw ScriptMistake("up or down was expected");
@@ -185,6 +194,7 @@ constexpr ExpectationWord kExpectations[] = {
     {"led", ExpectLed},         {"broadcast", ExpectBroadcast},     {"reply", ExpectReply},   {"serial", ExpectSerial},
     {"display", ExpectDisplay}, {"republished", ExpectRepublished}, {"beacon", ExpectBeacon}, {"store", ExpectStore},
     {"bus", ExpectBus},         {"daemon", ExpectDaemon},           {"broker", ExpectBroker}, {"log", ExpectLog},
+    {"relay", ExpectRelay},
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "script/script_runner.h"
 
+#include <algorithm>
 #include <vector>
 
 namespace desk {
@@ -33,37 +34,37 @@ std::string Seconds(Loop::Milliseconds duration) {
 }  // namespace
 
 bool ScriptRunner::Run(const Script& script, std::string& problem) {
-  for (const auto& statement : script.statements) {
-    const std::string where = script.file + ":" + std::to_string(statement.line) + ": ";
-    if (statement.kind == Statement::Kind::kWait) {
-      desk_.loop().RunUntil(interrupted_, statement.wait);
-    } else if (statement.kind == Statement::Kind::kExpect) {
-      std::string seen;
-      expected_since_action_ = true;
-      if (!Meet(statement.expectation, seen) && !interrupted_()) {
-        const auto& expectation = statement.expectation;
-        problem = where + statement.text + "\n    not so " + (expectation.absent ? "for " : "within ");
-        problem += Seconds(expectation.limit) + "; seen: " + seen;
-        return false;
-      }
-      ++expectations_met_;
-    } else {
-      if (statement.kind == Statement::Kind::kAction) {
-        NoteAction();
-      } else {
-        desk_.loop().RunFor(kSettle);
-      }
-      statement.act(desk_);
-    }
-    if (interrupted_()) {
-      problem = where + "interrupted";
-      return false;
-    }
-  }
-  return true;
+  return std::all_of(script.statements.begin(), script.statements.end(),
+                     [&](const Statement& statement) { return Step(script.file, statement, problem); });
 }
 
-// The first action after an expectation begins a new stretch; what happened before it is over.
+bool ScriptRunner::Step(const std::string& file, const Statement& statement, std::string& problem) {
+  const std::string where = file + ":" + std::to_string(statement.line) + ": ";
+  if (statement.kind == Statement::Kind::kWait) {
+    desk_.loop().RunUntil(interrupted_, statement.wait);
+  } else if (statement.kind == Statement::Kind::kExpect) {
+    std::string seen;
+    expected_since_action_ = true;
+    if (!Meet(statement.expectation, seen) && !interrupted_()) {
+      const auto& expectation = statement.expectation;
+      problem = where + statement.text + "\n    not so " + (expectation.absent ? "for " : "within ");
+      problem += Seconds(expectation.limit) + "; seen: " + seen;
+      return false;
+    }
+    ++expectations_met_;
+  } else {
+    if (statement.kind == Statement::Kind::kAction) {
+      NoteAction();
+    } else {
+      desk_.loop().RunFor(kSettle);
+    }
+    statement.act(desk_);
+  }
+  if (!interrupted_()) return true;
+  problem = where + "interrupted";
+  return false;
+}
+
 void ScriptRunner::NoteAction() {
   if (!expected_since_action_) return;
   expected_since_action_ = false;

@@ -19,6 +19,12 @@ class ScriptRunner {
   // what was seen instead.
   bool Run(const Script& script, std::string& problem);
 
+  // The same for one statement.
+  bool Step(const std::string& file, const Statement& statement, std::string& problem);
+
+  // The first action after an expectation begins a new stretch; what happened before it is over.
+  void NoteAction();
+
   int expectations_met() const { return expectations_met_; }
 
  private:
@@ -27,7 +33,6 @@ class ScriptRunner {
   bool EventSeen(const Expectation& expectation);
   std::string EventsSeen(const Expectation& expectation) const;
   uint64_t NextOf(Source source) const;
-  void NoteAction();
 
   Desk& desk_;
   Loop::Condition interrupted_;

@@ -54,6 +54,30 @@ struct ActionWords {
 const ActionWords* TakeActionWords(Words& words);
 std::string KnownActions();
 
+// The row of a table of words that the line begins with; it takes them off the line.
+template <class Row, size_t N>
+const Row* TakeRow(const Row (&rows)[N], Words& words) {
+  for (const Row& row : rows) {
+    Words trial = words;
+    Words beginning(row.words);
+    bool fits = true;
+    while (fits && !beginning.AtEnd()) fits = trial.Take(beginning.Next(""));
+    if (!fits) continue;
+    words = trial;
+    return &row;
+  }
+  return nullptr;
+}
+
+// The same for what happens to a site: its hub, its cables, the power of its devices.
+struct SiteActionWords {
+  const char* words;
+  const char* usage;
+  std::function<void(CarPark&)> (*parse)(Words& words, const SiteDevices& site);
+};
+const SiteActionWords* TakeSiteActionWords(Words& words);
+std::string KnownSiteActions();
+
 Expectation ParseExpectation(Words& words);
 
 }  // namespace desk
