@@ -19,8 +19,9 @@ class Hub {
  public:
   Hub(Loop& loop, std::string directory) : process(loop, "hub"), directory_(std::move(directory)) {}
 
-  // Writes the configuration; pages: the directory of the page, empty for none. On failure problem says what is wrong.
-  bool MakeFiles(const std::string& pages, std::string& problem);
+  // Writes the configuration, with the bounds of the installed hub's. pages: the directory of the page, empty for none.
+  // On failure problem says what is wrong.
+  bool MakeFiles(const std::string& installed, const std::string& pages, std::string& problem);
 
   Process process;
 

@@ -85,7 +85,9 @@ bool CarPark::Start(std::string& problem) {
   AllowManyDescriptors();
   hub_.process.OnExit(
       [this](const std::string& how) { Note("the hub " + (how.empty() ? "is down" : "ended " + how)); });
-  if (!wires_.Start(problem) || !hub_.MakeFiles(plan_.pages, problem) || !hub_.process.Start(problem)) return false;
+  if (!wires_.Start(problem) || !hub_.MakeFiles(plan_.configuration + "/site/mosquitto.conf", plan_.pages, problem) ||
+      !hub_.process.Start(problem))
+    return false;
   planner_.Start();
   if (!loop_.RunUntil([this] { return planner_.up(); }, kStartLimit)) {
     problem = "the hub does not answer: see " + plan_.directory + "/hub/log/hub.log";
