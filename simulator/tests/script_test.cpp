@@ -29,7 +29,7 @@ TEST(ScriptText, MistakesAreNamedWithFileLineAndUsage) {
       {"neighbour 192.168.1.20 left free 1", "\"total\" was expected, not \"free\""},
       {"beacon angry", "no module is \"angry\""},
       {"beacon slow 30", "\"s\" was expected"},
-      {"kill cat", "neither broker nor store nor daemon"},
+      {"kill cat", "none of broker, store, daemon, relay"},
       {"wait", "a number of seconds is missing"},
       {"wait 5 minutes", "\"s\" was expected"},
       {"wait 2 s 3", "nothing more was expected"},
