@@ -55,6 +55,18 @@ TEST(ParkctlRecord, OptionsBecomeBytes) {
             "1 occupied no plate (P1) | 2 free WJ皖1 (P2) | 3 -");
 }
 
+TEST(ParkctlRecord, EveryFieldHasAPlaceOfItsOwn) {
+  const Json::Value space = parkctl::RecordJson(
+      Record({"--space",           "2",  "--status",     "2", "--plate",         "粤BD12345", "--plate-type",    "5",
+              "--plate-color",     "1",  "--confidence", "2", "--vehicle-color", "3",         "--vehicle-class", "4",
+              "--head-confidence", "6",  "--time",       "7", "--trigger",       "8",         "--occupy-line",   "9",
+              "--second-flag",     "10", "--name",       "N", "--text",          "T"}))["spaces"][1];
+  EXPECT_EQ(parkctl::OneLineText(space),
+            R"({"extra_text":"T","head_confidence":6,"occupy_line":9,"plate":"粤BD12345","plate_color":1,)"
+            R"("plate_confidence":2,"plate_type":5,"second_flag":10,"space":2,"space_name":"N","space_status":2,)"
+            R"("time_stamp":7,"trigger":8,"valid":1,"vehicle_color":3,"vehicle_color_class":4})");
+}
+
 TEST(ParkctlRecord, WhatCannotBeSentIsRefused) {
   const std::vector<std::string> kRows[] = {
       {},
@@ -68,6 +80,8 @@ TEST(ParkctlRecord, WhatCannotBeSentIsRefused) {
       {"--space", "1", "--trigger", "2147483648"},
       {"--space", "1", "--status", "full"},
       {"--space", "1", "--time", "-1"},
+      {"--space", "1", "--trigger", "1x"},
+      {"--space", "1x"},
   };
   for (const auto& row : kRows) {
     EXPECT_THROW(Record(row), parkctl::UserError) << (row.empty() ? "" : row.back());
@@ -100,6 +114,9 @@ TEST(ParkctlMessages, OneLineEach) {
       {bs::kBusBroadlistenMessage, R"({"type":"send_ttyio_data","body":{"data":"q","data_len":1}})",
        "to the serial line data that is not base64"},
       {bs::kBusBroadlistenMessage, R"({"type":"set_ttyio_halt","body":{"halt":1}})", "halt serial output"},
+      {bs::kBusBroadlistenMessage, R"({"type":"set_ttyio_halt","body":{"halt":0}})", "resume serial output"},
+      {bs::kBusBroadcastMessage, R"({"type":"framestatus_changed","body":{"frame_status":4}})",
+       "the device shows unknown"},
       {bs::kBusNetPush, R"({"s_addr":335653056,"pos":1,"totle":3,"free":2,"cm_dev":[{"ip":520202432,"tn":2,"fn":1}]})",
        "192.168.1.20 (left): 2 free of 3; 192.168.1.31: 1 free of 2"},
       {bs::kBusNetPush, R"({"s_addr":"x","pos":-1})", R"({"pos":-1,"s_addr":"x"})"},
@@ -114,6 +131,23 @@ TEST(ParkctlMessages, OneLineEach) {
   for (const auto& row : kRows) {
     EXPECT_EQ(parkctl::MessageWords(row.type, row.data, Json::Value()), row.words) << row.type << " " << row.data;
   }
+}
+
+TEST(ParkctlMessages, MachinesGetTheDocumentTheRecordOrTheBytes) {
+  const auto members = [](const char* type, const std::string& data) {
+    std::string names;
+    for (const std::string& name : parkctl::MessageJson(type, data, Json::Value()).getMemberNames())
+      names += name + " ";
+    return names;
+  };
+  const std::string record = Data(Record({"--space", "1", "--free"}));
+  EXPECT_EQ(members(bs::kAvsSimulatorTrigger, record), "record type words ");
+  EXPECT_EQ(members(bs::kAvsSimulatorTrigger, "{}"), "hex type words ");
+  EXPECT_EQ(members(bs::kBusNetPush, "{}"), "document type words ");
+  EXPECT_EQ(members(bs::kBusNetPush, record), "hex type words ");
+  // A long line ends between two characters.
+  const std::string text = parkctl::MessageWords("X", "[\"" + std::string(597, 'x') + "京京\"]", Json::Value());
+  EXPECT_EQ(text, "[\"" + std::string(597, 'x') + "...");
 }
 
 TEST(ParkctlStore, DocumentsAreFoundByName) {

@@ -68,6 +68,7 @@ TEST(SerialDecoder, GoldenLines) {
   } kRows[] = {
       {"default frame", "", "BB88 AA 00413132333435 01 02000000 03000000 02 5031 33",
        "frame enable=plate license=京A12345 framestatus=occupied freenum=2 framenum=3 framename=P1"},
+      {"an empty list fits nothing", " ", "01 02", "not decoded: the field list describes an empty frame"},
       {"no plate, empty name", "", "BB88 BB 00000000000000 00 03000000 03000000 00 33",
        "frame enable=no-plate license=none framestatus=free freenum=3 framenum=3 framename=\"\""},
       {"name left out", "", "BB88 AA 00413132333435 01 02000000 03000000 33",
@@ -242,6 +243,7 @@ TEST(SerialDecoder, BeaconLines) {
        "identity: uuid \"0123456789ABCDEF\", major 101, minor 102, measured power -55 dBm"},
       {"DTM:MAJ-0xZZ", "set major \"ZZ\""},
       {"MTD:RTC-2026", "time 2026"},
+      {"DTM:MAJ-0x0065x", "set major \"0065x\""},
       {"DTM:", ""},
       {"hello", ""},
   };
