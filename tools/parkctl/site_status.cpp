@@ -25,6 +25,8 @@ using Clock = site::View::Clock;
 
 constexpr milliseconds kPass{1000};
 constexpr milliseconds kRetry{1000};
+constexpr milliseconds kDrawn{
+    500};  // at the most so often: whoever draws does not read, and hubs queue for nobody long
 
 // Keeps connected until interrupted: begin for each new connection, then turn about once a second.
 class Follower {
@@ -141,6 +143,7 @@ int SiteStatus(const StatusOptions& options) {
   if (options.watch) {
     const bool terminal = isatty(STDOUT_FILENO) == 1 && options.form == StatusForm::kText;
     std::map<std::string, std::string> told;
+    auto drawn = Clock::now() - kDrawn;
     const auto quiet_until = Clock::now() + kPass;  // what the hub had kept comes first, piece by piece
     return Follower(options.site)
         .Run(
@@ -151,7 +154,10 @@ int SiteStatus(const StatusOptions& options) {
             [&](const std::vector<bus::Message>& messages) {
               for (const bus::Message& message : messages) Take(*view, message);
               if (terminal) {
-                Draw(*view);
+                if (Clock::now() - drawn >= kDrawn) {
+                  Draw(*view);
+                  drawn = Clock::now();
+                }
               } else if (Clock::now() > quiet_until) {
                 Tell(*view, told, options.form);
               }

@@ -97,7 +97,8 @@ std::string TreeText(const Site& site) {
 }
 
 std::string DotText(const Site& site) {
-  std::string text = "digraph " + DotQuoted(site.name) + " {\n  rankdir=LR;\n  node [fontname=\"sans-serif\"];\n";
+  std::string text = "digraph " + DotQuoted(site.name) +
+                     " {\n  rankdir=LR;\n  node [fontname=\"sans-serif\"];\n  edge [fontname=\"sans-serif\"];\n";
   for (const auto& [zone, count] : DevicesByZone(site)) {
     text += "  " + DotQuoted("zone " + zone) +
             " [shape=box, style=rounded, label=" + DotQuoted(zone + ", " + Counted(count, "device")) + "];\n";
@@ -108,6 +109,9 @@ std::string DotText(const Site& site) {
   }
   for (const auto& [name, plan] : site.devices) {
     if (ShowsText(plan).empty()) continue;
+    if (!plan.zone.empty()) {
+      text += "  " + DotQuoted("zone " + plan.zone) + " -> " + DotQuoted(name) + " [style=dotted, arrowhead=none];\n";
+    }
     text += "  " + DotQuoted(name) + " [label=" + DotQuoted(plan.name.empty() ? name : plan.name) + "];\n";
     for (size_t i = 0; i < kDirections; ++i) {
       for (const std::string& zone : plan.shows[i]) {
