@@ -113,7 +113,8 @@ void Screen::DrawSpaces(int row, int column, int width) {
                                            : space.space_status == 0 ? COLOR_GREEN
                                                                      : COLOR_RED));
     const int line = row + static_cast<int>(i);
-    Put(line, column + 1, 8, std::to_string(i) + " " + words::GbkToUtf8(businessserver::FieldText(space.space_name)));
+    const std::string name = words::GbkToUtf8(businessserver::FieldText(space.space_name));
+    Put(line, column + 1, 8, std::to_string(i) + " " + words::Printable(name));
     Put(line, column + 10, width - 11, SpaceText(space), color | A_BOLD);
   }
 }
