@@ -9,7 +9,6 @@
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <string>
@@ -50,12 +49,8 @@ struct ContextDeleter {
 
 class Store {
  public:
-  // A process that the supervisor gives credentials is an installed device's.
   Store(const char* host, uint16_t port)
-      : host_(host),
-        port_(port),
-        owner_(getenv("CREDENTIALS_DIRECTORY") != nullptr ? platform::AccountId(platform::kStoreAccount)
-                                                          : std::nullopt) {}
+      : host_(host), port_(port), owner_(platform::AccountId(platform::kStoreAccount)) {}
 
   // Null when the store is out of reach or refuses the command, or its answer was too long.
   template <size_t N>
@@ -85,7 +80,7 @@ class Store {
   const uint16_t port_;
   std::unique_ptr<redisContext, ContextDeleter> context_;
   Clock::time_point retry_at_;
-  const std::optional<uid_t> owner_;  // of the store; on a desk anybody
+  const std::optional<uid_t> owner_;  // of the store; without the package anybody
   bool too_long_ = false;             // the last answer, which was not read
   bool failing_ = false;
   std::string refused_command_;  // empty while all is well

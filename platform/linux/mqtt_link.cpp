@@ -193,7 +193,8 @@ bool MqttLink::MakeClient() {
   mosquitto_int_option(client_.get(), MOSQ_OPT_TCP_NODELAY, 1);
   owner_.reset();
   if (!options_.role.empty()) {
-    owner_ = UseBusAccount(client_.get(), options_.role.c_str(), nullptr) ? AccountId(kBusAccount) : std::nullopt;
+    UseBusAccount(client_.get(), options_.role.c_str(), nullptr);
+    owner_ = AccountId(kBusAccount);  // without a password, too, nobody else is believed
   } else if (!options_.user.empty()) {
     mosquitto_username_pw_set(client_.get(), options_.user.c_str(), options_.password.c_str());
   }

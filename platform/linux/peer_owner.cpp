@@ -4,6 +4,7 @@
 #include <netinet/in.h>
 #include <pwd.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cinttypes>
 #include <cstdio>
@@ -64,7 +65,7 @@ std::optional<uid_t> PeerOwner(int fd) {
 Peer CheckPeer(int fd, uid_t owner) {
   const std::optional<uid_t> found = PeerOwner(fd);
   if (!found) return Peer::kUnknownYet;
-  return *found == owner || *found == 0 ? Peer::kTrusted : Peer::kStranger;
+  return *found == owner || *found == 0 || *found == geteuid() ? Peer::kTrusted : Peer::kStranger;
 }
 
 Peer AwaitPeer(int fd, uid_t owner, int milliseconds) {

@@ -23,8 +23,9 @@ std::optional<uid_t> PeerOwner(int fd);
 
 enum class Peer { kTrusted, kStranger, kUnknownYet };
 
-// Whether the other end is one that the owner's program, or root's, holds. Its answer holds for this connection as long
-// as it lives.
+// Whether the other end is one that a program of the owner's, root's or this process's own user holds: the last can
+// read what this process reads, and is who runs broker and store on a desk. The answer holds for this connection as
+// long as it lives.
 Peer CheckPeer(int fd, uid_t owner);
 
 // Checks again and again until the other program has taken the connection, for at most so long.

@@ -1,6 +1,7 @@
 // The installed device under siege. Every role, an account that does not exist and somebody without one do what the two
 // servers allow before anybody is asked who he is, and whatever an account is good for. What counts is measured: the
 // memory of the processes, how long the daemon is away, what reached whom.
+#include <fcntl.h>
 #include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -12,6 +13,7 @@
 #include <cstdio>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "installed_device.h"
 #include "protocol/names.h"
@@ -372,12 +374,71 @@ TEST_F(Siege, ALineThatNeverFallsSilent) {
   Report("a stranger on the line: a byte every 24 ms, 1,024 of them");
 }
 
-// While the broker is away, another user's program takes its port and says that whoever comes is welcome.
-TEST_F(Siege, AFalseBroker) {
+// Another user's program on the ports of bus and store, who says that whoever comes is welcome.
+class Impostor {
+ public:
+  Impostor() {
+    if (pipe2(heard_, O_CLOEXEC) != 0 || (pid_ = fork()) != 0) return;
+    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(1);
+    pollfd ports[] = {{Listen(kBus), POLLIN, 0}, {Listen(kStore), POLLIN, 0}};
+    while (poll(ports, 2, -1) > 0) {
+      for (const pollfd& port : ports) {
+        if (port.revents != 0) Welcome(port.fd, &port == ports ? std::string("\x20\x03\0\0\0", 5) : "");
+      }
+    }
+    _exit(2);
+  }
+  ~Impostor() { Leave(); }
+  Impostor(const Impostor&) = delete;
+  Impostor& operator=(const Impostor&) = delete;
+
+  // Ends it; what it was told, all in one. It fails the test if it was not there.
+  std::string Leave() {
+    if (pid_ < 0) return "";
+    int status = 0;
+    EXPECT_EQ(waitpid(pid_, &status, WNOHANG), 0) << "no impostor";
+    kill(pid_, SIGKILL);
+    waitpid(std::exchange(pid_, -1), &status, 0);
+    close(heard_[1]);
+    std::string all(1 << 16, '\0');
+    all.resize(static_cast<size_t>(std::max<ssize_t>(read(heard_[0], all.data(), all.size()), 0)));
+    close(heard_[0]);
+    return all;
+  }
+
+ private:
+  static int Listen(uint16_t number) {
+    const int port = socket(AF_INET, SOCK_STREAM, 0), yes = 1;
+    setsockopt(port, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(number);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(port, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(port, 10) != 0) _exit(3);
+    return port;
+  }
+  void Welcome(int port, const std::string& welcome) const {
+    const int client = accept(port, nullptr, nullptr);
+    send(client, welcome.data(), welcome.size(), MSG_NOSIGNAL);
+    pollfd waiting = {client, POLLIN, 0};
+    char bytes[4096];
+    ssize_t size = 0;
+    if (poll(&waiting, 1, 1000) > 0) size = recv(client, bytes, sizeof bytes, 0);
+    if (size > 0 && write(heard_[1], bytes, static_cast<size_t>(size)) != size) _exit(4);
+    close(client);
+  }
+
+  int heard_[2] = {-1, -1};
+  pid_t pid_ = -1;
+};
+
+// While broker and store are away somebody else takes their ports: he is told nothing, neither a password nor a request
+// nor what is in the documents, by nobody.
+TEST_F(Siege, AFalseBrokerAndAFalseStore) {
   if (geteuid() != 0 || unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     GTEST_SKIP() << "needs root, for the package's accounts";
   }
-  // The account that the package makes. The broker of this test is root's, which is trusted too.
+  // The accounts that the package makes. Broker and store of this test are root's, which is trusted too.
   const std::string accounts = directory_.path / "passwd";
   std::ofstream(accounts) << ReadFile("/etc/passwd") << "business-server-bus:x:64990:64990::/:/bin/false\n"
                           << "business-server-store:x:64991:64991::/:/bin/false\n";
@@ -385,47 +446,22 @@ TEST_F(Siege, AFalseBroker) {
   device_.daemon.Kill();
   Bring(watched_[2]);
   AnswersAfter();
+  device_.store.Kill();
   device_.broker.Kill();
-  int heard[2];
-  ASSERT_EQ(pipe(heard), 0);
-  const pid_t thief = fork();
-  if (thief == 0) {
-    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(1);
-    const int port = socket(AF_INET, SOCK_STREAM, 0), yes = 1;
-    setsockopt(port, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(kBus);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(port, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(port, 10) != 0) _exit(2);
-    for (;;) {
-      const int client = accept(port, nullptr, nullptr);
-      const char welcome[] = "\x20\x03\0\0\0";
-      send(client, welcome, 5, MSG_NOSIGNAL);
-      pollfd waiting = {client, POLLIN, 0};
-      char bytes[4096];
-      ssize_t size = 0;
-      if (poll(&waiting, 1, 1000) > 0) size = recv(client, bytes, sizeof bytes, 0);
-      if (write(heard[1], bytes, static_cast<size_t>(std::max<ssize_t>(size, 0))) < 0) _exit(3);
-      close(client);
-    }
-  }
-  close(heard[1]);
+  Impostor impostor;
   std::this_thread::sleep_for(milliseconds(2500));
-  Shell("timeout 3 " BINARY_DIRECTORY "/parkctl request get_ttyio_cfg");
-  int status = 0;
-  EXPECT_EQ(waitpid(thief, &status, WNOHANG), 0) << "no false broker";
-  kill(thief, SIGKILL);
-  waitpid(thief, &status, 0);
-  std::string all(1 << 16, '\0');
-  const ssize_t size = read(heard[0], all.data(), all.size());
-  all.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
-  close(heard[0]);
-  for (const char* role : {"business_server", "integrator"}) {
-    EXPECT_EQ(all.find(Password(role)), std::string::npos) << role;
+  const std::string programs = BINARY_DIRECTORY "/";
+  const std::string nobody = "env -u CREDENTIALS_DIRECTORY timeout 3 ";
+  for (const std::string& command :
+       {"timeout 3 " + programs + "parkctl request get_ttyio_cfg", "timeout 2 " + programs + "park_relay",
+        nobody + programs + "parkctl request get_ttyio_cfg", nobody + programs + "parkctl store list",
+        nobody + programs + "parkctl store set bus_dev_pos_value '{\"pos\":1}'"}) {
+    const Outcome outcome = Shell(command);
+    EXPECT_NE(outcome.status, 0) << command << ": " << outcome.output;
   }
+  EXPECT_EQ(impostor.Leave(), "");
   AnswersAfter();
-  Report("another user's program on the broker's port for 2.5 s: no password told");
+  Report("another user's program on the ports of bus and store: nobody tells it a byte");
 }
 
 TEST_F(Siege, HonestBurst) {

