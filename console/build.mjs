@@ -1,6 +1,7 @@
-// Builds the page into one file, or its tests.
+// Builds the page into one file, or what looks at it.
 //   node build.mjs OUTPUT_FILE            the page
 //   node build.mjs --tests FOLDER OUTPUT_DIR   FOLDER/*.test.ts, for node --test
+//   node build.mjs --script FILE OUTPUT_DIR    another program of this kind
 import { createHash } from "node:crypto";
 import { mkdirSync, readFileSync, readdirSync, writeFileSync } from "node:fs";
 import { dirname, join, resolve } from "node:path";
@@ -65,11 +66,12 @@ async function buildPage(output) {
   console.log(`console: ${bytes} bytes, ${zipped} compressed`);
 }
 
-async function buildTests(folder, output) {
-  const tests = resolve(here, folder);
-  const entryPoints = readdirSync(tests)
+const testsOf = (folder) =>
+  readdirSync(folder)
     .filter((file) => file.endsWith(".test.ts"))
-    .map((file) => join(tests, file));
+    .map((file) => join(folder, file));
+
+async function buildPrograms(entryPoints, output) {
   await esbuild.build({
     entryPoints,
     outdir: output,
@@ -84,6 +86,7 @@ async function buildTests(folder, output) {
 }
 
 const [first, second, third] = process.argv.slice(2);
-if (first === "--tests" && third !== undefined) await buildTests(second, resolve(third));
-else if (first !== undefined) await buildPage(resolve(first));
-else throw new Error("usage: node build.mjs OUTPUT_FILE | --tests FOLDER OUTPUT_DIR");
+if (first === "--tests" && third !== undefined) await buildPrograms(testsOf(resolve(here, second)), resolve(third));
+else if (first === "--script" && third !== undefined) await buildPrograms([resolve(here, second)], resolve(third));
+else if (first !== undefined && !first.startsWith("--")) await buildPage(resolve(first));
+else throw new Error("usage: node build.mjs OUTPUT_FILE | --tests FOLDER OUTPUT_DIR | --script FILE OUTPUT_DIR");

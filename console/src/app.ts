@@ -9,12 +9,11 @@ import { parseTopic } from "./model/names";
 import { kOwnTopics, OwnDevice } from "./model/own";
 import { deviceRow, overviewOf, type DeviceRow, type Overview, type Question } from "./model/overview";
 import { parseRoute, type Route } from "./model/route";
+import { Settling } from "./model/settling";
 import { Site } from "./model/site";
 import { Hour } from "./hour";
 import { Preferences } from "./view_state";
 
-const kSettleMs = 250; // without another kept message: the hub has said what it has kept
-const kSettleMaxMs = 2500;
 const kLookAroundMs = 600; // until a silent broker is asked whether it is a device's
 const kEmpty: Overview = { devices: [], zones: [], spaces: 0, free: 0, notOk: 0 };
 
@@ -35,13 +34,12 @@ export class App {
   readonly hour = new Hour();
   fileFault = "";
   loginRefused = false;
-  remember = false;
 
   private readonly clock = new ListeningClock();
-  private readonly preferences = new Preferences();
+  readonly preferences = new Preferences();
   private readonly link: Link;
   private readonly requests: Requests;
-  private settling: { since: number; last: number } | undefined;
+  private settling: Settling | undefined;
 
   /** show: draws the page soon; pressed: at once, somebody waits for it. */
   constructor(
@@ -67,7 +65,6 @@ export class App {
       publish: (topic, payload) => this.link.publish(topic, payload, { keep: true }),
       changed: () => this.changed(),
     });
-    this.remember = this.preferences.user !== "";
     this.preferences.show();
   }
 
@@ -100,21 +97,22 @@ export class App {
 
   private replyTopic(topic: string): string {
     const site = /^park\/([^/]+)\//.exec(topic)?.[1];
-    return site === undefined ? `reply/console-${this.link.run}` : `park/${site}/reply/${this.link.replyName}`;
+    return site === undefined ? `reply/${this.link.replyName}` : `park/${site}/reply/${this.link.replyName}`;
   }
 
   private up(): void {
     this.connection = "up";
     this.wasUp = true;
     this.loginRefused = false;
-    if (this.remember && this.link.user !== "") this.preferences.user = this.link.user;
+    if (this.preferences.remember && this.link.user !== "") this.preferences.user = this.link.user;
     this.now();
     for (const site of this.sites.values()) site.connected();
-    const started = this.monotonic();
-    this.settling = { since: started, last: started };
-    this.settle();
+    const settling = new Settling(this.monotonic());
+    this.settling = settling;
     this.link.subscribe(["park/+/plan/+", "park/+/health/+", "park/+/counts/#", `park/+/reply/${this.link.replyName}`]);
-    this.link.subscribe([...kOwnTopics, `reply/console-${this.link.run}`]);
+    void this.link.publish(`park/nobody/reply/${this.link.replyName}`, "").then(() => settling.acknowledged());
+    this.settle();
+    this.link.subscribe([...kOwnTopics, `reply/${this.link.replyName}`]);
     if (this.kind !== "site") setTimeout(() => void this.lookAround(), this.route.view === "own" ? 0 : kLookAroundMs);
     if (this.site !== undefined) void this.askRights(this.site.name);
     this.page?.again();
@@ -169,9 +167,8 @@ export class App {
   /** The hub has said what it has kept: what it said no more is gone. */
   private settle(): void {
     if (this.settling === undefined) return;
-    const now = this.monotonic();
-    if (now - this.settling.last < kSettleMs && now - this.settling.since < kSettleMaxMs) {
-      setTimeout(() => this.settle(), 50);
+    if (!this.settling.isOver(this.monotonic())) {
+      setTimeout(() => this.settle(), 20);
       return;
     }
     this.settling = undefined;
@@ -185,7 +182,7 @@ export class App {
       if (this.kind === "device") this.own.heard(this.now());
       return;
     }
-    if (this.settling !== undefined && kept) this.settling.last = this.monotonic();
+    if (kept) this.settling?.kept(this.monotonic());
     const about = parseTopic(topic);
     if (about !== undefined) {
       this.siteOf(about.site).take({ topic: about, payload: new TextDecoder().decode(bytes), kept }, this.now());
@@ -262,16 +259,6 @@ export class App {
     return this.link.user;
   }
 
-  get rememberedUser(): string {
-    return this.preferences.user;
-  }
-
-  setRemember(remember: boolean): void {
-    this.remember = remember;
-    if (!remember) this.preferences.user = "";
-    this.changed();
-  }
-
   login(user: string, password: string): void {
     this.connection = "down";
     this.link.connect({ user, password });
@@ -280,10 +267,6 @@ export class App {
 
   logout(): void {
     location.reload(); // nothing of what the account could see stays
-  }
-
-  get dark(): boolean {
-    return this.preferences.dark;
   }
 
   toggleDark(): void {
@@ -299,8 +282,7 @@ export class App {
     return this.connection !== "up" || this.settling !== undefined;
   }
 
-  /** Puts the moment's overview together. While the hub tells what it has kept, the last one stays: a sum of half the
-   *  devices is a wrong sum. */
+  /** Puts the moment's overview together. While the hub tells what it has kept, the last one stays. */
   look(): void {
     if (this.site === undefined || this.settling !== undefined) return;
     this.overview = overviewOf(this.site, this.now());

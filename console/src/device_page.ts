@@ -35,7 +35,7 @@ export class DevicePage {
     this.status = new Status(target, requests, changed);
     this.settings = new Settings(
       { requests, target, changes, now: () => needs.monotonic(), changed },
-      kGroups.flatMap((group) => group.commands),
+      kGroups.flatMap((group) => group.commands).filter((command) => site !== undefined || command.relay !== true),
       contract,
     );
   }

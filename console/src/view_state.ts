@@ -38,6 +38,18 @@ export class Preferences {
     if (chosen !== null) document.documentElement.dataset.theme = chosen;
   }
 
+  private wanted = this.user !== "";
+
+  /** Whether the user's name is to be kept. */
+  get remember(): boolean {
+    return this.wanted;
+  }
+
+  set remember(remember: boolean) {
+    this.wanted = remember;
+    if (!remember) this.user = "";
+  }
+
   get user(): string {
     return read(kUser) ?? "";
   }

@@ -35,7 +35,7 @@ export function spanWords(ms: number): string {
 /** Text of a stranger as one line, as the command line prints it: control characters and marks that turn the direction of
  *  writing become \xNN. */
 export function printable(text: string): string {
-  return text.replace(/[\u0000-\u001f\u007f-\u009f\u2028-\u202e\u2066-\u2069]/g, (c) => {
+  return text.replace(/[\u0000-\u001f\u007f-\u009f\u061c\u200e\u200f\u2028-\u202e\u2066-\u2069]/g, (c) => {
     return hexWords(new TextEncoder().encode(c)).replace(/(^| )/g, "\\x");
   });
 }

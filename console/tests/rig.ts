@@ -1,5 +1,5 @@
 // A hub with made-up devices, and a browser that looks at it: what the tests of the page stand on.
-import { spawn, spawnSync, type ChildProcess } from "node:child_process";
+import { spawn, type ChildProcess } from "node:child_process";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
 import { createServer } from "node:net";
@@ -33,7 +33,7 @@ export async function until(
 }
 
 export interface HubAccounts {
-  accounts: Record<string, string>; // name to password
+  passwords: string; // the broker's files
   acl: string;
 }
 
@@ -63,10 +63,7 @@ export class Hub {
       lines.push("allow_anonymous true");
     } else {
       const passwords = join(this.directory, "passwords");
-      writeFileSync(passwords, "", { mode: 0o600 });
-      for (const [name, password] of Object.entries(accounts.accounts)) {
-        spawnSync("mosquitto_passwd", ["-b", passwords, name, password], { stdio: "ignore" });
-      }
+      writeFileSync(passwords, accounts.passwords, { mode: 0o600 });
       writeFileSync(join(this.directory, "acl"), accounts.acl, { mode: 0o600 });
       lines.push("allow_anonymous false", `password_file ${passwords}`, `acl_file ${join(this.directory, "acl")}`);
     }
@@ -117,6 +114,7 @@ export class Hub {
 }
 
 type Reply = Record<string, unknown> | Buffer | undefined;
+type LaterReply = Reply | Promise<Reply>;
 
 /** Devices that exist only as messages: their plans, healths and counts, and their answers to requests. */
 export class MadeUpSite {
@@ -124,7 +122,7 @@ export class MadeUpSite {
   readonly dead = new Set<string>();
   readonly spaces = new Map<string, { zone: string; free: number }>();
   /** Answers a device's request; nothing: it keeps silent. */
-  answer: (device: string, request: Record<string, unknown>) => Reply = () => ({
+  answer: (device: string, request: Record<string, unknown>) => LaterReply = () => ({
     state: 403,
     error_msg: "remote requests are off",
   });
@@ -138,13 +136,15 @@ export class MadeUpSite {
       const to = packet.properties?.responseTopic;
       if (payload.length === 0 || to === undefined) return;
       const request = JSON.parse(payload.toString()) as Record<string, unknown>;
-      const reply = this.answer(device, request);
-      if (reply === undefined) return;
-      const bytes = Buffer.isBuffer(reply) ? reply : JSON.stringify({ type: request.type, ...reply });
-      client.publish(to, bytes, { properties: { correlationData: packet.properties?.correlationData } });
+      void Promise.resolve(this.answer(device, request)).then((reply) => {
+        if (reply === undefined) return;
+        const bytes = Buffer.isBuffer(reply) ? reply : JSON.stringify({ type: request.type, ...reply });
+        client.publish(to, bytes, { properties: { correlationData: packet.properties?.correlationData } });
+      });
     });
-    client.subscribe(`park/${site}/request/+`);
-    client.on("connect", () => client.subscribe(`park/${site}/request/+`));
+    const listen = (): unknown => client.subscribe([`park/${site}/request/+`, `park/${site}/request/cam`]);
+    listen();
+    client.on("connect", listen);
   }
 
   send(topic: string, payload: object | string, kept = true): void {
@@ -189,7 +189,12 @@ export class MadeUpSite {
       const level = Math.floor((i * 3) / count) + 1;
       const zone = `L${level}/${"ABCDE"[i % 5]}`;
       const name = `L${level}-${"ABCDE"[i % 5]}-${String(i).padStart(3, "0")}`;
-      this.add(name, zone, i % 4, `Level ${level} ${["North", "East", "South", "West", "Ramp"][i % 5]} ${i}`);
+      this.add(
+        name,
+        zone,
+        ((i * 2654435761) >>> 9) % (zone === "L2/C" ? 1 : 4),
+        `Level ${level} ${["North", "East", "South", "West", "Ramp"][i % 5]} ${i}`,
+      );
     }
   }
 
@@ -273,5 +278,7 @@ export async function violations(page: Page): Promise<AxeResults["violations"]> 
 /** Leaves a picture for docs/ where one is asked for. */
 export async function picture(page: Page, name: string): Promise<void> {
   const directory = process.env.SCREENSHOTS;
-  if (directory !== undefined) await page.screenshot({ path: join(directory, `${name}.png`) });
+  if (directory === undefined) return;
+  if (name.startsWith("console-site")) await page.waitForTimeout(32_000); // until the plot has a line
+  await page.screenshot({ path: join(directory, `${name}.png`) });
 }

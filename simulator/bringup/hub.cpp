@@ -19,7 +19,8 @@ constexpr const char* kBounds[] = {"max_queued_messages", "max_queued_bytes", "m
 
 std::string PageListener(int port, const std::string& directory) {
   return "listener " + std::to_string(port) +
-         " 127.0.0.1\nprotocol websockets\nsocket_domain ipv4\nallow_anonymous true\nhttp_dir " + directory + "\n";
+         " 127.0.0.1\nprotocol websockets\nsocket_domain ipv4\nallow_anonymous true\nhttp_dir " + directory +
+         "\nmessage_size_limit 65536\n";  // after a much longer one a browser hears nothing more
 }
 
 bool Hub::MakeFiles(const std::string& installed, const std::string& pages, std::string& problem) {

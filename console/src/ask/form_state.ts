@@ -54,8 +54,9 @@ export function fail(form: Form, sentence: string): void {
   form.result = { state: "failed", sentence };
 }
 
-/** Nobody there, or a relay of before changes could be tried. */
+/** Whether nobody is there who could take a change back: no answer to a harmless question, or one of a relay or guard of
+ *  before changes could be tried. */
 export function holdsNoPromise(answer: Answer): boolean {
-  if (answer.kind === "nobody") return true;
+  if (answer.kind === "nobody" || answer.kind === "late") return true;
   return answer.kind === "answer" && answer.state === 403 && /error type/.test(answer.error);
 }

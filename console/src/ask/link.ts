@@ -58,7 +58,7 @@ export class Link {
 
   /** The topics of this page's own below .../reply/. */
   get replyName(): string {
-    return this.account === undefined ? this.run : `${this.account.user}/${this.run}`;
+    return `${this.account === undefined ? "" : `${this.account.user}/`}console-${this.run}`;
   }
 
   connect(account?: Account): void {
@@ -94,6 +94,7 @@ export class Link {
       const code = (error as { code?: number | string }).code;
       if (code !== kBadUserOrPassword && code !== kNotAuthorized) return; // the others are tried again
       const given = this.account !== undefined;
+      this.account = undefined;
       this.close();
       this.events.login(given);
     });

@@ -124,7 +124,11 @@ export class Requests {
 export function answerSentence(answer: Answer): string {
   switch (answer.kind) {
     case "answer":
-      return kStateSentences[answer.state] ?? `The device answered ${answer.state}: ${answer.error}.`;
+      return (
+        kErrorSentences[answer.error] ??
+        kStateSentences[answer.state] ??
+        `The device answered ${answer.state}: ${answer.error}.`
+      );
     case "bytes":
       return "The device answered with something that is no JSON.";
     case "refused":
@@ -137,6 +141,14 @@ export function answerSentence(answer: Answer): string {
       return "The connection is away. It is tried again by itself; ask once more when it is back.";
   }
 }
+
+const kErrorSentences: Record<string, string> = {
+  "remote requests are off": "This device lets nobody ask it from the site: remote requests are switched off on it.",
+  "not allowed from the site": "This device may be read from the site, not changed.",
+  "another change waits": "Another change of this device waits to be kept or taken back.",
+  "no such change waits": "No such change waits any more.",
+  "error type": "The device does not know this command.",
+};
 
 const kStateSentences: Record<number, string> = {
   200: "Done.",

@@ -7,7 +7,7 @@ import { fail, holdsNoPromise, newForm, recheck, type Form, type Phase } from ".
 import { answerSentence, type Answer, type Requests, type Target } from "./requests";
 
 const kDone = 200;
-const kAnotherWaits = 409;
+const kNoSuchChange = 404;
 export const kTrySeconds = 60;
 const kReadersMax = 4; // leaves half of what may be open at a device to others
 
@@ -139,32 +139,31 @@ export class Settings {
   // ---- changes that go back by themselves ----
 
   private async tryChange(form: Form): Promise<void> {
-    const id = `console-${Math.floor(Math.random() * 0xffffffff).toString(16)}`;
-    const change = { type: form.command.command, body: form.edited ?? {} };
-    const body = { id, seconds: kTrySeconds, changes: [change] };
-    const asked = this.way.now();
-    const answer = await this.askChange("try_change", body, form);
+    // Asked first, because a try that nobody answers might have been made all the same.
+    const guard = await this.askChange("get_change", undefined);
     form.phase = "ready";
-    if (answer.kind === "answer" && answer.state === kDone) {
-      const before = form.stored;
-      await this.readBack(form);
-      if (form.result?.state === "done")
-        form.result.sentence = "The device stored it. Keep it, or it goes back by itself.";
-      form.keep = { id, until: asked + kTrySeconds * 1000, before };
-      form.phase = "keep";
-      return;
-    }
-    if (answer.kind === "answer" && answer.state === kAnotherWaits) {
-      fail(form, "Not set: another change of this device waits to be kept or taken back.");
-      await this.lookForChange();
-      return;
-    }
-    if (holdsNoPromise(answer)) {
+    if (holdsNoPromise(guard)) {
       form.unguarded = true;
       fail(form, "Not set: nobody on this device can take the change back by itself (its guard does not answer).");
       return;
     }
-    fail(form, `Not set. ${answerSentence(answer)}`);
+    form.phase = "working";
+    const id = `console-${Math.floor(Math.random() * 0xffffffff).toString(16)}`;
+    const change = { type: form.command.command, body: form.edited ?? {} };
+    const asked = this.way.now();
+    const answer = await this.askChange("try_change", { id, seconds: kTrySeconds, changes: [change] }, form);
+    form.phase = "ready";
+    if (answer.kind === "answer" && answer.state === kDone) {
+      const before = form.stored;
+      await this.readBack(form);
+      form.keep = { id, until: asked + kTrySeconds * 1000, before };
+      form.phase = "keep";
+      if (form.result?.state !== "done") return;
+      form.result.sentence = "The device stored it. Keep it, or it goes back by itself.";
+    } else {
+      fail(form, `Not set. ${answerSentence(answer)}`);
+      await this.lookForChange();
+    }
   }
 
   async keep(form: Form): Promise<void> {
@@ -176,6 +175,8 @@ export class Settings {
       form.keep = undefined;
       form.phase = "ready";
       form.result = { state: "done", sentence: "Kept: the change stays." };
+    } else if (answer.kind === "answer" && answer.state === kNoSuchChange) {
+      await this.wentBack(form, "Not kept: the change waits no more.");
     } else {
       fail(form, `Not kept yet. ${answerSentence(answer)}`);
     }
@@ -221,7 +222,7 @@ export class Settings {
     const answer = await this.askChange("get_change", undefined);
     const body = answer.kind === "answer" && answer.state === kDone && isObject(answer.body) ? answer.body : {};
     if (typeof body.id !== "string" || body.id === "" || this.forms.some((form) => form.keep?.id === body.id)) return;
-    const seconds = typeof body.seconds === "number" ? body.seconds : kTrySeconds;
+    const seconds = typeof body.seconds_left === "number" ? body.seconds_left : kTrySeconds;
     this.waiting = { id: body.id, until: asked + seconds * 1000 };
     this.way.changed();
   }
@@ -229,6 +230,7 @@ export class Settings {
   async decide(type: "keep_change" | "undo_change"): Promise<void> {
     if (this.waiting === undefined) return;
     const answer = await this.askChange(type, { id: this.waiting.id });
+    if (answer.kind === "answer" && answer.state === kNoSuchChange) this.waiting = undefined;
     if (answer.kind === "answer" && answer.state === kDone) {
       this.waiting = undefined;
       for (const form of this.forms) if (form.command.guarded === true) await this.read(form);

@@ -9,6 +9,7 @@ export interface PlotSource {
 }
 
 const kHeight = 150;
+const kShortestMinutes = 5; // a page that was just opened has little to show yet
 
 export function plot(source: PlotSource): Element_ {
   return h("div", {
@@ -34,7 +35,10 @@ function draw(element: HTMLElement, source: PlotSource): () => void {
       height: kHeight,
       cursor: { show: false },
       legend: { show: false },
-      scales: { x: { time: false, range: [-60, 0] }, y: { range: (_, __, most) => [0, Math.max(most * 1.1, 4)] } },
+      scales: {
+        x: { time: false, range: (_, oldest) => [Math.min(-kShortestMinutes, oldest ?? 0), 0] },
+        y: { range: (_, __, most) => [0, Math.max(most * 1.1, 4)] },
+      },
       series: [{}, { stroke: line, width: 2, fill: line + "22", points: { show: false } }],
       axes: [
         { ...axis, values: (_, splits) => splits.map((minutes) => (minutes === 0 ? "now" : `${minutes} min`)) },

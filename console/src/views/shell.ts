@@ -49,7 +49,7 @@ function header(app: App): Element_ {
         " ",
         button("Log out", () => app.logout(), {}),
       ),
-    button(app.dark ? "Light" : "Dark", () => app.toggleDark(), { action: "theme" }),
+    button(app.preferences.dark ? "Light" : "Dark", () => app.toggleDark(), { action: "theme" }),
   );
 }
 
@@ -127,7 +127,7 @@ function loginView(app: App): Element_ {
         spellcheck: "false",
         required: true,
         mount: (e: HTMLElement) => {
-          (e as HTMLInputElement).value = app.rememberedUser;
+          (e as HTMLInputElement).value = app.preferences.user;
         },
       }),
     ),
@@ -142,8 +142,8 @@ function loginView(app: App): Element_ {
       { class: "line" },
       h("input", {
         type: "checkbox",
-        checked: app.remember,
-        onchange: (event: Event) => app.setRemember((event.target as HTMLInputElement).checked),
+        checked: app.preferences.remember,
+        onchange: (event: Event) => (app.preferences.remember = (event.target as HTMLInputElement).checked),
       }),
       " Remember my name in this browser",
     ),

@@ -139,6 +139,7 @@ class Device {
       for (const change of changes) this.handle(change);
     } else if (name === "keep_change") this.tried = undefined;
     else if (name === "undo_change") this.takeBack();
+    else if (name === "get_change") return { state: 200, error_msg: "All done", body: {} };
     else return { state: 404, error_msg: "set error" };
     return { state: 200, error_msg: "All done" };
   }
@@ -232,7 +233,7 @@ test("a change of the line stays only when it is kept", async () => {
 
 test("where nobody can take a change back it is not set, and may be set without", async () => {
   const device = new Device();
-  device.answers.set("try_change", { state: 403, error_msg: "error type" });
+  device.answers.set("get_change", { state: 403, error_msg: "error type" });
   const form = await tried(device);
   assert.deepEqual([form.phase, form.unguarded, baud(device)], ["ready", true, 9600]);
   device.settings.apply(form);
@@ -240,7 +241,7 @@ test("where nobody can take a change back it is not set, and may be set without"
   assert.equal(baud(device), 300);
   const waits = new Device();
   waits.answers.set("try_change", { state: 409, error_msg: "another change waits" });
-  waits.answers.set("get_change", { state: 200, error_msg: "", body: { id: "theirs", seconds: 20 } });
-  assert.match((await tried(waits)).result?.sentence ?? "", /another change/);
+  waits.answers.set("get_change", { state: 200, error_msg: "", body: { id: "theirs", seconds_left: 20 } });
+  assert.match((await tried(waits)).result?.sentence ?? "", /Another change/);
   assert.equal(waits.settings.waiting?.id, "theirs");
 });
