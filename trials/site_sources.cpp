@@ -1,0 +1,135 @@
+#include "site_sources.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+
+#include "protocol/json_text.h"
+#include "protocol/names.h"
+#include "protocol/site_names.h"
+
+namespace trials {
+namespace {
+
+namespace bs = businessserver;
+
+constexpr int kChangesASecond = 100;
+constexpr int kSecondsToRepeat = 25;
+constexpr Milliseconds kTick(10);
+constexpr Milliseconds kLimit(30000);
+constexpr uint32_t kExpirySeconds = 90;
+
+double CpuSeconds(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/schedstat");
+  double nanoseconds = 0;
+  file >> nanoseconds;
+  return nanoseconds / 1e9;
+}
+
+int ResidentKb(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  int kb = 0;
+  for (std::string line; std::getline(status, line);) sscanf(line.c_str(), "VmRSS: %d", &kb);
+  return kb;
+}
+
+// The made-up devices, three spaces each, all in one zone.
+class Sources {
+ public:
+  Sources(Stage& stage, int count)
+      : stage_(stage), free_(static_cast<size_t>(count), 3), hub_(stage.loop, Options(), {[this] { SayAll(); }}) {
+    hub_.Start();
+  }
+
+  bool up() const { return hub_.up(); }
+  int Sum() const {
+    int sum = 0;
+    for (const int free : free_) sum += free;
+    return sum;
+  }
+
+  // The changes and repetitions that are due after so many milliseconds.
+  void Go(Milliseconds passed) {
+    const double seconds = static_cast<double>(passed.count()) / 1000;
+    for (changes_ += seconds * kChangesASecond; changes_ >= 1; --changes_) {
+      const auto index = static_cast<size_t>(stage_.Random(0, static_cast<int>(free_.size()) - 1));
+      free_[index] = (free_[index] + 1) % 4;
+      Say(index);
+    }
+    repeats_ += seconds * static_cast<double>(free_.size()) / kSecondsToRepeat;
+    for (; repeats_ >= 1; --repeats_) Say(next_++ % free_.size());
+  }
+
+ private:
+  static bus::Options Options() {
+    bus::Options options;
+    options.address.host = desk::SiteWires::Address(0);
+    options.address.port = desk::kHubPort;
+    return options;
+  }
+
+  void SayAll() {
+    for (size_t i = 0; i < free_.size(); ++i) Say(i);
+  }
+
+  void Say(size_t index) {
+    bus::Message message{bs::CountsTopic("trial", "S-" + std::to_string(index), "L1/S"),
+                         "{\"spaces\":3,\"free\":" + std::to_string(free_[index]) + "}"};
+    message.retained = true;
+    message.expiry_s = kExpirySeconds;
+    hub_.Publish(message);
+  }
+
+  Stage& stage_;
+  std::vector<int> free_;
+  bus::Kept<Loop> hub_;
+  double changes_ = 0, repeats_ = 0;
+  size_t next_ = 0;
+};
+
+}  // namespace
+
+int PlaySources(const Programs& programs, int sources, int seconds_of_load) {
+  Stage stage(programs);
+  if (!stage.Start(1)) return 1;
+  Camera& camera = *stage.cameras.front();
+  Sources made_up(stage, sources);
+  int heard = -1;
+  camera.bus.OnMessage([&](const desk::BusMessage& message) {
+    Json::Value push;
+    if (message.topic != bs::kBusNetPush || !bs::ParseJson(message.payload, push)) return;
+    if (push[bs::kPos].asUInt() == bs::kLeft) heard = push[bs::kFree].asInt();
+  });
+  camera.plan.zone = "L2/A";
+  camera.plan.shows[bs::kLeft] = {"L1/S"};
+  camera.plan.shows[bs::kRight] = {};
+  stage.HandOut(camera);
+  const auto start = Loop::Clock::now();
+  const auto seconds = [&] { return std::chrono::duration<double>(Loop::Clock::now() - start).count(); };
+  const auto true_within = [&](Milliseconds limit) {
+    return stage.loop.RunUntil([&] { return heard == made_up.Sum(); }, limit);
+  };
+  if (!true_within(kLimit)) stage.Breach("not all sources are counted: " + std::to_string(heard));
+  printf("%d sources, all counted after %.2f s\n", sources, seconds());
+
+  const pid_t relay = camera.device.relay.pid();
+  const double cpu = CpuSeconds(relay), from = seconds();
+  auto last = Loop::Clock::now();
+  const uint64_t going = stage.loop.Every(kTick, [&] {
+    const auto now = Loop::Clock::now();
+    made_up.Go(std::chrono::duration_cast<Milliseconds>(now - last));
+    last = now;
+  });
+  stage.loop.RunFor(Milliseconds(seconds_of_load * 1000));
+  const double share = (CpuSeconds(relay) - cpu) / (seconds() - from);
+  stage.loop.Cancel(going);
+  if (!true_within(kLimit)) {
+    stage.Breach("shown " + std::to_string(heard) + ", the truth is " + std::to_string(made_up.Sum()));
+  }
+  printf("%d changes a second beside the repetitions: %.1f %% of a core, %d kB resident\n", kChangesASecond,
+         share * 100, ResidentKb(relay));
+  return stage.breaches() == 0 ? 0 : 1;
+}
+
+}  // namespace trials
