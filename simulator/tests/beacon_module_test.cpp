@@ -77,6 +77,13 @@ class BeaconLine : public testing::Test {
     return near_->Read();
   }
 
+  // The same for an answer that has to come, on a busy machine too.
+  std::string Answer(const std::string& command) {
+    std::string answer = Exchange(command, Milliseconds(1));
+    loop_.RunUntil([&] { return (answer += near_->Read()).find("\r\n") != std::string::npos; }, Milliseconds(5000));
+    return answer;
+  }
+
   TemporaryDirectory directory_;
   Loop loop_;
   Pty line_;
@@ -99,14 +106,14 @@ TEST_F(BeaconLine, SilentAndUnpluggedModulesTakeNothingUp) {
   EXPECT_EQ(Exchange("DTM:MAJ-0x0009\r\n", Milliseconds(30)), "");
   EXPECT_EQ(module_.state().major, 1);
   module_.Plug();
-  EXPECT_EQ(Exchange("DTM:MAJ-0x0009\r\n", Milliseconds(30)), "MTD:OK\r\n");
+  EXPECT_EQ(Answer("DTM:MAJ-0x0009\r\n"), "MTD:OK\r\n");
   EXPECT_EQ(module_.state().major, 9);
 }
 
 TEST_F(BeaconLine, AnswersComeLateInPiecesOrSpoilt) {
   module_.Behave(BeaconManner::kSlow, Milliseconds(200));
   EXPECT_EQ(Exchange("DTM:MAJ-0x0001\r\n", Milliseconds(50)), "");
-  EXPECT_EQ(Exchange("", Milliseconds(250)), "MTD:OK\r\n");
+  EXPECT_EQ(Answer(""), "MTD:OK\r\n");
   module_.Behave(BeaconManner::kGarbage);
   EXPECT_NE(Exchange("DTM:MAJ-0x0001\r\n", Milliseconds(30)).find("\x80?#"), std::string::npos);
   module_.Behave(BeaconManner::kSplit);
