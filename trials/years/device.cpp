@@ -27,6 +27,7 @@ constexpr Micros kReplyPatience = 2 * kMinute;
 constexpr Micros kFeedingPatience = 30 * kSecond;
 constexpr unsigned kCarsPerSpaceAndDay = 60;
 constexpr unsigned kRequestsPerDay = 60;
+constexpr unsigned kAskedFromAfar = 300;  // of a thousand
 constexpr uint64_t kTrafficStream = 0x7AFF1C;
 
 enum : int { kBeaconLine = bs::TTY_DEV_UART1, kExternalLine = bs::TTY_DEV_UART2 };
@@ -47,7 +48,7 @@ Device::Device(World& world, unsigned number, std::string name)
 
 void Device::JoinSite() {
   store.values["relay_value"] = std::string(R"({"site": ")") + kSiteName + R"(", "device": ")" + name_ +
-                                R"(", "broker": "mqtt://198.18.0.1", "remote": "read"})";
+                                R"(", "broker": "mqtt://198.18.0.1", "remote": "configure"})";
 }
 
 void Device::StartDaemon() {
@@ -83,7 +84,11 @@ void Device::BeginDay(uint64_t day) {
   for (unsigned i = 0; i < kRequestsPerDay; ++i) {
     world_.schedule.At(begin + random.Below(kDay - kQuiet), [this, draw = random.Next()] {
       Random request(draw);
-      AskSomething(request);
+      if (request.Chance(kAskedFromAfar)) {
+        AskFromAfar(request);
+      } else {
+        AskSomething(request);
+      }
     });
   }
 }

@@ -86,6 +86,7 @@ class Device : public memory_board::MemoryBoard {
   void CheckWatchdog();
 
   // ---- device_relay.cpp ----
+  void AskFromAfar(Random& random);
   void StartRelay();
   void EndRelay(bool in_order, Micros rests);
   void RelayTurn(const std::function<void(relay::Milliseconds now)>& input);

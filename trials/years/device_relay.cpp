@@ -6,6 +6,7 @@
 #include "protocol/names.h"
 #include "protocol/site_names.h"
 #include "years/device.h"
+#include "years/requests.h"
 
 namespace years {
 namespace {
@@ -13,8 +14,11 @@ namespace {
 namespace bs = businessserver;
 
 constexpr Micros kBusRetry = kSecond;
+constexpr Micros kAnswerPatience = 3 * kMinute;  // a change that cannot be made is set back before it is answered
 
-const char* KeyOf(relay::StoreKey key) { return key == relay::StoreKey::kMembership ? "relay_value" : "relay_change"; }
+const char* KeyOf(relay::StoreKey key) {
+  return key == relay::StoreKey::kChange ? "relay_change_value" : "relay_value";
+}
 
 }  // namespace
 
@@ -127,6 +131,12 @@ void Device::DoForRelay(const relay::Output& output) {
           later(0, [this, key = what.key, found, text](relay::Milliseconds now) {
             relay_->StoreRead(key, found, text, now);
           });
+        } else if constexpr (std::is_same_v<What, relay::WriteStore>) {
+          std::string before;
+          const bool done = store.Peek(KeyOf(what.key), &before, world_.schedule.now()) != Store::Answer::kFailed;
+          if (done && what.text.empty()) store.values.erase(KeyOf(what.key));
+          if (done && !what.text.empty()) store.values[KeyOf(what.key)] = what.text;
+          later(0, [this, key = what.key, done](relay::Milliseconds now) { relay_->StoreWritten(key, done, now); });
         } else if constexpr (std::is_same_v<What, relay::AskDevice>) {
           const uint32_t id = ++last_request_;
           asked_[id] = {what.text, world_.schedule.now(), 0, 0, false, 0, what.id};
@@ -135,6 +145,18 @@ void Device::DoForRelay(const relay::Output& output) {
         }
       },
       output);
+}
+
+// From the hub: answered once, or not at all where something was out of order meanwhile.
+void Device::AskFromAfar(Random& random) {
+  const std::string topic = bs::ReplyTopic(kSiteName, "desk/" + name_ + "-" + std::to_string(++last_request_));
+  world_.hub.Send({bs::RequestTopic(kSiteName, name_), DrawQuestionFromAfar(random), false, topic, "afar"});
+  world_.schedule.In(kAnswerPatience, [this, topic] {
+    const unsigned answers = world_.hub.TakeAnswers(topic);
+    if (answers > 1 || (answers == 0 && !world_.promises.IsExcused(number_))) {
+      world_.promises.Break(number_, std::to_string(answers) + " answers to a request from afar");
+    }
+  });
 }
 
 }  // namespace years

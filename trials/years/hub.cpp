@@ -8,6 +8,7 @@
 namespace years {
 namespace {
 
+constexpr char kAnswerBranch[] = "/reply/";
 constexpr Micros kWay = 3 * kMillisecond;
 constexpr Micros kConnectPatience = 10 * kSecond;
 constexpr Micros kRelayNotices = 25 * kSecond;   // a dead connection
@@ -108,6 +109,7 @@ void Hub::Publish(unsigned cable, const relay::PublishHub& message) {
 
 void Hub::Accept(const std::string& topic, const std::string& payload, bool retained, uint32_t expiry_s,
                  const HubDelivery& properties) {
+  if (topic.find(kAnswerBranch) != std::string::npos) ++answers_[topic];
   if (retained && payload.empty()) {
     kept_.erase(topic);
   } else if (retained) {
@@ -162,12 +164,10 @@ void Hub::CutCable(unsigned cable, Micros until) {
   });
 }
 
-std::map<std::string, std::string> Hub::Kept() const {
-  std::map<std::string, std::string> kept;
-  for (const auto& [topic, message] : kept_) {
-    if (message.expires == 0 || message.expires > schedule_.now()) kept[topic] = message.payload;
-  }
-  return kept;
+unsigned Hub::TakeAnswers(const std::string& topic) {
+  const unsigned answers = answers_[topic];
+  answers_.erase(topic);
+  return answers;
 }
 
 }  // namespace years

@@ -47,7 +47,8 @@ class Hub {
   void Send(const HubDelivery& message);
   void Kill(Micros lasts, bool forgets);
   void CutCable(unsigned cable, Micros until);
-  std::map<std::string, std::string> Kept() const;
+  // How many answers have come to a topic since the last call.
+  unsigned TakeAnswers(const std::string& topic);
 
  private:
   struct Connection {
@@ -75,6 +76,7 @@ class Hub {
   std::map<unsigned, Connection> connections_;
   std::map<unsigned, Micros> cut_until_;
   std::map<std::string, KeptMessage> kept_;
+  std::map<std::string, unsigned> answers_;  // by topic below reply/
   Micros down_until_ = 0;
   uint64_t connections_made_ = 0;
 };

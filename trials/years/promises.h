@@ -38,6 +38,8 @@ class Promises {
   // Something of this device failed that lets old counts stand longer than they should on a sound one.
   void Excuse(unsigned device, Micros until);
 
+  bool IsExcused(unsigned device) { return schedule_.now() < devices_[device].excused_until; }
+
   // The daemon broadcast its sums.
   void Displayed(unsigned device, std::string_view frame_changed);
   // Every display must show the truth now.

@@ -110,6 +110,25 @@ Question DrawQuestion(Random& random) {
   }
 }
 
+std::string DrawQuestionFromAfar(Random& random) {
+  switch (random.Below(6)) {
+    case 0:
+      return R"({"type": "try_change", "body": {"id": "years", "seconds": )" + std::to_string(1 + random.Below(120)) +
+             R"(, "changes": [{"type": "set_dev_pos", "body": {"pos": )" + Number(random, 4) +
+             R"(}}, {"type": "set_parking_color_cfg", "body": {)" + Colours(random) + "}}]}}";
+    case 1:
+      return R"({"type": "keep_change", "body": {"id": "years"}})";
+    case 2:
+      return R"({"type": "undo_change", "body": {"id": "years"}})";
+    case 3:
+      return R"({"type": "get_change"})";
+    case 4:
+      return R"({"type": "get_relay_cfg"})";
+    default:
+      return Request("get_net_status", "");
+  }
+}
+
 std::string DrawBytes(Random& random, size_t size) {
   std::string bytes;
   while (bytes.size() < size) bytes += static_cast<char>(random.Next());

@@ -20,6 +20,9 @@ void PutOwnersDocuments(Store& store, unsigned device);
 // A question that the device answers at once and that leaves its displays and spaces as they are.
 Question DrawQuestion(Random& random);
 
+// What a device's relay answers or carries: readings, and changes that are tried and go back or are kept.
+std::string DrawQuestionFromAfar(Random& random);
+
 std::string DrawBytes(Random& random, size_t size);
 
 // Texts that are nearly a message, or not at all.
