@@ -122,18 +122,21 @@ TEST(NetPush, SilentDevicesAreGoneAfterTwoPeriods) {
 }
 
 TEST(NetPush, IgnoresNewDevicesBeyondTheLimit) {
-  ResetFake();
-  NetPush net_push;
   const uint32_t limit = NetPush::kMaxDevices;
-  for (uint32_t ip = 1; ip <= limit; ++ip) net_push.InsertNetList({kLeft, ip, 1, 0}, Json::Value());
-  recounts = 0;
-  net_push.SetDataCallback(nullptr, CountRecount);
-  for (const uint32_t ip : {1, 2}) net_push.InsertNetList({kLeft, limit + ip, 9, 9}, Parse(R"([{"ip":9}])"));
-  for (const uint32_t ip : {limit, kLoopbackAddress}) net_push.InsertNetList({kLeft, ip, 2, 0}, Json::Value());
-  EXPECT_EQ(net_push.Counts().totle, limit + 3) << "a known device and this one are not new";
-  EXPECT_EQ(Controlled(net_push), "");
-  EXPECT_EQ(recounts, 4);
-  EXPECT_TRUE(Fake().log.size() == 1 && Fake().log[0].level == 3) << "said once";
+  for (const bool own_first : {false, true}) {
+    ResetFake();
+    NetPush net_push;
+    if (own_first) net_push.InsertNetList({kLeft, kLoopbackAddress, 1, 0}, Json::Value());
+    for (uint32_t ip = 1; ip <= limit; ++ip) net_push.InsertNetList({kLeft, ip, 1, 0}, Json::Value());
+    recounts = 0;
+    net_push.SetDataCallback(nullptr, CountRecount);
+    for (const uint32_t ip : {1, 2}) net_push.InsertNetList({kLeft, limit + ip, 9, 9}, Parse(R"([{"ip":9}])"));
+    for (const uint32_t ip : {limit, kLoopbackAddress}) net_push.InsertNetList({kLeft, ip, 2, 0}, Json::Value());
+    EXPECT_EQ(net_push.Counts().totle, limit + 3) << "a known device and this one are not new";
+    EXPECT_EQ(Controlled(net_push), "");
+    EXPECT_EQ(recounts, 4);
+    EXPECT_TRUE(Fake().log.size() == 1 && Fake().log[0].level == 3) << "said once";
+  }
 }
 
 // Ageing by a walk that clears flags on its way and starts again after each erasure.

@@ -72,13 +72,14 @@ int NetPush::CheckNetList(int, short, const void* self) {
 
 void NetPush::InsertNetList(const DevFrameInfo& info, const Json::Value& cm_devs) {
   const std::vector<CmDevFrameInfo> reported = ReadCmDevs(info.ip, cm_devs);
-  if (devices_.size() >= kMaxDevices && info.ip != kLoopbackAddress && devices_.count(info.ip) == 0) {
+  const bool no_room = devices_.size() - devices_.count(kLoopbackAddress) >= kMaxDevices;
+  if (no_room && info.ip != kLoopbackAddress && devices_.count(info.ip) == 0) {
     if (!full_) BS_LOG(kError) << "counts of more than " << devices_.size() << " devices, the others are ignored";
     full_ = true;
     UpdateNetStatus();
     return;
   }
-  full_ = full_ && devices_.size() >= kMaxDevices;
+  full_ = full_ && no_room;
   devices_[info.ip] = {1, info.pos, info.ip, info.totle, info.free};
   for (const CmDevFrameInfo& device : reported) InsertCmDevList(device);
   UpdateNetStatus();
