@@ -42,7 +42,7 @@ bool ClaimDevice() {
   const int fd = NewSocket();  // never closed; the programs that the server starts do not inherit it
   for (int tries = 0; tries < kTries; ++tries) {
     if (bind(fd, reinterpret_cast<const sockaddr*>(&address), size) == 0) {
-      listen(fd, 1);
+      listen(fd, SOMAXCONN);  // nobody takes the connections: each that asked waits for as long as this process lives
       return true;
     }
     if (errno != EADDRINUSE) return true;

@@ -15,148 +15,17 @@
 #include <thread>
 #include <utility>
 
-#include "installed_device.h"
 #include "protocol/names.h"
 #include "protocol/stored_documents.h"
-#include "stranger.h"
+#include "siege.h"
 
 namespace {
 
 namespace bs = businessserver;
-using Clock = std::chrono::steady_clock;
 using desk::Loop;
 using std::chrono::milliseconds;
 
-constexpr uint16_t kBus = 5291, kStore = 5299;
-// What the processes may take at any time, in MB.
-constexpr double kBrokerLimit = 120, kStoreLimit = 128, kDaemonLimit = 24;
 constexpr size_t kLongestMessage = 65536;
-constexpr auto kBackWithin = std::chrono::seconds(5);
-
-class Siege : public InstalledDevice {
- protected:
-  Siege() {
-    rlimit files{};
-    getrlimit(RLIMIT_NOFILE, &files);
-    files.rlim_cur = files.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &files);
-    const std::string here = directory_.path;
-    std::filesystem::create_directory(here + "/log");
-    const auto configure = [&](desk::Process& process, const char* service, const std::string& command) {
-      const std::string files = service == nullptr ? "" : "prlimit --nofile=" + UnitSays(service, "LimitNOFILE");
-      process.Configure({"sh", "-c", "exec " + files + " " + command + " >>log/" + process.name() + " 2>&1"}, here);
-    };
-    configure(device_.broker, "bus", "mosquitto -c " + here + "/mosquitto.conf");
-    configure(device_.store, "store", "redis-server " + here + "/etc/redis.conf --dir " + here + "/store");
-    configure(device_.daemon, nullptr, BINARY_DIRECTORY "/business_server");
-    watched_ = {{&device_.broker, " running\n", UnitMegabytes("bus"), 0},
-                {&device_.store, "Ready to accept connections", UnitMegabytes("store"), 0},
-                {&device_.daemon, "the bus is connected", 0, 0}};
-    for (const Watched& row : watched_) Bring(row);
-    began_ = Clock::now();
-  }
-
-  static std::string UnitSays(const std::string& service, const std::string& word) {
-    const std::string unit = ReadFile(std::string(kPackaging) + "/systemd/business-server-" + service + ".service");
-    const size_t at = unit.find("\n" + word + "=");
-    if (at == std::string::npos) return "1024";
-    const size_t value = at + word.size() + 2;
-    return unit.substr(value, unit.find('\n', value) - value);
-  }
-
-  struct Watched {
-    desk::Process* process;
-    const char* ready;  // what its log then says
-    double limit;       // MB, 0 for none
-    double peak;
-  };
-
-  // Their logs go to files at once: nobody reads a pipe while the siege is on.
-  void Bring(const Watched& row) {
-    const auto log = directory_.path / "log" / row.process->name();
-    const size_t before = ReadFile(log).size();
-    std::string problem;
-    ASSERT_TRUE(row.process->Start(problem)) << problem;
-    const auto end = Clock::now() + std::chrono::seconds(30);
-    while (ReadFile(log).find(row.ready, before) == std::string::npos) {
-      ASSERT_LT(Clock::now(), end) << row.process->name() << ": " << ReadFile(log).substr(before);
-      std::this_thread::sleep_for(milliseconds(5));
-    }
-  }
-
-  static double UnitMegabytes(const std::string& service) {
-    return std::stod(UnitSays(service, "MemoryMax")) * 1.048576;
-  }
-
-  // What the supervisor does with a program that ended by itself or took more than its unit allows.
-  void Supervise() {
-    loop_.Turn(milliseconds(0));
-    for (const Watched& row : watched_) {
-      if (row.process->running() && row.limit > 0 && Resident(*row.process, "VmRSS:") > row.limit) row.process->Kill();
-      if (row.process->running()) continue;
-      ++restarts_;
-      Bring(row);
-    }
-  }
-
-  // In MB.
-  static double Resident(const desk::Process& process, const std::string& which) {
-    const std::string status = ReadFile("/proc/" + std::to_string(process.pid()) + "/status");
-    const size_t at = status.find(which);
-    return at == std::string::npos ? 0 : std::stod(status.substr(at + which.size())) * 1024 / 1e6;
-  }
-
-  // To be called while those who attack are still there: what was done, and what it cost.
-  void Report(const std::string& what) {
-    Sample();
-    printf("%-86s", what.c_str());
-    for (const Watched& row : watched_) printf(" %s %5.1f MB,", row.process->name().c_str(), row.peak);
-    printf(" %d restarts, %.1f s\n", restarts_, std::chrono::duration<double>(Clock::now() - began_).count());
-    EXPECT_LT(watched_[0].peak, kBrokerLimit);
-    EXPECT_LT(watched_[1].peak, kStoreLimit);
-    EXPECT_LT(watched_[2].peak, kDaemonLimit);
-  }
-
-  std::string Password(const std::string& role) const {
-    std::string password;
-    std::ifstream file(directory_.path / "bus" / role);
-    std::getline(file, password);
-    return password;
-  }
-  // A client of the bus under the account of a role.
-  Stranger LogIn(const std::string& role, int receive_buffer = 0, mqtt::Login login = {}) const {
-    Stranger client(kBus, receive_buffer);
-    login.user = role;
-    login.password = Password(role);
-    client.Send(mqtt::Connect(login));
-    EXPECT_EQ(client.ReadPacket(milliseconds(5000)).substr(0, 1), "\x20") << role;
-    return client;
-  }
-
-  // Whether an honest client logs in, asks and gets its answer; how long that took in seconds.
-  double AnswersAfter() {
-    const auto began = Clock::now();
-    do {
-      Supervise();
-      if (Shell(BINARY_DIRECTORY "/parkctl request get_ttyio_cfg").status == 0) {
-        return std::chrono::duration<double>(Clock::now() - began).count();
-      }
-    } while (Clock::now() < began + kBackWithin);
-    ADD_FAILURE() << "no answer within 5 s";
-    return 99;
-  }
-
-  size_t LogSize() const { return std::filesystem::file_size(directory_.path / "log/daemon"); }
-
-  // Takes note of what they took; what a process had that has ended since then is lost.
-  void Sample() {
-    for (Watched& row : watched_) row.peak = std::max(row.peak, Resident(*row.process, "VmHWM:"));
-  }
-
-  std::vector<Watched> watched_;
-  int restarts_ = 0;
-  Clock::time_point began_;
-};
 
 TEST_F(Siege, UnfinishedPacketsWithoutAnAccount) {
   Stranger large(kBus);
@@ -359,28 +228,13 @@ TEST_F(Siege, RefusedCommandsFromOutside) {
          " kB written");
 }
 
-// As long as one burst can be: the daemon listens to it and to nobody else.
-TEST_F(Siege, ALineThatNeverFallsSilent) {
-  constexpr int kBurst = 1024;
-  int sent = 0;
-  const uint64_t drip = loop_.Every(milliseconds(24), [&] {
-    device_.external_line.Send("x");
-    ++sent;
-  });
-  EXPECT_TRUE(loop_.RunUntil([&] { return sent >= kBurst; }, std::chrono::seconds(60)));
-  loop_.Cancel(drip);
-  EXPECT_LT(AnswersAfter(), 5);
-  EXPECT_EQ(ReadFile(directory_.path / "log/daemon").find("connection is lost"), std::string::npos);
-  Report("a stranger on the line: a byte every 24 ms, 1,024 of them");
-}
-
 // Another user's program on the ports of bus and store, who says that whoever comes is welcome.
 class Impostor {
  public:
   Impostor() {
     if (pipe2(heard_, O_CLOEXEC) != 0 || (pid_ = fork()) != 0) return;
     if (setgid(65534) != 0 || setuid(65534) != 0) _exit(1);
-    pollfd ports[] = {{Listen(kBus), POLLIN, 0}, {Listen(kStore), POLLIN, 0}};
+    pollfd ports[] = {{Listen(5291), POLLIN, 0}, {Listen(5299), POLLIN, 0}};
     while (poll(ports, 2, -1) > 0) {
       for (const pollfd& port : ports) {
         if (port.revents != 0) Welcome(port.fd, &port == ports ? std::string("\x20\x03\0\0\0", 5) : "");
