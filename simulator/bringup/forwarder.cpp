@@ -90,7 +90,8 @@ void Forwarder::Watch(const std::shared_ptr<Link>& link, Side Link::*from, Side 
 }
 
 void Forwarder::Close(const std::shared_ptr<Link>& link) {
-  const std::shared_ptr<Link> kept = link;  // beyond its entry
+  // Beyond its entry, which the caller's reference may be.
+  const std::shared_ptr<Link> kept = link;  // NOLINT(performance-unnecessary-copy-initialization)
   links_.erase(kept->near.descriptor);
   for (Side* side : {&kept->near, &kept->far}) {
     loop_.Unwatch(side->descriptor);
