@@ -145,6 +145,7 @@ void BusinessServer::SendDevRs485ProData(LX_Parking_Result_Param* param) {
 }
 
 void BusinessServer::SendSWTtyioData(LX_Parking_Result_Param* param) {
+  if (param == nullptr) return;
   for (size_t i = 0; i < kSpaces; ++i) {
     const LX_ParkingResult& result = param->spaces[i];
     if (result.valid != 1) continue;
