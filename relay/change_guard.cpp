@@ -19,6 +19,7 @@ constexpr int kMostSeconds = 3600;
 constexpr Milliseconds kPatience = 5000;  // for an answer of the device, and before the next attempt
 constexpr int kMostRefusals = 12;         // of a setting back
 
+constexpr int kNoStore = 503;
 constexpr int kNoAnswer = 504;
 
 constexpr char kAnother[] = "another change waits";
@@ -31,6 +32,9 @@ std::string RequestText(std::string_view type, const Json::Value& body) {
   if (!body.isNull()) request[bs::kBody] = body;
   return CompactText(request);
 }
+
+// Nothing is wrong with what was asked: it is asked again until it is answered.
+bool IsAway(int state) { return state == kNoStore || state == kNoAnswer; }
 
 // A member of what may be no object.
 Json::Value Member(const Json::Value& document, const char* name) {
@@ -183,6 +187,7 @@ void ChangeGuard::Begin(Phase phase, Milliseconds now) {
 
 void ChangeGuard::Next(Milliseconds now) {
   patience_ = now + kPatience;
+  read_.reset();
   switch (phase_) {
     case Phase::kReading:
     case Phase::kChecking:
@@ -294,7 +299,36 @@ void ChangeGuard::Answered(std::string_view reply, Milliseconds now) {
     outcome.state = document[bs::kState].asInt();
     outcome.error_msg = document[bs::kErrorMsg].isString() ? document[bs::kErrorMsg].asString() : "";
   }
-  Taken(outcome, Member(document, bs::kBody), now);
+  const bs::StoredDocument* const stored = DocumentRead();
+  if (stored == nullptr || outcome.state != bs::kAllDone.state) {
+    Taken(outcome, Member(document, bs::kBody), now);
+    return;
+  }
+  read_ = Member(document, bs::kBody);
+  wishes_.push_back(Look{stored});
+}
+
+// What the question under way reads, null for what is set and for what the relay reads itself.
+const bs::StoredDocument* ChangeGuard::DocumentRead() const {
+  if (phase_ == Phase::kSetting || (phase_ == Phase::kRestoring && !compares_)) return nullptr;
+  const Change& change = changes_[phase_ == Phase::kRestoring ? at_ - 1 : at_];
+  const bs::Command* const command = bs::FindCommand(bs::kBusRequestMessage, change.type);
+  return command != nullptr ? command->document : nullptr;
+}
+
+// A device that its store does not answer goes by its defaults, and says so with "All done". Taken for what was stored,
+// a default would be set over its owner's document, or would pass for what was set back.
+void ChangeGuard::Looked(Found found, std::string_view text, Milliseconds now) {
+  if (!read_) return;
+  const Json::Value body = *std::exchange(read_, std::nullopt);
+  Json::Value stored;
+  if (found == Found::kUnreachable) {
+    Taken({kNoStore, "the store does not answer"}, Json::Value(), now);
+  } else if (found == Found::kYes && !(bs::ParseJson(text, stored) && stored == body)) {
+    Taken({kNoStore, "the device does not say what is stored"}, Json::Value(), now);
+  } else {
+    Taken({}, body, now);
+  }
 }
 
 // What the device made of the question under way.
@@ -330,7 +364,7 @@ void ChangeGuard::TakenBack(const Outcome& outcome, const Json::Value& body, Mil
   bool done = outcome.state == bs::kAllDone.state;
   if (compares_) {
     done = done && body == change.before;
-  } else if (!done && outcome.state != kNoAnswer) {
+  } else if (!done && !IsAway(outcome.state)) {
     compares_ = true;
     refusal_ = outcome.error_msg;
     Next(now);
@@ -338,10 +372,10 @@ void ChangeGuard::TakenBack(const Outcome& outcome, const Json::Value& body, Mil
   }
   compares_ = false;
   if (!done) {
-    const std::string reason = outcome.state == kNoAnswer ? outcome.error_msg : refusal_;
+    const std::string reason = IsAway(outcome.state) ? outcome.error_msg : refusal_;
     if (!said_) wishes_.push_back(Say{kError, change.type + " cannot be set back yet: " + reason});
     said_ = true;
-    if (outcome.state == kNoAnswer || ++refusals_ < kMostRefusals) return;  // again, when patience is over
+    if (IsAway(outcome.state) || ++refusals_ < kMostRefusals) return;  // again, when patience is over
     wishes_.push_back(Say{kError, change.type + " is not set back: " + reason});
   }
   --at_;

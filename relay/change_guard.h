@@ -17,6 +17,7 @@
 #include <variant>
 #include <vector>
 
+#include "relay/outputs.h"
 #include "relay/site_counts.h"
 
 namespace relay {
@@ -53,11 +54,14 @@ class ChangeGuard {
   struct Store {  // in place of what is stored, empty for nothing; answered by Stored
     std::string text;
   };
+  struct Look {  // at what is stored; answered by Looked
+    const bs::StoredDocument* document;
+  };
   struct Say {
     int level;
     std::string text;
   };
-  using Wish = std::variant<Ask, Answer, Store, Say>;
+  using Wish = std::variant<Ask, Answer, Store, Look, Say>;
   std::vector<Wish> Take() { return std::exchange(wishes_, {}); }
   Milliseconds NextTurn() const;
 
@@ -73,6 +77,7 @@ class ChangeGuard {
   void Request(uint64_t token, const Json::Value& request, Milliseconds now);
   void Answered(std::string_view reply, Milliseconds now);
   void Stored(bool done, Milliseconds now);
+  void Looked(Found found, std::string_view text, Milliseconds now);
   void Turn(Milliseconds now);
 
   bool IsIdle() const { return phase_ == Phase::kIdle; }
@@ -101,6 +106,7 @@ class ChangeGuard {
   void Next(Milliseconds now);  // asks for what comes next, or ends the phase
   void Save(bool complete);
   void GoBack(Milliseconds now);
+  const bs::StoredDocument* DocumentRead() const;
   void Taken(const Outcome& outcome, const Json::Value& body, Milliseconds now);
   void TakenBack(const Outcome& outcome, const Json::Value& body, Milliseconds now);
   void End();
@@ -116,6 +122,7 @@ class ChangeGuard {
   size_t at_ = 0;   // the change under way; while it goes back, one beyond it
   size_t set_ = 0;  // changes that may have been set
   bool asked_ = false;
+  std::optional<Json::Value> read_;  // by the device, and not yet compared with the store
   int refusals_ = 0;
   std::string refusal_;    // of the latest setting back
   bool compares_ = false;  // whether anything is left to set back

@@ -8,12 +8,14 @@
 #include <variant>
 #include <vector>
 
+#include "protocol/stored_documents.h"
 #include "relay/documents.h"
 
 namespace relay {
 
-// Places of the relay's own in the device's store. The second is the first, read on another's behalf.
-enum class StoreKey { kMembership, kMembershipAsked, kChange };
+// Places of the relay's own in the device's store. The second is the first, read on another's behalf; the last is a
+// document of the daemon's, which is only read.
+enum class StoreKey { kMembership, kMembershipAsked, kChange, kDocument };
 
 // The answers of a store.
 enum class Found { kYes, kNo, kUnreachable };
@@ -56,6 +58,7 @@ struct AskDevice {  // BUS_REQUEST_MESSAGE, answered by DeviceAnswered
 };
 struct ReadStore {  // answered by StoreRead
   StoreKey key;
+  const bs::StoredDocument* document = nullptr;  // for kDocument
 };
 struct WriteStore {  // answered by StoreWritten
   StoreKey key;

@@ -191,7 +191,8 @@ void Program::Do(const AskDevice& ask) {
 }
 
 void Program::Do(const ReadStore& read) {
-  const std::string_view key = KeyOf(read.key);
+  const std::string_view key =
+      read.document != nullptr ? std::string_view(read.document->key, read.document->key_length) : KeyOf(read.key);
   std::string text;
   const int result = Kvdb_GetKey(
       key.data(), static_cast<uint16_t>(key.size()),

@@ -22,7 +22,7 @@ void Pushes::Unwant(size_t direction) {
   if (d.wanted) d.owes_zero = true;
   d.wanted.reset();
   d.pushed.reset();
-  d.again = false;
+  d.again = d.doubted = false;
 }
 
 void Pushes::PushAllAgain() {
@@ -32,7 +32,11 @@ void Pushes::PushAllAgain() {
 void Pushes::Heard(const Frame& frame, Milliseconds now) {
   for (size_t i = 0; i < kDirections; ++i) {
     Direction& d = directions_[i];
-    if (d.pushed && now > d.pushed_at + kReflection && frame.reflects[i] != d.pushed) d.again = true;
+    if (!d.pushed) continue;
+    const bool contradicts = frame.reflects[i] != d.pushed;
+    // Too soon, it may have been on its way; but a daemon that starts anew says what it holds only once.
+    d.doubted = contradicts;
+    if (now > d.pushed_at + kReflection) d.again |= contradicts;
   }
 }
 
@@ -44,6 +48,8 @@ std::optional<std::pair<size_t, Counts>> Pushes::Next(Milliseconds now) {
     return due_a != due_b ? due_a < due_b : a.pushed_at < b.pushed_at;
   });
   if (DueSince(*first) > now) return std::nullopt;
+  first->insisted = first->doubted && first->pushed == first->wanted && !first->again;
+  first->doubted = false;
   first->pushed = first->wanted;
   first->pushed_at = now;
   first->again = false;
@@ -62,7 +68,8 @@ Milliseconds Pushes::NextDue() const {
 Milliseconds Pushes::DueSince(const Direction& direction) {
   if (!direction.wanted) return direction.owes_zero ? 0 : kNever;
   if (direction.pushed != direction.wanted || direction.again) return 0;
-  return direction.pushed_at + kRepeat;
+  const bool insists = direction.doubted && !direction.insisted;
+  return direction.pushed_at + (insists ? kReflection : kRepeat);
 }
 
 }  // namespace relay

@@ -35,6 +35,8 @@ class Pushes {
     std::optional<Counts> wanted;
     std::optional<Counts> pushed;
     bool again = false;      // pushed, but the daemon says otherwise
+    bool doubted = false;    // the daemon's latest word, which may be older than the push
+    bool insisted = false;   // pushed for a doubt, which is done once
     bool owes_zero = false;  // no longer wanted, and the daemon does not know
     Milliseconds pushed_at = 0;
   };

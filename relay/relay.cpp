@@ -51,6 +51,9 @@ void Relay::StoreRead(StoreKey key, Found found, std::string_view text, Millisec
     case StoreKey::kChange:
       TakeStoredChange(found, text, now);
       break;
+    case StoreKey::kDocument:
+      guard_.Looked(found, text, now);
+      break;
   }
   Turn(now);
 }

@@ -125,6 +125,8 @@ void Relay::TurnGuard(Milliseconds now) {
         guard_requesters_.erase(requester);
       } else if (auto* const store = std::get_if<ChangeGuard::Store>(&wish)) {
         Do(WriteStore{StoreKey::kChange, std::move(store->text)});
+      } else if (auto* const look = std::get_if<ChangeGuard::Look>(&wish)) {
+        Do(ReadStore{StoreKey::kDocument, look->document});
       } else if (auto* const say = std::get_if<ChangeGuard::Say>(&wish)) {
         Do(Say{say->level, std::move(say->text)});
       }

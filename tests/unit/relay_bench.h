@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -118,6 +119,7 @@ class RelayBench : public testing::Test {
   };
   StoredText store_{Found::kYes, kDocument};
   StoredText change_{Found::kNo, ""};
+  std::function<StoredText(const bs::StoredDocument&)> stored_document_;  // of the daemon
   Milliseconds now_ = 1000000;
   std::optional<Relay> relay_{std::in_place, Start{"5e0c11a7", "1.1.0", 1763900000, 1}, now_};
   std::vector<std::string> wanted_;
@@ -155,6 +157,11 @@ class RelayBench : public testing::Test {
   void Note(const AllowRequests& what) { wanted_.push_back(what.on ? "requests on" : "requests off"); }
   void Note(const AskDevice& what) { wanted_.push_back("ask " + std::to_string(what.id) + " " + what.text); }
   void Note(const ReadStore& what) {
+    if (what.key == StoreKey::kDocument) {
+      const StoredText stored = stored_document_(*what.document);
+      relay_->StoreRead(what.key, stored.found, stored.text, now_);
+      return;
+    }
     const bool of_change = what.key == StoreKey::kChange;
     const auto& kept = of_change ? change_ : store_;
     relay_->StoreRead(what.key, kept.found, kept.text, now_);

@@ -14,6 +14,12 @@ class RelayChanges : public RelayBench {
     store_.text = kConfigured;
     documents_["ttyio_cfg"] = Value(R"({"baudrate": 9600})");
     documents_["dev_pos"] = Value(R"({"pos": 1})");
+    stored_document_ = [this](const bs::StoredDocument& document) {
+      if (store_away_) return StoredText{Found::kUnreachable, ""};
+      const bool is_position = &document == &bs::kDevPos;
+      EXPECT_TRUE(is_position || &document == &bs::kDeviceTtyio) << document.key;
+      return StoredText{Found::kYes, CompactText(documents_[is_position ? "dev_pos" : "ttyio_cfg"]) + '\0'};
+    };
     Connect(R"({"zone": "L1"})");
     Serve();
   }
@@ -42,7 +48,9 @@ class RelayChanges : public RelayBench {
         if (ignores_ != type) document = request["body"];
         sets_ += (sets_.empty() ? "" : ", ") + type.substr(4) + CompactText(request["body"]);
       }
-      Answer(std::stoul(line.substr(4)), ReplyText(type, 200, "All done", type[0] == 'g' ? document : Json::Value()));
+      Json::Value body = document;
+      if (forgets_) body = Value(R"({"default": 0})");
+      Answer(std::stoul(line.substr(4)), ReplyText(type, 200, "All done", type[0] == 'g' ? body : Json::Value()));
     }
   }
 
@@ -80,6 +88,8 @@ class RelayChanges : public RelayBench {
   const std::string after_ = R"({"baudrate":19200}{"pos":2})";
   std::map<std::string, Json::Value> documents_;
   bool away_ = false;
+  bool store_away_ = false;
+  bool forgets_ = false;  // its store: it answers what it goes by without
   std::string refuses_, ignores_, sets_;
   Json::Value reply_;
 };
@@ -167,6 +177,33 @@ TEST_F(RelayChanges, WhatFailsOnTheWayLeavesNothing) {
   Sets();
   EXPECT_EQ(Try(Two()), "503 the store does not answer, nothing was changed");
   EXPECT_EQ(Sets(), "");
+}
+
+TEST_F(RelayChanges, ADefaultThatHidesWhatIsStoredIsNotSetBack) {
+  const struct {
+    bool store_away;
+    const char* reply;
+  } kCases[] = {{true, "503 set_ttyio_cfg: the store does not answer"},
+                {false, "503 set_ttyio_cfg: the device does not say what is stored"}};  // back for the relay only
+  for (const auto& c : kCases) {
+    forgets_ = true;
+    store_away_ = c.store_away;
+    EXPECT_EQ(Try(Two()), c.reply);
+    EXPECT_EQ(Sets(), "");
+    EXPECT_EQ(change_.found, Found::kNo);
+    forgets_ = store_away_ = false;
+  }
+  // What was not stored before is a default: that one is answered does not say that it is stored again.
+  documents_["ttyio_cfg"] = documents_["dev_pos"] = Value(R"({"default": 0})");
+  EXPECT_EQ(Try(Two(), 10), "200 All done");
+  forgets_ = store_away_ = true;
+  refuses_ = "set_dev_pos";
+  Wait(300000);
+  EXPECT_EQ(Held(), after_);
+  forgets_ = store_away_ = false;
+  refuses_ = "";
+  Wait(11000);
+  EXPECT_EQ(Held(), R"({"default":0}{"default":0})");
 }
 
 TEST_F(RelayChanges, ADeviceThatIsAwayIsWaitedFor) {

@@ -218,15 +218,24 @@ TEST_F(RelayBench, PushesAreRepeatedWhenTheDaemonLostThem) {
   Connect(kLeftC);
   Counts("B/L2/C", 3, 2);
   EXPECT_EQ(Pushed(), "left 3/2");
-  Advance(1000);
-  Frame(3, 3);  // may have been on its way
-  EXPECT_EQ(Pushed(), "");
-  Advance(1);
+  Advance(900);
+  Frame(3, 3);  // was on its way
+  Advance(99);
   Frame(6, 5, "2:3/2");
+  Advance(2);
   EXPECT_EQ(Pushed(), "");
   Frame(3, 3);
   EXPECT_EQ(Pushed(), "left 3/2");
-  Advance(1001);
+  Advance(300);
+  Frame(3, 3);  // the only word of a daemon that was started anew
+  Advance(699);
+  EXPECT_EQ(Pushed(), "");
+  Advance(1);
+  EXPECT_EQ(Pushed(), "left 3/2");
+  Advance(300);
+  Frame(3, 3);  // this one takes nothing: it is not pressed
+  Advance(10000);
+  EXPECT_EQ(Pushed(), "");
   Frame(6, 5, "2:3/1");
   EXPECT_EQ(Pushed(), "left 3/2");
   Advance(24999);
@@ -315,7 +324,7 @@ TEST_F(RelayBench, ADirectionHoldsSoManyDevicesAndNoMore) {
 
 TEST_F(RelayBench, MoreSpacesThanThereCanBeAreNotPushed) {
   Connect(kLeftC);
-  Frame(3, 1);
+  Frame(3, 1, "2:0/0");
   Counts("B/L2/C", 1048574, 5);
   Advance(1000);
   EXPECT_EQ(Last("push"), "");

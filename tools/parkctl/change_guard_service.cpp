@@ -155,6 +155,14 @@ class GuardService {
                                          : store_.Write(kChangeDocument, store.text);
     guard_.Stored(done, Now());
   }
+  void Do(const relay::ChangeGuard::Look& look) {
+    std::string text;
+    const Store::Found found = store_.Read(*look.document, text);
+    guard_.Looked(found == Store::Found::kUnreachable ? relay::Found::kUnreachable
+                  : found == Store::Found::kYes       ? relay::Found::kYes
+                                                      : relay::Found::kNo,
+                  text, Now());
+  }
   void Do(const relay::ChangeGuard::Say& say) { Note(say.text); }
 
   const ConfigDeviceOptions options_;
