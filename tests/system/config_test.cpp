@@ -38,6 +38,11 @@ TEST_F(ParkctlConfig, SetsWhatDiffersAndGoesBack) {
       {"parkctl config diff before; ls .local/state/parkctl/this-device.run.json", 2, "nothing differs"},
       {"flock .local/state/parkctl/this-device.lock parkctl config apply after --yes", 3, "another parkctl sets"},
       {"parkctl store set bus_dev_pos '{\"pos\": 3}' && parkctl config diff before", 1, "~ pos: 3 -> 0"},
+      // One thinks at the question while another sets: what was shown is no longer true, with and without a guard.
+      {"(sleep 1; parkctl store set bus_dev_pos '{\"pos\": 1}' >&2; sleep 0.5; echo y) | "
+       "script -qec 'parkctl config apply after --confirm 60' /dev/null",
+       1, "somebody has changed it meanwhile"},
+      {"parkctl request get_dev_pos && parkctl config confirm", 1, "\"pos\": 1"},
   });
 }
 
@@ -66,7 +71,10 @@ TEST_F(ParkctlConfig, GoesBackByItselfUnlessConfirmed) {
 TEST_F(ParkctlConfig, IsNotFooledByADeviceThatCannotStore) {
   MakeFiles();
   desk_.store().Stop();
-  RunAll({{"parkctl config apply after --yes", 2, "no store"}});
+  RunAll({{"parkctl config apply after --yes", 2, "no store"},
+          // Nobody knows whether a change waits there.
+          {"parkctl config confirm --site mqtt://127.0.0.1:1/garage --device D1", 2, "no connection to the hub"},
+          {"parkctl config rollback --site mqtt://127.0.0.1:1/garage --device D1", 2, "no connection to the hub"}});
 }
 
 }  // namespace

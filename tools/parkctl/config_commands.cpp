@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <fstream>
@@ -33,6 +34,18 @@ bool ReadSound(const std::string& path, Configuration& configuration) {
   const std::vector<std::string> faults = config::ReadFile(text, configuration);
   for (const std::string& fault : faults) std::cerr << words::Printable(fault) << "\n";
   return faults.empty();
+}
+
+// What differs; of what this way cannot be read it says so, and lets it be.
+std::vector<Change> Difference(const ConfigDevice& device, const Configuration& held, const Configuration& wanted) {
+  std::vector<Change> changes = config::Difference(held, wanted);
+  const auto unknown = [&](const Change& change) {
+    if (device.CanRead(*change.part)) return false;
+    Note(change.part->name + " cannot be read through the relay and is left as it is");
+    return true;
+  };
+  changes.erase(std::remove_if(changes.begin(), changes.end(), unknown), changes.end());
+  return changes;
 }
 
 void Show(const std::vector<Change>& changes) {
@@ -76,6 +89,8 @@ Json::Value GuardRequest(const char* type, const std::string& id = "") {
 struct Waiting {
   std::string id;  // empty: no change waits
   int seconds_left = 0;
+  int status = kDone;  // kNoAnswer: nobody knows whether one waits; kRefused: nobody may know, problem says why
+  std::string problem;
 };
 
 Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
@@ -83,8 +98,16 @@ Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
     Note("a change was waiting and the process that guards it was killed: it goes on");
     EnsureChangeGuard(options.device);
   }
-  const Reply reply = device.AskGuard(GuardRequest(relay::kGetChange));
   Waiting waiting;
+  if (!device.remote() && !ChangeGuardRuns()) return waiting;
+  const Reply reply = device.AskGuard(GuardRequest(relay::kGetChange));
+  if (!reply.Came()) {
+    device.Explain(reply);
+    waiting.status = kNoAnswer;
+  } else if (!reply.Done()) {
+    waiting.status = kRefused;
+    waiting.problem = std::to_string(reply.state) + " " + words::Printable(reply.error_msg);
+  }
   if (!reply.Done() || !reply.body["id"].isString()) return waiting;
   waiting.id = reply.body["id"].asString();
   waiting.seconds_left = reply.body["seconds_left"].asInt();
@@ -95,15 +118,22 @@ Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
 
 enum class Step { kDone, kRefused, kNoAnswer, kChangedMeanwhile };
 
+// kDone while the document is as it was shown, or already as it is to be.
+Step LookAgain(ConfigDevice& device, const Change& change, Json::Value& now) {
+  std::optional<Json::Value> read = device.ReadDocument(*change.part);
+  if (!read) return Step::kNoAnswer;
+  now = std::move(*read);
+  const bool as_before = now == change.before || (now.empty() && change.before.empty());
+  if (as_before || now == change.after) return Step::kDone;
+  std::cout << change.part->name << ": somebody has changed it meanwhile, nothing more is set:\n";
+  for (const std::string& line : Changes(change.before, now)) std::cout << "  " << line << "\n";
+  return Step::kChangedMeanwhile;
+}
+
 Step SetDocumentOf(ConfigDevice& device, const Change& change) {
-  const std::optional<Json::Value> now = device.ReadDocument(*change.part);
-  if (!now) return Step::kNoAnswer;
-  if (*now == change.after) return Step::kDone;
-  if (!change.before.isNull() && *now != change.before) {
-    std::cout << change.part->name << ": somebody has changed it meanwhile, nothing more is set:\n";
-    for (const std::string& line : Changes(change.before, *now)) std::cout << "  " << line << "\n";
-    return Step::kChangedMeanwhile;
-  }
+  Json::Value now;
+  if (const Step step = LookAgain(device, change, now); step != Step::kDone) return step;
+  if (now == change.after) return Step::kDone;
   Reply reply = device.Set(*change.part, change.after);
   for (int attempt = 1; !reply.Came() && attempt < kAttempts; ++attempt) {
     std::this_thread::sleep_for(kAttemptPause);
@@ -153,7 +183,7 @@ int SetAll(ConfigDevice& device, const ConfigState& state, const std::vector<Cha
 int CompleteUnfinished(ConfigDevice& device, const ConfigState& state, Configuration& held) {
   const std::optional<Configuration> unfinished = state.UnfinishedRun();
   if (!unfinished) return kDone;
-  const std::vector<Change> left = config::Difference(held, *unfinished);
+  const std::vector<Change> left = Difference(device, held, *unfinished);
   std::cout << "an earlier run ended half way, " << left.size() << " of its " << unfinished->documents.size()
             << " documents are left to set:\n";
   Show(left);
@@ -193,6 +223,11 @@ int TellTried(const ConfigDevice& device, const Reply& reply, int seconds) {
 
 int TryAll(ConfigDevice& device, const ConfigOptions& options, const std::string& id,
            const std::vector<Change>& changes) {
+  for (const Change& change : changes) {
+    Json::Value now;
+    const Step step = LookAgain(device, change, now);
+    if (step != Step::kDone) return step == Step::kNoAnswer ? kNoAnswer : kRefused;
+  }
   if (!device.remote() && !EnsureChangeGuard(options.device)) {
     Note("the process that would set everything back did not start: nothing is set");
     return kNoAnswer;
@@ -237,7 +272,7 @@ int ShowDifference(const ConfigOptions& options) {
   ConfigDevice device(options.device);
   const std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
-  const std::vector<Change> changes = config::Difference(*held, wanted);
+  const std::vector<Change> changes = Difference(device, *held, wanted);
   Show(changes);
   if (changes.empty()) std::cout << "nothing differs\n";
   return changes.empty() ? kDone : kRefused;
@@ -250,18 +285,23 @@ int ApplyConfiguration(const ConfigOptions& options) {
   const ConfigState state(device.FileName());
   const std::string id = ChangeId(wanted);
   const Waiting waiting = WaitingChange(device, options);
+  if (waiting.status == kNoAnswer) return kNoAnswer;
   if (!waiting.id.empty()) {
     if (waiting.id != id || options.confirm_s == 0) return RefuseWhileWaiting(waiting);
     Json::Value request = GuardRequest(relay::kTryChange, id);
     request[bs::kBody]["seconds"] = options.confirm_s;
     return TellTried(device, device.AskGuard(request), options.confirm_s);
   }
+  if (device.SiteTriesChange()) {
+    Note("a change that came from the site waits to be confirmed there: nothing is set");
+    return kRefused;
+  }
   std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
   if (!IsForThisDevice(wanted, *held, options.other_device)) return kMisused;
   if (const int status = CompleteUnfinished(device, state, *held); status == kNoAnswer) return status;
 
-  const std::vector<Change> changes = config::Difference(*held, wanted);
+  const std::vector<Change> changes = Difference(device, *held, wanted);
   if (changes.empty()) {
     std::cout << "nothing differs\n";
     return kDone;
@@ -277,8 +317,9 @@ int ApplyConfiguration(const ConfigOptions& options) {
 int ConfirmConfiguration(const ConfigOptions& options) {
   ConfigDevice device(options.device);
   const Waiting waiting = WaitingChange(device, options);
+  if (waiting.status == kNoAnswer) return kNoAnswer;
   if (waiting.id.empty()) {
-    Note("no change waits to be confirmed");
+    Note(waiting.status == kRefused ? "refused, " + waiting.problem : "no change waits to be confirmed");
     return kRefused;
   }
   const Reply reply = device.AskGuard(GuardRequest(relay::kKeepChange, waiting.id));
@@ -289,7 +330,9 @@ int ConfirmConfiguration(const ConfigOptions& options) {
 
 int RollBackConfiguration(const ConfigOptions& options) {
   ConfigDevice device(options.device);
-  if (const Waiting waiting = WaitingChange(device, options); !waiting.id.empty()) {
+  const Waiting waiting = WaitingChange(device, options);
+  if (waiting.status == kNoAnswer) return kNoAnswer;
+  if (!waiting.id.empty()) {
     const Reply reply = device.AskGuard(GuardRequest(relay::kUndoChange, waiting.id));
     if (!reply.Came()) return device.Explain(reply);
     std::cout << (reply.Done() ? "everything is as it was" : words::Printable(reply.error_msg)) << "\n";
@@ -303,7 +346,14 @@ int RollBackConfiguration(const ConfigOptions& options) {
   }
   const std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
-  const std::vector<Change> changes = config::Difference(*held, *good);
+  std::vector<Change> changes = Difference(device, *held, *good);
+  for (const config::Document& document : held->documents) {
+    // Only the relay's document can be taken away: every other has a default.
+    const auto same_part = [&](const config::Document& other) { return other.part == document.part; };
+    const bool was_there = std::any_of(good->documents.begin(), good->documents.end(), same_part);
+    if (document.part->name == config::kRelayDocument && !was_there)
+      changes.push_back({document.part, document.value, {}});
+  }
   if (changes.empty()) std::cout << "everything is as it was\n";
   Show(changes);
   state.BeginRun(changes);

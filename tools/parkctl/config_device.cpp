@@ -20,6 +20,8 @@ constexpr std::chrono::seconds kPatience{6};        // a device that is busy wit
 constexpr std::chrono::seconds kGuardPatience{30};  // a change is made and read back before it is answered
 constexpr char kRelayKey[] = "relay_value";
 constexpr char kChangeKey[] = "config_change_value";
+constexpr char kSiteChangeKey[] = "relay_change_value";
+const bs::StoredDocument kSiteChange = {kSiteChangeKey, sizeof kSiteChangeKey - 1, bs::kNoDefault};
 
 const bs::StoredDocument& DocumentOf(const config::Part& part) {
   for (const bs::StoredDocument* document : bs::kStoredDocuments) {
@@ -85,6 +87,11 @@ bool ConfigDevice::ChangeWasLeft() const {
   return store_ && !ChangeGuardRuns() && store_->Read(kChangeDocument, text) == Store::Found::kYes;
 }
 
+bool ConfigDevice::SiteTriesChange() const {
+  std::string text;
+  return store_ && store_->Read(kSiteChange, text) == Store::Found::kYes;
+}
+
 int ConfigDevice::Explain(const Reply& reply) const { return link_->Explain(reply.outcome, bs::kBusRequestMessage); }
 
 std::optional<Json::Value> ConfigDevice::ReadDocument(const config::Part& part) {
@@ -118,6 +125,7 @@ std::optional<config::Configuration> ConfigDevice::Read() {
   const config::Part& relay = *config::FindPart(config::kRelayDocument);
   if (remote_ && !ReadDocument(relay)) return std::nullopt;
   for (const config::Part& part : config::Parts()) {
+    if (!CanRead(part)) continue;
     std::optional<Json::Value> value = ReadDocument(part);
     if (!value) return std::nullopt;
     if (value->isObject() && !value->empty()) configuration.documents.push_back({&part, std::move(*value)});

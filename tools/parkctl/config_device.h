@@ -45,6 +45,9 @@ class ConfigDevice {
   // is left out. Nothing, with the reason on standard error, when it cannot be known.
   std::optional<config::Configuration> Read();
 
+  // Through a relay a document is only known where the device has a command that reads it.
+  bool CanRead(const config::Part& part) const { return !remote_ || !part.reading_command.empty(); }
+
   // The stored document; null where there is none, nothing when it cannot be known.
   std::optional<Json::Value> ReadDocument(const config::Part& part);
 
@@ -56,6 +59,9 @@ class ConfigDevice {
 
   // Whether this device's guard was killed while a change waited: the next one sets it back.
   bool ChangeWasLeft() const;
+
+  // Whether a change that came through this device's relay waits: it has a guard of its own.
+  bool SiteTriesChange() const;
 
   // Says why nothing came; returns the exit status.
   int Explain(const Reply& reply) const;
