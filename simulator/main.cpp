@@ -38,6 +38,7 @@ struct Options {
   desk::DevicePlan plan;
   int site = 0;  // devices; 0: a single one
   std::string pages;
+  std::string parkctl;
   std::vector<std::string> scripts;
   bool screen = false;
   bool stay = false;
@@ -120,7 +121,15 @@ int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
   desk::Screen screen(device);
   device.journal().Listen([&](const desk::Event& event) { narrator.Tell(event); });
   if (options.log) device.daemon_log().Listen([&](const desk::Event& event) { narrator.Tell(event); });
+  // What the page changes goes back by itself unless it is kept: somebody on the device sees to that.
+  desk::Process guard(device.loop(), "guard");
+  if (!options.pages.empty()) {
+    std::string problem;
+    guard.Configure({options.parkctl, "config", "guard"}, std::filesystem::current_path().string());
+    if (!guard.Start(problem)) std::cerr << problem << "\n";
+  }
   const int result = Play(options, scripts, device, screen, narrator);
+  guard.Stop();
   device.Stop();  // while there is someone to tell
   return result;
 }
@@ -144,6 +153,7 @@ int main(int argc, char** argv) {
   options.plan.directory = "desk";
   options.plan.daemon = (here / "business_server").string();
   options.plan.configuration = DESK_PACKAGING;
+  options.parkctl = (here / "parkctl").string();
 
   CLI::App app(
       "The parking camera's board on a desk, with broker, store and daemon around it.\n"

@@ -310,6 +310,7 @@ std::optional<int> Connection::Publish(const Message& message) {
 std::optional<int> Connection::Subscribe(const std::vector<std::string>& filters, int qos, bool own_messages) {
   if (over_) return std::nullopt;
   std::vector<char*> names;  // the library takes them as writable and does not write to them
+  names.reserve(filters.size());
   for (const std::string& filter : filters) names.push_back(const_cast<char*>(filter.c_str()));
   int id = 0;
   const int result = mosquitto_subscribe_multiple(client_.get(), &id, static_cast<int>(names.size()), names.data(), qos,

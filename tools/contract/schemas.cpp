@@ -149,7 +149,7 @@ std::string Find(const std::string& name) {
   if (Has(name)) return name;
   for (const char* folder : kFolders) {
     for (const char* ending : {"", kUsualEnding}) {
-      const std::string whole = std::string(folder) + "/" + name + ending;
+      std::string whole = std::string(folder) + "/" + name + ending;
       if (Has(whole)) return whole;
     }
   }

@@ -26,7 +26,7 @@ bool Say(const std::vector<site::Mistake>& mistakes) {
 }
 
 site::Site Read(const std::string& file, std::vector<site::Mistake>& mistakes) {
-  const site::Site read = site::ReadSite(ReadFile(file), mistakes);
+  site::Site read = site::ReadSite(ReadFile(file), mistakes);
   if (!read.devices.empty() || mistakes.empty()) site::CheckSite(read, mistakes);
   return read;
 }

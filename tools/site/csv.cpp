@@ -55,13 +55,11 @@ std::vector<Row> Rows(std::string_view text) {
       row.cells.back() += text[++at];
     } else if (c == '"') {
       quoted = !quoted;
-    } else if (quoted) {
-      row.cells.back() += c;
-    } else if (c == separator) {
+    } else if (!quoted && c == separator) {
       row.cells.emplace_back();
-    } else if (c == '\n') {
+    } else if (!quoted && c == '\n') {
       end_row();
-    } else if (c != '\r') {
+    } else if (quoted || c != '\r') {
       row.cells.back() += c;
     }
   }

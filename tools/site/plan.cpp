@@ -165,7 +165,7 @@ class Checker {
   // The zone of the list that holds this one; empty for none.
   static std::string Outer(const std::string& zone, const std::vector<std::string>& sorted) {
     for (size_t slash = zone.find('/'); slash != std::string::npos; slash = zone.find('/', slash + 1)) {
-      const std::string outer = zone.substr(0, slash);
+      std::string outer = zone.substr(0, slash);
       if (std::binary_search(sorted.begin(), sorted.end(), outer)) return outer;
     }
     return "";
