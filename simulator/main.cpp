@@ -125,7 +125,9 @@ int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
   desk::Process guard(device.loop(), "guard");
   if (!options.pages.empty()) {
     std::string problem;
-    guard.Configure({options.parkctl, "config", "guard"}, std::filesystem::current_path().string());
+    std::error_code no_matter;
+    std::filesystem::create_directories(options.plan.directory, no_matter);
+    guard.Configure({options.parkctl, "config", "guard"}, options.plan.directory);
     if (!guard.Start(problem)) std::cerr << problem << "\n";
   }
   const int result = Play(options, scripts, device, screen, narrator);

@@ -14,33 +14,33 @@ constexpr unsigned kFaultsPerDeviceAndDay = 24;
 
 struct Kind {
   FaultKind kind;
-  const char* name;
   unsigned weight;
+  const char* name;
   Micros shortest, longest;
 };
 // clang-format off
 constexpr Kind kKinds[] = {
-    {FaultKind::kDaemonKilled,       "daemon killed",             10, 50 * kMillisecond,  5 * kMinute},
-    {FaultKind::kDaemonKilledAtCall, "daemon killed at a call",   20, 50 * kMillisecond,  10 * kSecond},
-    {FaultKind::kRelayKilled,        "relay killed",              10, 50 * kMillisecond,  5 * kMinute},
-    {FaultKind::kRelayStopped,       "relay stopped",              3, 1 * kSecond,        1 * kMinute},
-    {FaultKind::kBusKilled,          "bus killed",                10, 100 * kMillisecond, 2 * kMinute},
-    {FaultKind::kStoreAway,          "store away",                10, 10 * kMillisecond,  2 * kMinute},
-    {FaultKind::kStoreLosesCall,     "store loses a call",        10, 0,                  0},
-    {FaultKind::kLineStuck,          "line takes no bytes",        5, 10 * kMillisecond,  8 * kSecond},
-    {FaultKind::kModuleSilent,       "beacon module silent",       5, 1 * kSecond,        5 * kMinute},
-    {FaultKind::kModuleSlow,         "beacon module slow",         5, 1 * kSecond,        5 * kMinute},
-    {FaultKind::kLineNoise,          "noise on the line",         10, 0,                  2 * kSecond},
-    {FaultKind::kClockJumps,         "clock jumps",                5, 0,                  0},
-    {FaultKind::kHubKilled,          "hub killed",                 4, 100 * kMillisecond, 3 * kMinute},
-    {FaultKind::kHubForgets,         "hub killed, kept nothing",   2, 100 * kMillisecond, 3 * kMinute},
-    {FaultKind::kCableOut,           "cable out",                 15, 100 * kMillisecond, 4 * kMinute},
-    {FaultKind::kPlanMoves,          "plan moves the device",      8, 0,                  0},
-    {FaultKind::kPlanUnreadable,     "plan unreadable",            3, 1 * kSecond,        2 * kMinute},
-    {FaultKind::kPlanCleared,        "plan cleared",               3, 1 * kSecond,        2 * kMinute},
-    {FaultKind::kNonsenseOnBus,      "nonsense on the bus",       10, 0,                  0},
-    {FaultKind::kNonsenseOnHub,      "nonsense on the hub",       10, 0,                  0},
-    {FaultKind::kImplausiblePush,    "implausible push",           1, 0,                  0},
+    {FaultKind::kDaemonKilled,          10, "daemon killed",             50 * kMillisecond,  5 * kMinute},
+    {FaultKind::kDaemonKilledAtCall,    20, "daemon killed at a call",   50 * kMillisecond,  10 * kSecond},
+    {FaultKind::kRelayKilled,           10, "relay killed",              50 * kMillisecond,  5 * kMinute},
+    {FaultKind::kRelayStopped,           3, "relay stopped",             1 * kSecond,        1 * kMinute},
+    {FaultKind::kBusKilled,             10, "bus killed",                100 * kMillisecond, 2 * kMinute},
+    {FaultKind::kStoreAway,             10, "store away",                10 * kMillisecond,  2 * kMinute},
+    {FaultKind::kStoreLosesCall,        10, "store loses a call",        0,                  0},
+    {FaultKind::kLineStuck,              5, "line takes no bytes",       10 * kMillisecond,  8 * kSecond},
+    {FaultKind::kModuleSilent,           5, "beacon module silent",      1 * kSecond,        5 * kMinute},
+    {FaultKind::kModuleSlow,             5, "beacon module slow",        1 * kSecond,        5 * kMinute},
+    {FaultKind::kLineNoise,             10, "noise on the line",         0,                  2 * kSecond},
+    {FaultKind::kClockJumps,             5, "clock jumps",               0,                  0},
+    {FaultKind::kHubKilled,              4, "hub killed",                100 * kMillisecond, 3 * kMinute},
+    {FaultKind::kHubForgets,             2, "hub killed, kept nothing",  100 * kMillisecond, 3 * kMinute},
+    {FaultKind::kCableOut,              15, "cable out",                 100 * kMillisecond, 4 * kMinute},
+    {FaultKind::kPlanMoves,              8, "plan moves the device",     0,                  0},
+    {FaultKind::kPlanUnreadable,         3, "plan unreadable",           1 * kSecond,        2 * kMinute},
+    {FaultKind::kPlanCleared,            3, "plan cleared",              1 * kSecond,        2 * kMinute},
+    {FaultKind::kNonsenseOnBus,         10, "nonsense on the bus",       0,                  0},
+    {FaultKind::kNonsenseOnHub,         10, "nonsense on the hub",       0,                  0},
+    {FaultKind::kImplausiblePush,        1, "implausible push",          0,                  0},
 };
 // clang-format on
 static_assert(std::size(kKinds) == kFaultKinds);

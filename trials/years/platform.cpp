@@ -16,7 +16,6 @@
 #include "years/device.h"
 
 using years::Daemon;
-using years::Device;
 using years::kMillisecond;
 using years::Micros;
 using years::Store;

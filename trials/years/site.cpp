@@ -135,10 +135,9 @@ class Site {
   void CheckMemory() {
     size_t starts = 0;
     for (const auto& device : devices_) starts += device->starts();
-    const size_t used = BytesInUse() - starts * kLeftByAStart;
-    if (memory_after_first_day_ == 0) {
-      memory_after_first_day_ = used;
-    } else if (used > memory_after_first_day_ + devices_.size() * kGrowthPerDevice) {
+    const size_t used = BytesInUse();
+    if (memory_after_first_day_ == 0) memory_after_first_day_ = used;
+    if (used > memory_after_first_day_ + devices_.size() * kGrowthPerDevice + starts * kLeftByAStart) {
       world_.promises.Break(0, "memory has grown from " + std::to_string(memory_after_first_day_) + " to " +
                                    std::to_string(used) + " bytes");
     }
