@@ -13,7 +13,6 @@
 namespace {
 
 using trials::Camera;
-using trials::Loop;
 using trials::Milliseconds;
 using trials::Stage;
 
