@@ -113,7 +113,8 @@ TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
       {"reply/front_end/1", "business_server", "front_end"},
       {"reply/controller/1", "business_server", "controller"},
       {"reply/relay_requests/1", "business_server", "relay_requests"},
-      {"reply/integrator/1", "business_server", "integrator"},
+      {"reply/integrator/1", "integrator business_server", "integrator"},
+      {"CHANGE_REQUEST_MESSAGE", "integrator", "integrator"},
       {"reply/anyone", "business_server", ""},
       {"ANY_OTHER_MESSAGE", "", ""},
   };
