@@ -1,4 +1,5 @@
 import assert from "node:assert/strict";
+import { spawnSync } from "node:child_process";
 import { after, before, test } from "node:test";
 import type { Locator, Page } from "playwright-core";
 import { RealDevice, kDevicePage } from "../real_device";
@@ -86,6 +87,7 @@ test("a stored value that makes no sense is shown as it is, with its fault", asy
 });
 
 test("where nobody takes a change back, the page says so before it sets the line", async () => {
+  spawnSync("pkill", ["-9", "-f", "parkctl config guard"]);
   const window = await openPage(kDevicePage);
   const { page } = window;
   const line = form(page, "set_ttyio_cfg");
