@@ -14,6 +14,7 @@ constexpr int kBadArguments = 2;
 constexpr char kHelp[] =
     "business_server: the daemon of the parking camera. It runs until it is ended.\n"
     "  -v LEVEL    log this level and up: 1 progress (the default), 2 lifecycle, 3 errors\n"
+    "              SIGUSR1 has a running one log all, SIGUSR2 what LEVEL says\n"
     "  -f PATH     log to a file of 1 MiB and two older ones, instead of to standard error\n"
     "  --help      print this and exit\n"
     "  --version   print the version and exit\n";

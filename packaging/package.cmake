@@ -45,7 +45,8 @@ file(WRITE ${made}/redis.conf "${store}${access}")
 install(FILES ${made}/mosquitto.conf ${made}/redis.conf ${here}/device/bus.acl DESTINATION /etc/business-server)
 install(DIRECTORY DESTINATION /etc/business-server/bus.d)
 install(PROGRAMS ${here}/store-repair ${here}/make-accounts ${here}/remote-requests ${here}/console
-                 ${here}/make-certificate DESTINATION lib/business-server)
+                 ${here}/make-certificate ${here}/log-level DESTINATION lib/business-server)
+install(FILES ${here}/journal.conf DESTINATION lib/systemd/journald@business-server.conf.d RENAME bounds.conf)
 install(FILES ${here}/device/bus-console.conf DESTINATION lib/business-server)
 install(FILES ${here}/device/console.conf DESTINATION /etc/business-server/console)
 install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-server-bus.service

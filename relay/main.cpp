@@ -23,7 +23,8 @@ constexpr char kUsage[] =
     "device's\n"
     "store (key relay_value).\n"
     "\n"
-    "  -v N                   log records of level N and up: 1 all (default), 2 lifecycle, 3 errors\n"
+    "  -v N                   log records of level N and up: 1 all (default), 2 lifecycle, 3 errors;\n"
+    "                         SIGUSR1 has a running relay log all, SIGUSR2 what N says\n"
     "  -f PATH                log to a rotating file instead of standard error\n"
     "  --site-password PATH   file whose first line is the device's password at the hub\n"
     "  --help, --version      what you read; the version\n";

@@ -1,6 +1,7 @@
 #include "evt_timer.h"
 
 #include "evt_loop.h"
+#include "log_level.h"
 #include "watchdog.h"
 
 namespace lxconn {
@@ -35,6 +36,7 @@ struct EVT_TIMER::Impl {
     const void* const user = impl->user;
     AtCallbackEdge("timer", [&] { callback(fd, events, user); });
     ReportProgress();
+    platform::SayNewLevel();
   }
 };
 

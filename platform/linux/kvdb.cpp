@@ -221,7 +221,7 @@ Reply Store::Run(const std::string_view* command, size_t size) {
 void Store::NoteAnswer(std::string_view command, const redisReply& reply) {
   if (failing_) {
     failing_ = false;
-    lxlogging::CLxLogStream(lxlogging::kInfo, kLogSource, __LINE__, 0) << "the store answers again";
+    lxlogging::CLxLogStream(lxlogging::kLifecycle, kLogSource, __LINE__, 0) << "the store answers again";
   }
   if (reply.type == REDIS_REPLY_ERROR) {
     if (refused_command_ == command) return;
@@ -230,7 +230,8 @@ void Store::NoteAnswer(std::string_view command, const redisReply& reply) {
         << "the store refuses " << command << ": " << std::string_view(reply.str, reply.len);
   } else if (refused_command_ == command) {
     refused_command_.clear();
-    lxlogging::CLxLogStream(lxlogging::kInfo, kLogSource, __LINE__, 0) << "the store accepts " << command << " again";
+    lxlogging::CLxLogStream(lxlogging::kLifecycle, kLogSource, __LINE__, 0)
+        << "the store accepts " << command << " again";
   }
 }
 

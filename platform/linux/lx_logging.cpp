@@ -8,15 +8,19 @@
 #include <spdlog/sinks/base_sink.h>
 #include <spdlog/sinks/rotating_file_sink.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
+#include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "log_level.h"
 #include "log_text.h"
 #include "signals.h"
 
@@ -30,7 +34,41 @@ constexpr size_t kOlderFiles = 2;  // beside the one that is written
 // The text is put into place by CLxLogStream.
 constexpr char kRecordForm[] = "%Y-%m-%d %H:%M:%S.%e %v";
 
-int shown_from = lxlogging::kInfo;
+// Asked for by the command line, and what is shown now: a signal may change that at any time.
+volatile std::sig_atomic_t usual_level = lxlogging::kInfo;
+volatile std::sig_atomic_t shown_from = lxlogging::kInfo;
+volatile std::sig_atomic_t level_is_unsaid = 0;
+
+bool to_journal = false;  // standard error is the journal's
+
+// How a level comes out in the journal.
+constexpr struct {
+  int level;
+  spdlog::level::level_enum carried;  // the log library's
+  std::string_view prefix;            // the supervisor's word for it: debug, info, error
+} kPriorities[] = {
+    {lxlogging::kInfo, spdlog::level::debug, "<7>"},
+    {lxlogging::kLifecycle, spdlog::level::info, "<6>"},
+    {lxlogging::kError, spdlog::level::err, "<3>"},
+};
+
+spdlog::level::level_enum CarriedLevel(int level) {
+  return kPriorities[std::clamp(level, lxlogging::kInfo, lxlogging::kError) - lxlogging::kInfo].carried;
+}
+
+void AppendPriority(spdlog::level::level_enum carried, spdlog::memory_buf_t* record) {
+  if (!to_journal) return;
+  for (const auto& row : kPriorities) {
+    if (row.carried == carried) record->append(row.prefix.data(), row.prefix.data() + row.prefix.size());
+  }
+}
+
+// The supervisor names the device and inode that it gave as standard error: a redirected one is another.
+bool IsJournal(int fd) {
+  const char* const stream = getenv("JOURNAL_STREAM");
+  struct stat here;
+  return stream != nullptr && fstat(fd, &here) == 0 && fmt::format("{}:{}", here.st_dev, here.st_ino) == stream;
+}
 
 // Standard error may be a pipe that nobody reads: a record then waits for a moment, later ones not at all, until the
 // reader is back and is told how many it missed.
@@ -41,9 +79,11 @@ class StandardErrorSink : public spdlog::sinks::base_sink<spdlog::details::null_
     if (torn_) record.push_back('\n');
     if (lost_ > 0) {
       const std::string text = fmt::format("3 {}:{} {} log records were lost here", kLogSource, __LINE__, lost_);
-      const spdlog::details::log_msg notice("", spdlog::level::info, text);
+      const spdlog::details::log_msg notice("", spdlog::level::err, text);
+      AppendPriority(notice.level, &record);
       formatter_->format(notice, record);
     }
+    AppendPriority(msg.level, &record);
     formatter_->format(msg, record);
     const size_t written = Write(record);
     torn_ = written > 0 ? written < record.size() : torn_;
@@ -88,6 +128,7 @@ class StandardErrorSink : public spdlog::sinks::base_sink<spdlog::details::null_
 std::shared_ptr<spdlog::logger> MakeLogger(spdlog::sink_ptr sink) {
   auto logger = std::make_shared<spdlog::logger>("", std::move(sink));
   logger->set_pattern(kRecordForm);
+  logger->set_level(spdlog::level::trace);
   logger->flush_on(spdlog::level::trace);
   return logger;
 }
@@ -118,7 +159,7 @@ bool OpenLogFile(const char* path) {
     FileLogger()->set_error_handler([reported = false](const std::string& error) mutable {
       if (reported) return;
       reported = true;
-      ToStandardError().log(spdlog::source_loc{}, spdlog::level::info,
+      ToStandardError().log(spdlog::source_loc{}, spdlog::level::err,
                             fmt::format("3 {}:{} the log file fails: {}", kLogSource, __LINE__, error));
     });
     return true;
@@ -140,7 +181,7 @@ bool ParseLevel(const char* text) {
   const char* const end = text + strlen(text);
   const auto [parsed, error] = std::from_chars(text, end, level);
   if (error != std::errc() || parsed != end) return false;
-  shown_from = level;
+  usual_level = shown_from = level;
   return true;
 }
 
@@ -159,6 +200,7 @@ void AppendHead(int level, std::string_view source_file, int source_line, spdlog
 
 int InitLxLogging(int argc, char** argv) {
   OpenStandardDescriptors();
+  to_journal = IsJournal(STDERR_FILENO);
   int result = 1;
   for (int i = 1; i < argc; ++i) {
     const std::string_view option = argv[i];
@@ -177,6 +219,33 @@ int InitLxLogging(int argc, char** argv) {
 
 void ExitLxLogging() { FileLogger().reset(); }
 
+namespace platform {
+
+// As with the signals to end: one that whoever started the process has it ignore stays ignored.
+void ListenToLevelSignals() {
+  for (const int number : {kShowAllSignal, kShowUsualSignal}) {
+    struct sigaction action = {};
+    if (sigaction(number, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+    action = {};
+    action.sa_handler = [](int received) {
+      shown_from = received == kShowAllSignal ? +lxlogging::kInfo : usual_level;
+      level_is_unsaid = 1;
+    };
+    action.sa_flags = SA_RESTART;
+    sigaction(number, &action, nullptr);
+  }
+}
+
+void SayNewLevel() {
+  if (level_is_unsaid == 0) return;
+  level_is_unsaid = 0;
+  const int level = shown_from;
+  lxlogging::CLxLogStream(std::max(level, lxlogging::kLifecycle), kLogSource, __LINE__, 0)
+      << "records of level " << level << " and up are shown from now on";
+}
+
+}  // namespace platform
+
 namespace lxlogging {
 
 bool IsShown(int level) { return level >= shown_from; }
@@ -193,7 +262,7 @@ CLxLogStream::~CLxLogStream() {
   platform::AppendLogText(std::string_view(text_).substr(0, kLongestText), &line);
   if (text_.size() > kLongestText) platform::AppendLogText(fmt::format("... ({} bytes)", text_.size()), &line);
   spdlog::logger& logger = FileLogger() ? *FileLogger() : ToStandardError();
-  logger.log(spdlog::source_loc{}, spdlog::level::info, spdlog::string_view_t(line.data(), line.size()));
+  logger.log(spdlog::source_loc{}, CarriedLevel(level_), spdlog::string_view_t(line.data(), line.size()));
 }
 
 }  // namespace lxlogging

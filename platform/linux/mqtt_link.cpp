@@ -428,7 +428,7 @@ void MqttLink::OnConnect(mosquitto*, void* self, int reason, int, const mosquitt
   link->down_logged_ = false;
   link->logged_reason_.clear();
   link->early_ = 0;
-  link->Log(lxlogging::kInfo, __LINE__, std::string("the ") + link->options_.name + " is connected");
+  link->Log(lxlogging::kLifecycle, __LINE__, std::string("the ") + link->options_.name + " is connected");
   if (link->dropped_ > 0) link->ReportDropped();
   lxconn::AtCallbackEdge("connection", [&] { link->listener_->OnMqttUp(); });
 }

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "log_level.h"
 #include "lx_logging.h"
 
 namespace {
@@ -22,6 +23,7 @@ bool feeding_fails = false;
 }  // namespace
 
 uint32_t RegisterWatchDogKey(const char* /*name*/, int, int) {
+  platform::ListenToLevelSignals();  // from the next word on they may come
   const int sent = sd_notify(0, "READY=1");
   if (sent < 0) {
     lxlogging::CLxLogStream(lxlogging::kError, kLogSource, __LINE__, 0)

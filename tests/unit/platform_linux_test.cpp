@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <mqtt_protocol.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "../../platform/linux/bus_messages.h"
+#include "../../platform/linux/log_level.h"
 #include "../../platform/linux/peer_owner.h"
 #include "../real_platform.h"
 #include "base64.h"
@@ -82,6 +84,41 @@ TEST(Logging, RotatesItsFileAndFallsBackToStandardError) {
   EXPECT_EQ(InitLogging({"-v", "1", "-f", file / "beneath a file.log"}), -1);
   Log(1, "no file");
   EXPECT_NE(errors.Read().find("no file"), std::string::npos);
+}
+
+// A pipe that plays the journal: it names itself in the environment, as the supervisor does.
+TEST(Logging, GivesTheJournalPrioritiesAndChangesItsLevelOnASignal) {
+  const struct {
+    const char* name;
+    bool journal;
+    int signal;           // before the records; 0 for none
+    const char* records;  // what is written at a usual level of 2, as patterns; the first line says the new level
+  } kRows[] = {
+      {"usual", true, 0, "<6>* 2 *:17 two\n<3>* 3 *:17 three\n"},
+      {"no journal", false, 0, "2*-* 2 *:17 two\n2* 3 *:17 three\n"},
+      {"all", true, SIGUSR1, "<6>* 2 *level 1 and up*\n<7>* 1 *:17 one\n<6>* 2 *:17 two\n<3>* 3 *:17 three\n"},
+      {"usual again", true, SIGUSR2, "<6>* 2 *level 2 and up*\n<6>* 2 *:17 two\n<3>* 3 *:17 three\n"},
+  };
+  platform::ListenToLevelSignals();
+  for (const auto& row : kRows) {
+    const CapturedErrors errors;
+    struct stat file;
+    ASSERT_EQ(fstat(STDERR_FILENO, &file), 0);
+    const auto inode = file.st_ino + (row.journal ? 0 : 1);
+    setenv("JOURNAL_STREAM", (std::to_string(file.st_dev) + ":" + std::to_string(inode)).c_str(), 1);
+    InitLogging({"-v", "2"});
+    if (row.signal != 0) raise(row.signal);
+    platform::SayNewLevel();
+    platform::SayNewLevel();
+    Log(1, "one");
+    Log(2, "two");
+    Log(3, "three");
+    const std::string written = errors.Read();
+    EXPECT_TRUE(Matches(written, row.records)) << row.name << ":\n" << written;
+    EXPECT_EQ(std::count(written.begin(), written.end(), '\n'), row.signal == SIGUSR1 ? 4 : row.signal != 0 ? 3 : 2);
+  }
+  unsetenv("JOURNAL_STREAM");
+  InitLogging({"-v", "1"});
 }
 
 class UnreadErrors : public testing::TestWithParam<bool (*)(int (&)[2])> {};
