@@ -87,7 +87,10 @@ void Relay::Join(const Membership& membership, Milliseconds now) {
   const Membership& before = membership_.in_force;
   const bool same_names = SameNames(before, membership);
   const bool same_hub = SameHub(before, membership);
-  if (!same_names || !same_hub) LeaveHub(!same_names);
+  const bool same_place = before.host == membership.host && before.port == membership.port;
+  if (!same_names || !same_hub) {
+    LeaveHub(!same_names ? Leaving::kNames : same_place ? Leaving::kToReturn : Leaving::kHub);
+  }
   membership_.in_force = membership;
   AllowOrForbidRequests();
   if (same_names && same_hub) return;
@@ -108,17 +111,14 @@ void Relay::Join(const Membership& membership, Milliseconds now) {
   hub_.try_at = now;
 }
 
-// What would outlive the device's old names on the hub goes with them.
-void Relay::LeaveHub(bool names_change) {
+// What would outlive the device's old names on the hub goes with them; so do counts on a hub that it will not speak to
+// any more.
+void Relay::LeaveHub(Leaving leaving) {
   const Membership& left = membership_.in_force;
   if (hub_.state == Hub::kUp) {
+    if (leaving != Leaving::kToReturn && !said_.topic.empty()) Do(PublishHub{said_.topic, "", true});
     const std::string health = bs::HealthTopic(left.site, left.device);
-    if (names_change) {
-      if (!said_.topic.empty()) Do(PublishHub{said_.topic, "", true});
-      Do(PublishHub{health, "", true});
-    } else {
-      Do(PublishHub{health, kOfflineText, true});
-    }
+    Do(PublishHub{health, leaving == Leaving::kNames ? "" : kOfflineText, true});
   }
   if (hub_.state != Hub::kNone) Do(DisconnectHub{});
   hub_.state = Hub::kNone;
@@ -128,9 +128,10 @@ void Relay::LeaveHub(bool names_change) {
   guard_requesters_.clear();
   settling_ = {};
   said_ = {};
+  left_behind_ = {};
 }
 
-void Relay::Stop() { LeaveHub(false); }
+void Relay::Stop() { LeaveHub(Leaving::kToReturn); }
 
 void Relay::HubUp(Milliseconds now) {
   if (hub_.state != Hub::kTrying) return;
@@ -143,6 +144,7 @@ void Relay::HubUp(Milliseconds now) {
   const Membership& self = membership_.in_force;
   std::set<std::string> topics = {bs::PlanTopic(self.site, self.device), bs::HealthTopic(self.site, self.device),
                                   bs::RequestTopic(self.site, self.device)};
+  if (left_behind_.looks) topics.insert(bs::OwnCountsFilter(self.site, self.device));
   hub_.zone_filters.clear();
   for (const std::string& zone : counts_.Zones()) hub_.zone_filters.insert(bs::ZoneFilter(self.site, zone));
   topics.insert(hub_.zone_filters.begin(), hub_.zone_filters.end());

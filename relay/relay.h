@@ -73,7 +73,8 @@ class Relay {
   void ReadMembership();
   void TakeMembership(Found found, std::string_view text, Milliseconds now);
   void Join(const Membership& membership, Milliseconds now);
-  void LeaveHub(bool names_change);
+  enum class Leaving { kToReturn, kHub, kNames };
+  void LeaveHub(Leaving leaving);
   void TurnHub(Milliseconds now);
   void Subscribe(const std::set<std::string>& topics, Milliseconds now);
   bool Settled(Milliseconds now);
@@ -86,6 +87,7 @@ class Relay {
   DaemonState Daemon(Milliseconds now) const;
   void TurnDaemon(Milliseconds now);
   void TurnCounts(Milliseconds now);
+  void TurnLeftBehind(const std::string& topic, Milliseconds now);
   void TurnPushes(Milliseconds now);
 
   // ---- relay_hub.cpp: what the hub says ----
@@ -162,6 +164,13 @@ class Relay {
     Milliseconds at = 0;
     std::string topic;  // that may hold some, also from an earlier connection
   } said_;
+
+  // Own counts that the hub keeps from an earlier run, whose zone may have been another. Looked for until the first
+  // plan is known.
+  struct {
+    bool looks = true;
+    std::set<std::string> topics;
+  } left_behind_;
 
   struct {
     PlanState state = PlanState::kNone;

@@ -1,5 +1,6 @@
 // The device's bus: what the daemon says, and what it is told.
 #include <algorithm>
+#include <utility>
 
 #include "protocol/json_text.h"
 #include "protocol/names.h"
@@ -111,6 +112,7 @@ void Relay::TurnCounts(Milliseconds now) {
     said_ = {};
     said_.topic = topic;  // an earlier run's counts may be there
   }
+  TurnLeftBehind(topic, now);
   if (topic.empty() || !daemon_.own) return;
   const Milliseconds due = said_.at + (said_.counts != daemon_.own ? kSpacing : kRepeat);
   if (now < due) {
@@ -121,6 +123,16 @@ void Relay::TurnCounts(Milliseconds now) {
   said_.counts = daemon_.own;
   said_.at = now;
   WakeAt(now + kRepeat);
+}
+
+void Relay::TurnLeftBehind(const std::string& topic, Milliseconds now) {
+  if (!left_behind_.looks || topic.empty()) return;
+  for (const std::string& kept : std::exchange(left_behind_.topics, {})) {
+    if (kept != topic) Do(PublishHub{kept, "", true});
+  }
+  if (!Settled(now)) return;
+  left_behind_.looks = false;
+  Do(UnsubscribeHub{{bs::OwnCountsFilter(membership_.in_force.site, membership_.in_force.device)}});
 }
 
 void Relay::TurnPushes(Milliseconds now) {

@@ -12,7 +12,7 @@ namespace {
 constexpr int kInfo = 1;
 constexpr int kError = 3;
 
-constexpr size_t kPlanBytesMax = 65536;
+constexpr size_t kLeftBehindMost = 64;
 constexpr Milliseconds kHealthSpacing = 1000;
 constexpr Milliseconds kHealthRepeat = 25000;
 constexpr Milliseconds kDuplicateSeen = 600000;
@@ -44,10 +44,10 @@ void Relay::HeardPlan(std::string_view payload, Milliseconds now) {
   }
   std::string problem;
   std::optional<Plan> plan;
-  if (payload.size() <= kPlanBytesMax) {
+  if (payload.size() <= bs::kPlanBytesMax) {
     plan = ParsePlan(payload, &problem);
   } else {
-    problem = "it has more than " + std::to_string(kPlanBytesMax) + " bytes";
+    problem = "it has more than " + std::to_string(bs::kPlanBytesMax) + " bytes";
   }
   if (!plan) {
     if (plan_.state != PlanState::kUnreadable) Do(Say{kError, "the plan cannot be read: " + problem});
@@ -109,7 +109,11 @@ void Relay::HeardCounts(const HubMessage& message, Milliseconds now) {
     return;
   }
   if (message.kept) settling_.quiet_since = now;
-  if (source->device == membership_.in_force.device) return;
+  if (source->device == membership_.in_force.device) {
+    const bool noted = message.kept && !message.payload.empty() && left_behind_.topics.size() < kLeftBehindMost;
+    if (noted && left_behind_.looks) left_behind_.topics.emplace(message.topic);
+    return;
+  }
   if (message.payload.empty()) {
     counts_.Clear(source->device, source->zone);
     return;

@@ -197,6 +197,10 @@ TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
   EXPECT_EQ(kept_["park/g/counts/c2/L2/C/x"], "");
   leaf.device.relay.Kill();
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
+  Plan(2, R"({"zone": "L2/C"})");  // while nobody is there to hear it
+  ASSERT_TRUE(leaf.device.relay.Start(problem)) << problem;
+  EXPECT_TRUE(Eventually([&] { return kept_["park/g/counts/c2/L9"].empty(); })) << leaf.log;
+  EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 0); }));
 }
 
 TEST_F(Relays, SetBackWhatWasTriedAndNotKept) {

@@ -18,8 +18,8 @@ TEST_F(RelayBench, IntroducesItselfAndSaysEverything) {
   EXPECT_EQ(wanted_[0],
             R"(retain park/garage/health/A {"online": true, "run": "5e0c11a7", "daemon": "ok", "version": "1.1.0", )"
             R"("since": 1763900000, "plan": "none", "spaces": 3, "free": 1, "shows": {}, "rejected": 0})");
-  EXPECT_EQ(Of("subscribe"), (Lines{"subscribe park/garage/health/A", "subscribe park/garage/plan/A",
-                                    "subscribe park/garage/request/A"}));
+  EXPECT_EQ(Of("subscribe"), (Lines{"subscribe park/garage/counts/A/#", "subscribe park/garage/health/A",
+                                    "subscribe park/garage/plan/A", "subscribe park/garage/request/A"}));
   EXPECT_EQ(Last("retain park/garage/counts"), "");  // no zone
   Plan(kLeftC);
   EXPECT_EQ(Of("retain park/garage/counts"),
@@ -82,6 +82,28 @@ TEST_F(RelayBench, AZoneThatChangesIsClearedFirst) {
   EXPECT_EQ(Of("retain park/garage/counts"),
             (Lines{"retain park/garage/counts/A/L2/B ",
                    R"(retain park/garage/counts/A/L3 {"spaces": 3, "free": 1} for 90)"}));
+}
+
+TEST_F(RelayBench, WhatAnEarlierRunLeftInOtherZonesIsCleared) {
+  BusUp();
+  HubUp();
+  Kept("park/garage/counts/A/L1", R"({"spaces": 3, "free": 1})");
+  Kept("park/garage/counts/A/L2/B", R"({"spaces": 3, "free": 1})");
+  Advance(1000);
+  EXPECT_EQ(Of("retain park/garage/counts"), Lines());  // it may be there that it belongs
+  Plan(kZoneB);
+  Kept("park/garage/counts/A/L4", R"({"spaces": 3, "free": 1})");  // the hub's answers come in any order
+  Kept("park/garage/counts/A/L5", "");
+  Settle();
+  EXPECT_EQ(Of("retain park/garage/counts"),
+            (Lines{"retain park/garage/counts/A/L1 ", "retain park/garage/counts/A/L4 "}));
+  EXPECT_EQ(Of("unsubscribe"), (Lines{"unsubscribe park/garage/counts/A/#"}));
+  EXPECT_EQ(Health().find("\"rejected\": 1"), std::string::npos);
+  Forget();
+  HubDown();
+  Advance(3000);
+  HubUp();
+  EXPECT_EQ(Of("subscribe park/garage/counts"), Lines());
 }
 
 TEST_F(RelayBench, APlanThatCannotBeReadLeavesTheLastGoodOne) {
@@ -424,7 +446,8 @@ TEST_F(RelayBench, NamesThatChangeLeaveNothingBehind) {
   Advance(500);
   EXPECT_EQ(Pushed(), "left 0/0");
   HubUp();
-  EXPECT_EQ(Of("subscribe park/garage/counts"), Lines());  // the plan was the other name's
+  EXPECT_EQ(Of("subscribe park/garage/counts"),
+            (Lines{"subscribe park/garage/counts/A2/#"}));  // the plan was the other name's
   Forget();
   Store(R"({"broker": ""})");
   EXPECT_EQ(Of("retain"), (Lines{"retain park/garage/health/A2 "}));
@@ -440,10 +463,19 @@ TEST_F(RelayBench, AnotherHubIsJoinedInOrder) {
   EXPECT_EQ(Of("disconnect"), Lines());
   Store(R"({"site": "garage", "device": "A", "broker": "mqtts://hub"})");
   EXPECT_EQ(Of("requests").back(), "requests off");
-  EXPECT_EQ(Of("retain"), (Lines{R"(retain park/garage/health/A {"online": false})"}));
+  EXPECT_EQ(Of("retain"), (Lines{"retain park/garage/counts/A/L2/B ",  // nobody speaks for it there any more
+                                 R"(retain park/garage/health/A {"online": false})"}));
   EXPECT_EQ(Last("connect").substr(0, 16), "connect hub:8883");
   HubUp();
-  EXPECT_EQ(Of("subscribe park/garage/counts").size(), 1U);
+  EXPECT_EQ(Of("subscribe park/garage/counts/+").size(), 1U);
+  Forget();
+  Store(R"({"site": "garage", "device": "A", "broker": "mqtts://hub", "user": "B"})");
+  EXPECT_EQ(Of("retain"), (Lines{R"(retain park/garage/health/A {"online": false})"}));  // to return at once
+  HubUp();
+  HubDown();
+  Store(kDocument);
+  EXPECT_EQ(Of("retain park/garage/counts"), Lines());  // where nobody hears
+  HubUp();
   Forget();
   relay_->Stop();
   Advance(0);

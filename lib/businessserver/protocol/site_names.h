@@ -67,6 +67,10 @@ inline std::string ReplyTopic(std::string_view site, std::string_view rest) { re
 inline std::string CountsTopic(std::string_view site, std::string_view device, std::string_view zone) {
   return SiteTopic(site, "counts", device) + "/" + std::string(zone);
 }
+// The counts of a device, wherever it says to be.
+inline std::string OwnCountsFilter(std::string_view site, std::string_view device) {
+  return CountsTopic(site, device, "#");
+}
 // The counts of every device in a zone and below it.
 inline std::string ZoneFilter(std::string_view site, std::string_view zone) {
   return SiteTopic(site, "counts", "+") + "/" + std::string(zone) + "/#";
