@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "build_identity/build.h"
 #include "lx_logging.h"
 #include "server/business_server.h"
 #include "single_instance.h"
@@ -17,7 +18,7 @@ constexpr char kHelp[] =
     "              SIGUSR1 has a running one log all, SIGUSR2 what LEVEL says\n"
     "  -f PATH     log to a file of 1 MiB and two older ones, instead of to standard error\n"
     "  --help      print this and exit\n"
-    "  --version   print the version and exit\n";
+    "  --version   print which build it is and exit\n";
 
 bool IsLevel(std::string_view text) {
   return !text.empty() && text.size() < 10 && text.find_first_not_of("0123456789") == std::string_view::npos;
@@ -33,7 +34,7 @@ int StatusOf(int argc, char** argv) {
       return 0;
     }
     if (option == "--version") {
-      puts("business_server " BUSINESS_SERVER_VERSION);
+      puts(build::Line("business_server").c_str());
       return 0;
     }
     if ((option != "-v" || !IsLevel(value)) && (option != "-f" || value.empty())) {
@@ -50,6 +51,7 @@ int StatusOf(int argc, char** argv) {
 int main(int argc, char** argv) {
   if (const int status = StatusOf(argc, argv); status >= 0) return status;
   InitLxLogging(argc, argv);
+  BS_LOG(lxlogging::kLifecycle) << build::Line("business_server") << " begins";
   if (!businessserver::ClaimDevice()) {
     BS_LOG(lxlogging::kError) << "another business_server runs on this device, this one ends";
     return 1;

@@ -109,6 +109,17 @@ set(CPACK_DEBIAN_SITE_PACKAGE_DEPENDS "mosquitto (>= 2.0), openssl, stunnel4, sy
 set(CPACK_DEBIAN_SITE_PACKAGE_CONTROL_EXTRA
   ${site}/debian/postinst ${site}/debian/prerm ${site}/debian/postrm ${site}/debian/conffiles)
 
+# Asked when the package is made: the version is that of the build (build_identity/), and packages of earlier builds do
+# not stay beside it.
+set(CPACK_PROJECT_CONFIG_FILE ${made}/cpack.cmake)
+file(WRITE ${made}/cpack.cmake "
+  include(\"${CMAKE_BINARY_DIR}/build_identity/build_version.cmake\")
+  set(CPACK_PACKAGE_VERSION \${BUILD_VERSION})
+  set(CPACK_DEBIAN_PACKAGE_VERSION \${BUILD_VERSION})
+  file(GLOB earlier \${CPACK_PACKAGE_DIRECTORY}/business-server*.deb)
+  if(earlier)
+    file(REMOVE \${earlier})
+  endif()\n")
 if(CMAKE_CROSSCOMPILING)
   # This machine's package database does not know the board's libraries.
   set(CPACK_DEBIAN_DEVICE_PACKAGE_ARCHITECTURE armhf)
@@ -117,11 +128,10 @@ if(CMAKE_CROSSCOMPILING)
 else()
   set(CPACK_DEBIAN_DEVICE_PACKAGE_SHLIBDEPS ON)
   # Without this tool the package would be made all the same, and depend on no library.
-  file(WRITE ${made}/cpack.cmake "
+  file(APPEND ${made}/cpack.cmake "
     find_program(shlibdeps dpkg-shlibdeps)
     if(NOT shlibdeps)
       message(FATAL_ERROR \"dpkg-shlibdeps (package dpkg-dev) is missing: the package would not name its libraries\")
     endif()\n")
-  set(CPACK_PROJECT_CONFIG_FILE ${made}/cpack.cmake)
 endif()
 include(CPack)

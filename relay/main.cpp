@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "build_identity/build.h"
 #include "lx_logging.h"
 #include "relay/program.h"
 
@@ -27,7 +28,7 @@ constexpr char kUsage[] =
     "                         SIGUSR1 has a running relay log all, SIGUSR2 what N says\n"
     "  -f PATH                log to a rotating file instead of standard error\n"
     "  --site-password PATH   file whose first line is the device's password at the hub\n"
-    "  --help, --version      what you read; the version\n";
+    "  --help, --version      what you read; which build it is\n";
 
 struct Arguments {
   std::string site_password;
@@ -44,7 +45,7 @@ int ParseArguments(int argc, char** argv, Arguments* arguments) {
       return 0;
     }
     if (option == "--version") {
-      std::puts("park_relay " PARK_RELAY_VERSION);
+      std::puts(build::Line("park_relay").c_str());
       return 0;
     }
     const bool known = option == "-v" || option == "-f" || option == "--site-password";
@@ -78,14 +79,14 @@ int main(int argc, char** argv) {
   char run[9];
   std::snprintf(run, sizeof run, "%08x", random());
   start.run = run;
-  start.version = PARK_RELAY_VERSION;
+  start.version = build::kVersion;
   start.since = std::time(nullptr);
   start.seed = random();
   std::getline(std::ifstream("/proc/sys/kernel/random/boot_id"), start.boot);
   int status = 1;
   try {
     lxlogging::CLxLogStream(lxlogging::kLifecycle, kLogSource, __LINE__, 0)
-        << "park_relay " << PARK_RELAY_VERSION << " begins, run " << start.run;
+        << build::Line("park_relay") << " begins, run " << start.run;
     status = relay::Program(start, arguments.site_password).Run();
     lxlogging::CLxLogStream(lxlogging::kLifecycle, kLogSource, __LINE__, 0) << "park_relay ends";
   } catch (const std::exception& error) {

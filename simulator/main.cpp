@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bringup/hub.h"
+#include "build_identity/build.h"
 #include "desk/desk.h"
 #include "screen/narrator.h"
 #include "screen/screen.h"
@@ -173,6 +174,7 @@ int main(int argc, char** argv) {
       ->type_name("N")
       ->check(CLI::Range(6, 300));
   app.add_option("--pages", options.pages, "Where the console's index.html is; without: no page")->type_name("DIR");
+  app.set_version_flag("--version", build::Line("simulator"));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

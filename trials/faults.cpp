@@ -14,6 +14,7 @@
 #include <random>
 #include <vector>
 
+#include "build_identity/build.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
@@ -291,6 +292,7 @@ int main(int argc, char** argv) {
   app.add_option("--rounds", rounds, "kills of each program");
   app.add_option("--daemon", daemon, "the daemon's program");
   app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
+  app.set_version_flag("--version", build::Line("faults"));
   CLI11_PARSE(app, argc, argv);
 
   trials::EnterQuietNetwork();

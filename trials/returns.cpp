@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "build_identity/build.h"
 #include "protocol/commands.h"
 #include "protocol/stored_documents.h"
 #include "rig.h"
@@ -80,6 +81,7 @@ int main(int argc, char** argv) {
   app.add_option("--rounds", rounds, "kills of the store");
   app.add_option("--daemon", daemon, "the daemon's program");
   app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
+  app.set_version_flag("--version", build::Line("returns"));
   CLI11_PARSE(app, argc, argv);
 
   trials::EnterQuietNetwork();

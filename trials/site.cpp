@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
+#include "build_identity/build.h"
 #include "site_sources.h"
 #include "site_stage.h"
 
@@ -110,6 +111,7 @@ int main(int argc, char** argv) {
   app.add_option("--daemon", programs.daemon, "the daemon's program");
   app.add_option("--relay", programs.relay, "the relay's program");
   app.add_option("--packaging", programs.packaging, "where the shipped configuration is");
+  app.set_version_flag("--version", build::Line("site"));
   CLI11_PARSE(app, argc, argv);
   std::string problem;
   if (!desk::EnterOwnNetwork(problem)) {

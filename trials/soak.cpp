@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "build_identity/build.h"
 #include "netpush/netpush.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
@@ -97,6 +98,7 @@ int main(int argc, char** argv) {
   app.add_option("--commands", commands, "configuration commands");
   app.add_option("--daemon", daemon, "the daemon's program");
   app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
+  app.set_version_flag("--version", build::Line("soak"));
   CLI11_PARSE(app, argc, argv);
 
   trials::EnterQuietNetwork();

@@ -60,6 +60,10 @@ TEST_F(Parkctl, SaysWhatTheDeviceSays) {
       {"parkctl explain bus_dev_pos", 0, "one of 0 (own group), 1 (left), 2 (right), 3 (front); default 0"},
       {"parkctl explain set_dev_pso", 3, "did you mean set_dev_pos?"},
       {"parkctl", 3, "--help"},
+      {"parkctl version --run-directory .", 0, "business_server  not running as the unit business-server\n"},
+      {"mkdir -p business-server && business_server --version >business-server/version && "
+       "parkctl version --run-directory . | grep -cF \"$(parkctl --version | cut -d ' ' -f 2-)\"",
+       0, "2\n"},
   };
   for (const Row& row : kRows) RunRow(row);
 }

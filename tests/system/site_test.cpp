@@ -144,6 +144,13 @@ TEST_F(SiteOfPeople, ADeviceJoinsIsSeenIsAskedAndLeaves) {
           0,
           {"L1-1  L1  1 of 2 free", "L1-1  daemon ok, plan ok"}});
 
+  Expect(
+      {"as vera parkctl version --site mqtts://localhost/garage --device L1-1 | grep -c \"$(park_relay --version | cut "
+       "-d ' ' -f 2)\"",
+       0,
+       {"2\n"}});
+  Expect({"as vera parkctl version --site mqtts://localhost/garage --device L9", 2, {"is not online at the hub"}});
+
   const std::string ask = "as bert parkctl request --site mqtts://localhost/garage --device L1-1 ";
   Expect({(ask + "get_dev_pos").c_str(), 1, {"403 remote requests are off", "remote=read"}});
   Expect({"parkctl relay set remote=read", 0, {"+ remote: \"read\""}});

@@ -1,14 +1,20 @@
-// contract_tables [--check] PAGE...: writes the tables of pages anew from contract/, or says which are stale.
+// contract_tables [--check | --version] PAGE...: writes the tables of pages anew from contract/, or says which are
+// stale.
 #include <cstring>
 #include <exception>
 #include <fstream>
 #include <iostream>
 #include <sstream>
 
+#include "build_identity/build.h"
 #include "contract/tables.h"
 
 int main(int argc, char** argv) {
   const bool only_check = argc > 1 && strcmp(argv[1], "--check") == 0;
+  if (argc > 1 && strcmp(argv[1], "--version") == 0) {
+    std::cout << build::Line("contract_tables") << "\n";
+    return 0;
+  }
   bool stale = false;
   try {
     for (int i = only_check ? 2 : 1; i < argc; ++i) {

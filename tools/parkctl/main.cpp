@@ -5,6 +5,7 @@
 #include <iostream>
 #include <map>
 
+#include "build_identity/build.h"
 #include "command_line.h"
 #include "console.h"
 #include "contract/schemas.h"
@@ -16,6 +17,7 @@
 #include "results.h"
 #include "store_commands.h"
 #include "stored_text.h"
+#include "version_command.h"
 #include "watch.h"
 
 namespace {
@@ -236,6 +238,19 @@ void AddContract(CLI::App& app, Action& action) {
   }
 }
 
+void AddVersion(CLI::App& app, Action& action) {
+  auto* command = app.add_subcommand("version", "Say which build of what runs: here, or on a device of a site");
+  auto options = std::make_shared<parkctl::VersionOptions>();
+  command->add_flag("--json", options->json, "As JSON");
+  command->add_option("--run-directory", options->run_directory)->group(kHidden);
+  parkctl::AddDeviceOptions(*command, options->device);
+  command->footer(
+      "Examples:\n"
+      "  parkctl version\n"
+      "  parkctl version --site mqtts://hub.example/garage --user ann --password-file ann.pw --device L2-B-014");
+  command->callback([options, &action] { action = [options] { return parkctl::ShowVersions(*options); }; });
+}
+
 // For the shell's completion: the words that can stand at a place.
 void AddNames(CLI::App& app, Action& action) {
   auto* command = app.add_subcommand("names", "")->group(kHidden);
@@ -296,7 +311,9 @@ int main(int argc, char** argv) {
   AddContract(app, action);
   parkctl::AddSite(app, action);
   parkctl::AddRelay(app, action, ports);
+  AddVersion(app, action);
   AddNames(app, action);
+  app.set_version_flag("--version", build::Line("parkctl"));
   try {
     app.parse(argc, argv);
     if (action) return action();

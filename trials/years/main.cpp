@@ -10,6 +10,7 @@
 #include <ctime>
 #include <iostream>
 
+#include "build_identity/build.h"
 #include "years/shrink.h"
 #include "years/site.h"
 
@@ -42,6 +43,7 @@ int main(int argc, char** argv) {
   app.add_option("--seed", history.seed, "what is drawn follows from it")->capture_default_str();
   app.add_option("--from", history.first_day, "first day to play, counted from 0")->capture_default_str();
   app.add_flag("--no-shrink", whole, "a history that fails is told as it is");
+  app.set_version_flag("--version", build::Line("years"));
   CLI11_PARSE(app, argc, argv);
   setenv("TZ", "UTC", 1);
   tzset();
