@@ -51,6 +51,7 @@ install(FILES ${here}/device/bus-console.conf DESTINATION lib/business-server)
 install(FILES ${here}/device/console.conf DESTINATION /etc/business-server/console)
 install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-server-bus.service
               ${here}/systemd/business-server-store.service ${here}/systemd/business-server-console.service
+              ${here}/systemd/business-server-guard.service
         DESTINATION /lib/systemd/system)
 install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
 install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)

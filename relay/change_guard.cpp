@@ -23,6 +23,8 @@ constexpr int kNoStore = 503;
 constexpr int kNoAnswer = 504;
 
 constexpr char kAnother[] = "another change waits";
+constexpr char kMadeOnTheDevice[] = "another change waits, made on the device itself";
+constexpr char kFromTheSite[] = "another change waits, from the site";
 
 bool IsId(const Json::Value& id) { return id.isString() && bs::IsSiteName(id.asString()); }
 
@@ -35,6 +37,10 @@ std::string RequestText(std::string_view type, const Json::Value& body) {
 
 // Nothing is wrong with what was asked: it is asked again until it is answered.
 bool IsAway(int state) { return state == kNoStore || state == kNoAnswer; }
+
+Json::UInt SecondsLeft(Milliseconds deadline, Milliseconds now) {
+  return static_cast<Json::UInt>(deadline > now ? (deadline - now + 999) / 1000 : 0);
+}
 
 // A member of what may be no object.
 Json::Value Member(const Json::Value& document, const char* name) {
@@ -84,12 +90,13 @@ void ChangeGuard::Request(uint64_t token, const Json::Value& request, Millisecon
     return;
   }
   if (type == kGetChange) {
-    Json::Value waiting(Json::objectValue);
-    if (!IsIdle()) {
-      waiting["id"] = id_;
-      waiting["seconds_left"] =
-          static_cast<Json::UInt>(phase_ == Phase::kWaiting && deadline_ > now ? (deadline_ - now + 999) / 1000 : 0);
+    if (IsIdle()) {
+      LookAt(other_, token);
+      return;
     }
+    Json::Value waiting;
+    waiting["id"] = id_;
+    waiting["seconds_left"] = SecondsLeft(phase_ == Phase::kWaiting ? deadline_ : 0, now);
     Reply(token, kGetChange, {}, waiting);
     return;
   }
@@ -203,6 +210,9 @@ void ChangeGuard::Next(Milliseconds now) {
     case Phase::kSaving:
       Save(false);
       return;
+    case Phase::kYielding:
+      LookAt(other_, 0);
+      return;
     case Phase::kMarking:
       Save(true);
       return;
@@ -276,7 +286,8 @@ void ChangeGuard::Restore(std::string_view stored, Milliseconds now) {
   seconds_ = text["seconds"].asInt();
   changes_ = std::move(changes);
   set_ = changes_.size();
-  deadline_ = text["boot"].asString() == boot_ ? text["deadline"].asUInt64() : 0;
+  const bool same_clock = !boot_.empty() && text["boot"].asString() == boot_;
+  deadline_ = same_clock ? text["deadline"].asUInt64() : 0;
   try_token_ = end_token_ = 0;
   if (deadline_ <= now) {
     GoBack(now);
@@ -305,7 +316,38 @@ void ChangeGuard::Answered(std::string_view reply, Milliseconds now) {
     return;
   }
   read_ = Member(document, bs::kBody);
-  wishes_.push_back(Look{stored});
+  LookAt(*stored, 0);
+}
+
+void ChangeGuard::LookAt(const bs::StoredDocument& document, uint64_t token) {
+  glances_.push_back({&document, token});
+  wishes_.emplace_back(std::in_place_type<Look>, Look{&document});
+}
+
+// Its own change is stored by now: of two guards that begin at once at least one sees the other's, and nothing is set.
+void ChangeGuard::Yield(Found found, std::string_view text, Milliseconds now) {
+  if (found == Found::kNo || (found == Found::kYes && text.empty())) {
+    Begin(Phase::kSetting, now);
+    return;
+  }
+  outcome_ = {kNoStore, "the store does not answer, nothing was changed"};
+  if (found == Found::kYes) outcome_ = {409, &other_ == &kDeviceChange ? kMadeOnTheDevice : kFromTheSite};
+  Begin(Phase::kErasing, now);
+}
+
+// Nothing waits here; what waits at the other guard is told as the other's.
+void ChangeGuard::TellOther(uint64_t token, Found found, std::string_view text, Milliseconds now) {
+  if (found == Found::kUnreachable) {
+    Reply(token, kGetChange, {kNoStore, "the store does not answer"});
+    return;
+  }
+  Json::Value body(Json::objectValue), stored;
+  if (found == Found::kYes && ParseObject(text.substr(0, text.find('\0')), &stored) && IsId(stored["id"])) {
+    const bool same_clock = !boot_.empty() && stored["boot"] == Json::Value(boot_) && stored["deadline"].isUInt64();
+    body["other"]["id"] = stored["id"];
+    body["other"]["seconds_left"] = SecondsLeft(same_clock ? stored["deadline"].asUInt64() : 0, now);
+  }
+  Reply(token, kGetChange, {}, body);
 }
 
 // What the question under way reads, null for what is set and for what the relay reads itself.
@@ -319,7 +361,18 @@ const bs::StoredDocument* ChangeGuard::DocumentRead() const {
 // A device that its store does not answer goes by its defaults, and says so with "All done". Taken for what was stored,
 // a default would be set over its owner's document, or would pass for what was set back.
 void ChangeGuard::Looked(Found found, std::string_view text, Milliseconds now) {
-  if (!read_) return;
+  if (glances_.empty()) return;
+  const Glance glance = glances_.front();
+  glances_.pop_front();
+  if (glance.token != 0) {
+    TellOther(glance.token, found, text, now);
+    return;
+  }
+  if (glance.document == &other_) {
+    if (phase_ == Phase::kYielding) Yield(found, text, now);
+    return;
+  }
+  if (!read_ || glance.document != DocumentRead()) return;
   const Json::Value body = *std::exchange(read_, std::nullopt);
   Json::Value stored;
   if (found == Found::kUnreachable) {
@@ -388,7 +441,7 @@ void ChangeGuard::Stored(bool done, Milliseconds now) {
   switch (phase_) {
     case Phase::kSaving:
       if (done) {
-        Begin(Phase::kSetting, now);
+        Begin(Phase::kYielding, now);
       } else {
         Reply(std::exchange(try_token_, 0), kTryChange, {503, "the store does not answer, nothing was changed"});
         Begin(Phase::kErasing, now);  // the text may have arrived all the same

@@ -10,6 +10,7 @@
 #include <json/value.h>
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -28,6 +29,11 @@ inline constexpr char kUndoChange[] = "undo_change";
 inline constexpr char kGetChange[] = "get_change";
 inline constexpr char kGetRelayCfg[] = "get_relay_cfg";
 inline constexpr char kSetRelayCfg[] = "set_relay_cfg";
+
+// Where what is to be set back stands in the device's store: of a change that came from the site, guarded by the relay,
+// and of one that was made on the device itself, guarded there.
+inline constexpr bs::StoredDocument kSiteChange = bs::Stored("relay_change_value", 18, bs::kNoDefault);
+inline constexpr bs::StoredDocument kDeviceChange = bs::Stored("config_change_value", 19, bs::kNoDefault);
 
 // One line, as short as it gets.
 std::string CompactText(const Json::Value& document);
@@ -54,7 +60,7 @@ class ChangeGuard {
   struct Store {  // in place of what is stored, empty for nothing; answered by Stored
     std::string text;
   };
-  struct Look {  // at what is stored; answered by Looked
+  struct Look {  // at what is stored; each answered by Looked, in their order
     const bs::StoredDocument* document;
   };
   struct Say {
@@ -65,8 +71,9 @@ class ChangeGuard {
   std::vector<Wish> Take() { return std::exchange(wishes_, {}); }
   Milliseconds NextTurn() const;
 
-  // boot tells one run of the machine from another: the clock starts anew with it.
-  explicit ChangeGuard(std::string boot) : boot_(std::move(boot)) {}
+  // boot tells one run of the machine from another: the clock starts anew with it; empty: nobody knows. other is where
+  // the device's other guard keeps its change: one of the two waits at a time.
+  ChangeGuard(std::string boot, const bs::StoredDocument& other) : boot_(std::move(boot)), other_(other) {}
 
   static bool Takes(std::string_view type);
 
@@ -85,7 +92,18 @@ class ChangeGuard {
   bool IsAtWork() const { return phase_ != Phase::kIdle && phase_ != Phase::kWaiting; }
 
  private:
-  enum class Phase { kIdle, kReading, kSaving, kSetting, kChecking, kMarking, kWaiting, kRestoring, kErasing };
+  enum class Phase {
+    kIdle,
+    kReading,
+    kSaving,
+    kYielding,
+    kSetting,
+    kChecking,
+    kMarking,
+    kWaiting,
+    kRestoring,
+    kErasing
+  };
 
   struct Change {
     std::string type;
@@ -106,6 +124,9 @@ class ChangeGuard {
   void Next(Milliseconds now);  // asks for what comes next, or ends the phase
   void Save(bool complete);
   void GoBack(Milliseconds now);
+  void LookAt(const bs::StoredDocument& document, uint64_t token);
+  void TellOther(uint64_t token, Found found, std::string_view text, Milliseconds now);
+  void Yield(Found found, std::string_view text, Milliseconds now);
   const bs::StoredDocument* DocumentRead() const;
   void Taken(const Outcome& outcome, const Json::Value& body, Milliseconds now);
   void TakenBack(const Outcome& outcome, const Json::Value& body, Milliseconds now);
@@ -114,7 +135,13 @@ class ChangeGuard {
   Json::Value Summary() const;
 
   const std::string boot_;
+  const bs::StoredDocument& other_;
   std::vector<Wish> wishes_;
+  struct Glance {
+    const bs::StoredDocument* document;
+    uint64_t token;  // of the request that it is for; 0: of the change under way
+  };
+  std::deque<Glance> glances_;  // at what is stored, in the order in which they are answered
   Phase phase_ = Phase::kIdle;
   std::string id_;
   int seconds_ = 0;

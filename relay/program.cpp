@@ -42,7 +42,7 @@ std::string FirstLine(const std::string& path) {
 }
 
 // Neither counts a NUL.
-std::string_view KeyOf(StoreKey key) { return key == StoreKey::kChange ? "relay_change_value" : "relay_value"; }
+std::string_view KeyOf(StoreKey key) { return key == StoreKey::kChange ? kSiteChange.key : "relay_value"; }
 
 }  // namespace
 

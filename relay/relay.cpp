@@ -34,7 +34,8 @@ bool SameNames(const Membership& a, const Membership& b) { return a.site == b.si
 
 }  // namespace
 
-Relay::Relay(Start start, Milliseconds now) : start_(std::move(start)), random_(start_.seed), guard_(start_.boot) {
+Relay::Relay(Start start, Milliseconds now)
+    : start_(std::move(start)), random_(start_.seed), guard_(start_.boot, kDeviceChange) {
   daemon_.heard_at = now;
   Do(ReadStore{StoreKey::kChange});
   ReadMembership();

@@ -16,6 +16,7 @@ inline constexpr char kFrontEndRole[] = "front_end";
 inline constexpr char kRelayRole[] = "relay";
 inline constexpr char kRelayRequestsRole[] = "relay_requests";  // where the owner lets the site ask this device
 inline constexpr char kIntegratorRole[] = "integrator";
+inline constexpr char kConfigGuardRole[] = "config_guard";  // sets back the changes that nobody confirms
 
 // Makes the client log in as a role. The password is the first line of the file of the role's name in the directory
 // that the supervisor keeps credentials in for this process, or, without one, in otherwise (which may be null). Where

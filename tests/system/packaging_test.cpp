@@ -64,6 +64,7 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
       {"business-server-store", "ExecStartPre=/usr/lib/business-server/store-repair /var/lib/business-server/store\n",
        "15"},
       {"business-server-relay", "--site-password ${CREDENTIALS_DIRECTORY}/site-password\n", "15"},
+      {"business-server-guard", "ExecStart=/usr/bin/parkctl config guard\n", "15"},
       {"business-server-console", "ExecStart=/usr/bin/stunnel4 /etc/business-server/console/console.conf\n", "15"},
       {"business-server-hub", "ExecStart=/usr/sbin/mosquitto -c /etc/business-server-site/mosquitto.conf\n", "15"},
       {"business-server-hub-console", "ExecStart=/usr/bin/stunnel4 /etc/business-server-site/console.conf\n", "15"},
@@ -92,8 +93,8 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
 TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
   using namespace businessserver;
   Start(device_.broker);
-  const std::string roles[] = {"recogniser",     "front_end",  "controller",     "relay",
-                               "relay_requests", "integrator", "business_server"};
+  const std::string roles[] = {"recogniser",     "front_end",  "controller",   "relay",
+                               "relay_requests", "integrator", "config_guard", "business_server"};
   const struct {
     std::string type, publish, read;
   } kRows[] = {
@@ -101,20 +102,21 @@ TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
       {kAvsParkRectChange, "recogniser", "integrator business_server"},
       {kBusBroadlistenMessage, "controller", "integrator business_server"},
       {kSysDeviceNameChanged, "front_end", "integrator business_server"},
-      {kBusRequestMessage, "front_end relay_requests integrator", "integrator business_server"},
+      {kBusRequestMessage, "front_end relay_requests integrator config_guard", "integrator business_server"},
       {kBusExtRequestMessage, "controller integrator", "integrator business_server"},
       {kBusNetPush, "relay", "integrator business_server"},
-      {kHttpBroadcastMessageRoot, "front_end relay", "relay integrator business_server"},
+      {kHttpBroadcastMessageRoot, "front_end relay config_guard", "relay integrator business_server"},
       {kBusBroadcastMessage, "business_server", "front_end controller relay integrator"},
       {kBusSimulatorTrigger, "business_server", "front_end controller integrator"},
       {kHttpRequestMessageRoot, "business_server", "front_end controller relay integrator"},
       {"BUS_REQUEST_MESSAGE/reply", "business_server", "front_end integrator"},
       {"BUS_EXT_REQUEST_MESSAGE/reply", "business_server", "controller integrator"},
-      {"reply/front_end/1", "business_server", "front_end"},
+      {"reply/front_end/1", "business_server config_guard", "front_end"},
       {"reply/controller/1", "business_server", "controller"},
       {"reply/relay_requests/1", "business_server", "relay_requests"},
-      {"reply/integrator/1", "integrator business_server", "integrator"},
-      {"CHANGE_REQUEST_MESSAGE", "integrator", "integrator"},
+      {"reply/integrator/1", "business_server config_guard", "integrator"},
+      {"reply/config_guard/1", "business_server", "config_guard"},
+      {"CHANGE_REQUEST_MESSAGE", "front_end integrator", "integrator config_guard"},
       {"reply/anyone", "business_server", ""},
       {"ANY_OTHER_MESSAGE", "", ""},
   };
@@ -184,6 +186,45 @@ TEST_F(InstalledDevice, WorksWithItsAccountsAndListensOnLoopbackOnly) {
        {"config get dir", "flushall", "shutdown", "set x y", "replicaof 127.0.0.1 1", "keys '*'"}) {
     EXPECT_EQ(StoreSays(command).rfind("NOPERM", 0), 0u) << command;
   }
+}
+
+// The console, logged in with an account of the bus, tries a change; its guard is ended, as is the machine.
+TEST_F(InstalledDevice, TakesBackWhatTheConsoleTriesAlsoAfterARestart) {
+  for (desk::Process* program : {&device_.broker, &device_.store, &device_.daemon}) Start(*program);
+  desk::Process guard(loop_, "guard");
+  guard.Configure({BINARY_DIRECTORY "/parkctl", "config", "guard"}, directory_.path);
+  std::string problem;
+  ASSERT_TRUE(guard.Start(problem)) << problem;
+  const auto ask = [&](const std::string& role, const std::string& request) {
+    return Shell("mosquitto_rr -V 5 -W 2 -t CHANGE_REQUEST_MESSAGE -e reply/" + role + "/1 -m '" + request + "'" +
+                 Account(role))
+        .output;
+  };
+  const auto answers = [&] { return ask("front_end", R"({"type":"get_change"})").find("200") != std::string::npos; };
+  const auto position = [&] {
+    return Shell(BINARY_DIRECTORY "/parkctl store get bus_dev_pos").output.find("3") != std::string::npos;
+  };
+  constexpr char kTry[] = R"({"type":"try_change","body":{"id":"page-1","seconds":3600,"changes":)"
+                          R"([{"type":"set_dev_pos","body":{"pos":3}}]}})";
+  EXPECT_TRUE(loop_.RunUntil(answers, desk::Loop::Milliseconds(30000)));
+  EXPECT_NE(ask("front_end", kTry).find("\"state\":200"), std::string::npos);
+  EXPECT_TRUE(position());
+  EXPECT_NE(ask("integrator", R"({"type":"get_change"})").find("page-1"), std::string::npos);
+
+  guard.Kill();
+  ASSERT_TRUE(guard.Start(problem)) << problem;
+  EXPECT_TRUE(loop_.RunUntil(answers, desk::Loop::Milliseconds(30000)));
+  EXPECT_TRUE(position()) << "its time is not over";
+  guard.Kill();
+  const std::string kept = StoreSays("--raw hget kvdb config_change_value");
+  const size_t boot = kept.find(R"("boot":")");
+  ASSERT_NE(boot, std::string::npos) << kept;
+  std::ofstream(directory_.path / "kept") << std::string(kept).replace(boot + 8, 4, "last");
+  StoreSays("-x hset kvdb config_change_value <" + (directory_.path / "kept").string());
+  ASSERT_TRUE(guard.Start(problem)) << problem;
+  EXPECT_TRUE(loop_.RunUntil([&] { return !position(); }, desk::Loop::Milliseconds(30000)));
+  EXPECT_TRUE(loop_.RunUntil([&] { return StoreSays("hget kvdb config_change_value").size() < 5; },
+                             desk::Loop::Milliseconds(10000)));
 }
 
 TEST_F(InstalledDevice, StoreStartsAgainFromADamagedFile) {

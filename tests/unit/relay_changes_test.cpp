@@ -16,6 +16,7 @@ class RelayChanges : public RelayBench {
     documents_["dev_pos"] = Value(R"({"pos": 1})");
     stored_document_ = [this](const bs::StoredDocument& document) {
       if (store_away_) return StoredText{Found::kUnreachable, ""};
+      if (&document == &kDeviceChange) return others_;
       const bool is_position = &document == &bs::kDevPos;
       EXPECT_TRUE(is_position || &document == &bs::kDeviceTtyio) << document.key;
       return StoredText{Found::kYes, CompactText(documents_[is_position ? "dev_pos" : "ttyio_cfg"]) + '\0'};
@@ -87,6 +88,7 @@ class RelayChanges : public RelayBench {
   const std::string before_ = R"({"baudrate":9600}{"pos":1})";
   const std::string after_ = R"({"baudrate":19200}{"pos":2})";
   std::map<std::string, Json::Value> documents_;
+  StoredText others_{Found::kNo, ""};  // change, made on the device itself
   bool away_ = false;
   bool store_away_ = false;
   bool forgets_ = false;  // its store: it answers what it goes by without
@@ -142,6 +144,25 @@ TEST_F(RelayChanges, OneAtATimeAndTheSameOneAgainIsLonger) {
   EXPECT_EQ(Held(), after_);
   Wait(1000);
   EXPECT_EQ(Held(), before_);
+}
+
+TEST_F(RelayChanges, OneAtATimeOnTheWholeDevice) {
+  const char kDevices[] = R"({"id":"config-7","seconds":60,"boot":"","deadline":40000,"changes":[]})";
+  others_ = {Found::kYes, kDevices};
+  EXPECT_EQ(Try(Two()), "409 another change waits, made on the device itself");
+  EXPECT_EQ(Sets(), "");
+  EXPECT_EQ(change_.found, Found::kNo);
+  EXPECT_EQ(Request(R"({"type": "get_change"})"), "200 All done");
+  EXPECT_EQ(CompactText(reply_["body"]), R"({"other":{"id":"config-7","seconds_left":0}})");
+  EXPECT_EQ(Request(R"({"type": "keep_change", "body": {"id": "config-7"}})"), "404 no such change waits");
+  others_ = {Found::kUnreachable, ""};
+  EXPECT_EQ(Request(R"({"type": "get_change"})"), "503 the store does not answer");
+  EXPECT_EQ(Try(Two()), "503 the store does not answer, nothing was changed");
+  EXPECT_EQ(Sets(), "");
+  others_ = {Found::kYes, "nonsense"};  // nobody knows what it was: it has to be taken away by hand
+  EXPECT_EQ(Try(Two()), "409 another change waits, made on the device itself");
+  others_ = {Found::kNo, ""};
+  EXPECT_EQ(Try(Two()), "200 All done");
 }
 
 TEST_F(RelayChanges, WhatFailsOnTheWayLeavesNothing) {
@@ -235,6 +256,11 @@ TEST_F(RelayChanges, OutliveTheRelay) {
   Wait(49000);
   EXPECT_EQ(Held(), after_);
   restart("b2");  // the machine started anew: its clock tells nothing
+  Wait(1000);
+  EXPECT_EQ(Held(), before_);
+  restart("");  // where nobody knows whether it did, neither
+  Try(Two());
+  restart("");
   Wait(1000);
   EXPECT_EQ(Held(), before_);
 

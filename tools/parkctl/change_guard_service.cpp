@@ -70,11 +70,11 @@ bool IsAlone() {
 class GuardService {
  public:
   explicit GuardService(const ConfigDeviceOptions& options)
-      : options_(options), device_(options), store_(options.store_port), guard_(BootId()) {}
+      : options_(options), device_(options), store_(options.store_port), guard_(BootId(), relay::kSiteChange) {}
 
   int Run(bool once) {
     std::string text;
-    while (store_.Read(kChangeDocument, text) == Store::Found::kUnreachable) std::this_thread::sleep_for(kTurn);
+    while (store_.Read(relay::kDeviceChange, text) == Store::Found::kUnreachable) std::this_thread::sleep_for(kTurn);
     guard_.Restore(text, Now());
     auto last_busy = std::chrono::steady_clock::now();
     while (!once || std::chrono::steady_clock::now() - last_busy < kIdleEnd) {
@@ -89,7 +89,7 @@ class GuardService {
  private:
   void Listen() {
     if (!bus_) {
-      bus_.emplace(options_.device.bus_port, platform::kIntegratorRole);
+      bus_.emplace(options_.device.bus_port, options_.device.role);
       if (!bus_->Connect() || !bus_->Listen({kChangeRequestMessage})) {
         bus_.reset();
         std::this_thread::sleep_for(kTurn);
@@ -151,8 +151,9 @@ class GuardService {
     asked_.erase(answer.token);
   }
   void Do(const relay::ChangeGuard::Store& store) {
-    const bool done = store.text.empty() ? Kvdb_DeleteKey(kChangeDocument.key, kChangeDocument.key_length) == 1
-                                         : store_.Write(kChangeDocument, store.text);
+    const bool done = store.text.empty()
+                          ? Kvdb_DeleteKey(relay::kDeviceChange.key, relay::kDeviceChange.key_length) == 1
+                          : store_.Write(relay::kDeviceChange, store.text);
     guard_.Stored(done, Now());
   }
   void Do(const relay::ChangeGuard::Look& look) {

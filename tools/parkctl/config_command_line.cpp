@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "bus_account.h"
 #include "change_guard_service.h"
 #include "command_line.h"
 #include "config_commands.h"
@@ -86,6 +87,7 @@ void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
     action = [once, &ports] {
       ConfigDeviceOptions options;
       options.device.bus_port = ports.bus;
+      options.device.role = platform::kConfigGuardRole;
       options.store_port = ports.store;
       return RunChangeGuard(options, *once);
     };

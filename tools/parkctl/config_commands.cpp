@@ -89,9 +89,16 @@ Json::Value GuardRequest(const char* type, const std::string& id = "") {
 struct Waiting {
   std::string id;  // empty: no change waits
   int seconds_left = 0;
-  int status = kDone;  // kNoAnswer: nobody knows whether one waits; kRefused: nobody may know, problem says why
+  std::string elsewhere;  // where a change waits that can be kept or taken back there only; empty: none does
+  int status = kDone;     // kNoAnswer: nobody knows whether one waits; kRefused: nobody may know, problem says why
   std::string problem;
 };
+
+// A change waits at the other guard: whatever is set now would be mixed with what that one sets back.
+int RefuseForOther(const Waiting& waiting) {
+  Note("a change that " + waiting.elsewhere + " waits to be confirmed there: nothing is set");
+  return kRefused;
+}
 
 Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
   if (device.ChangeWasLeft()) {
@@ -99,6 +106,7 @@ Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
     EnsureChangeGuard(options.device);
   }
   Waiting waiting;
+  if (device.SiteTriesChange()) waiting.elsewhere = "came from the site";
   if (!device.remote() && !ChangeGuardRuns()) return waiting;
   const Reply reply = device.AskGuard(GuardRequest(relay::kGetChange));
   if (!reply.Came()) {
@@ -108,6 +116,8 @@ Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
     waiting.status = kRefused;
     waiting.problem = std::to_string(reply.state) + " " + words::Printable(reply.error_msg);
   }
+  if (device.remote() && reply.Done() && reply.body.isMember("other"))
+    waiting.elsewhere = "was made on the device itself";
   if (!reply.Done() || !reply.body["id"].isString()) return waiting;
   waiting.id = reply.body["id"].asString();
   waiting.seconds_left = reply.body["seconds_left"].asInt();
@@ -229,7 +239,9 @@ int TryAll(ConfigDevice& device, const ConfigOptions& options, const std::string
     if (step != Step::kDone) return step == Step::kNoAnswer ? kNoAnswer : kRefused;
   }
   if (!device.remote() && !EnsureChangeGuard(options.device)) {
-    Note("the process that would set everything back did not start: nothing is set");
+    Note(
+        "the process that would set everything back does not answer: nothing is set. On an installed device it is "
+        "business-server-guard");
     return kNoAnswer;
   }
   return TellTried(device, device.AskGuard(TryRequest(id, options.confirm_s, changes)), options.confirm_s);
@@ -292,10 +304,7 @@ int ApplyConfiguration(const ConfigOptions& options) {
     request[bs::kBody]["seconds"] = options.confirm_s;
     return TellTried(device, device.AskGuard(request), options.confirm_s);
   }
-  if (device.SiteTriesChange()) {
-    Note("a change that came from the site waits to be confirmed there: nothing is set");
-    return kRefused;
-  }
+  if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
   std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
   if (!IsForThisDevice(wanted, *held, options.other_device)) return kMisused;
@@ -319,6 +328,7 @@ int ConfirmConfiguration(const ConfigOptions& options) {
   const Waiting waiting = WaitingChange(device, options);
   if (waiting.status == kNoAnswer) return kNoAnswer;
   if (waiting.id.empty()) {
+    if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
     Note(waiting.status == kRefused ? "refused, " + waiting.problem : "no change waits to be confirmed");
     return kRefused;
   }
@@ -338,6 +348,7 @@ int RollBackConfiguration(const ConfigOptions& options) {
     std::cout << (reply.Done() ? "everything is as it was" : words::Printable(reply.error_msg)) << "\n";
     return reply.Done() ? kDone : kRefused;
   }
+  if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
   const ConfigState state(device.FileName());
   const std::optional<Configuration> good = state.LastGood();
   if (!good) {

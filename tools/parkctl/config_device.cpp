@@ -3,12 +3,14 @@
 #include <iterator>
 #include <utility>
 
+#include "bus_account.h"
 #include "change_guard_service.h"
 #include "console.h"
 #include "contract/schemas.h"
 #include "kvdb.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
+#include "relay/change_guard.h"
 
 namespace parkctl {
 
@@ -19,9 +21,6 @@ namespace {
 constexpr std::chrono::seconds kPatience{6};        // a device that is busy with its beacon module answers in time
 constexpr std::chrono::seconds kGuardPatience{30};  // a change is made and read back before it is answered
 constexpr char kRelayKey[] = "relay_value";
-constexpr char kChangeKey[] = "config_change_value";
-constexpr char kSiteChangeKey[] = "relay_change_value";
-const bs::StoredDocument kSiteChange = {kSiteChangeKey, sizeof kSiteChangeKey - 1, bs::kNoDefault};
 
 const bs::StoredDocument& DocumentOf(const config::Part& part) {
   for (const bs::StoredDocument* document : bs::kStoredDocuments) {
@@ -54,8 +53,6 @@ Reply ReadReply(Outcome outcome, const std::string& text) {
 
 const bs::StoredDocument kRelayValue = {kRelayKey, sizeof kRelayKey - 1, bs::kNoDefault};
 
-const bs::StoredDocument kChangeDocument = {kChangeKey, sizeof kChangeKey - 1, bs::kNoDefault};
-
 ConfigDevice::ConfigDevice(const ConfigDeviceOptions& options)
     : options_(options), remote_(!options.device.device.empty()), link_(std::in_place, options.device) {
   if (!remote_) store_.emplace(options.store_port);
@@ -84,12 +81,12 @@ Reply ConfigDevice::Ask(const std::string& topic, const Json::Value& request) {
 
 bool ConfigDevice::ChangeWasLeft() const {
   std::string text;
-  return store_ && !ChangeGuardRuns() && store_->Read(kChangeDocument, text) == Store::Found::kYes;
+  return store_ && !ChangeGuardRuns() && store_->Read(relay::kDeviceChange, text) == Store::Found::kYes;
 }
 
 bool ConfigDevice::SiteTriesChange() const {
   std::string text;
-  return store_ && store_->Read(kSiteChange, text) == Store::Found::kYes;
+  return store_ && store_->Read(relay::kSiteChange, text) == Store::Found::kYes;
 }
 
 int ConfigDevice::Explain(const Reply& reply) const { return link_->Explain(reply.outcome, bs::kBusRequestMessage); }
@@ -144,7 +141,8 @@ Reply ConfigDevice::SetRelayDocument(const Json::Value& value) {
   reply.error_msg = stored ? bs::kAllDone.error_msg : "the store did not take it";
   if (!stored) return reply;
   // The relay reads its document again when anybody speaks here.
-  DeviceBus bus(options_.device.bus_port, "integrator");
+  const bool guards = options_.device.role == std::string(platform::kConfigGuardRole);
+  DeviceBus bus(options_.device.bus_port, guards ? platform::kConfigGuardRole : platform::kFrontEndRole);
   if (bus.Connect()) bus.Send(bs::kHttpBroadcastMessageRoot, R"({"type": "relay_document_changed"})");
   return reply;
 }

@@ -79,9 +79,6 @@ class ConfigDevice {
 // "relay_value", which the daemon does not know.
 extern const businessserver::StoredDocument kRelayValue;
 
-// What the guard of this device has to set back.
-extern const businessserver::StoredDocument kChangeDocument;
-
 // Where the guard of this device listens.
 constexpr char kChangeRequestMessage[] = "CHANGE_REQUEST_MESSAGE";
 

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <set>
 
-#include "bus_account.h"
 #include "console.h"
 #include "plain_words.h"
 #include "protocol/names.h"
@@ -97,7 +96,7 @@ int Hub::Explain(Outcome outcome, const std::string& what) const {
 DeviceLink::DeviceLink(const DeviceOptions& options) : device_(options.device) {
   if (device_.empty()) {
     if (!options.site.address.empty()) throw UserError("--site: which device of the site? --device NAME");
-    bus_.emplace(options.bus_port, platform::kIntegratorRole);
+    bus_.emplace(options.bus_port, options.role);
     connected_ = bus_->Connect();
     return;
   }

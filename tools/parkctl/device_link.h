@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "bus_account.h"
 #include "device_bus.h"
 
 namespace parkctl {
@@ -34,7 +35,8 @@ class Hub : public bus::Caller {
 struct DeviceOptions {
   uint16_t bus_port = 0;
   SiteOptions site;
-  std::string device;  // its name in the site; empty: the device that parkctl runs on
+  std::string device;                            // its name in the site; empty: the device that parkctl runs on
+  const char* role = platform::kIntegratorRole;  // on this device's own bus
 };
 
 class DeviceLink {
