@@ -33,6 +33,12 @@ unsigned BitsPerSecond(const termios& settings) {
 
 }  // namespace
 
+void Line::Reset() {
+  settings = {};
+  arriving_.clear();
+  stuck_until_ = drained_at_ = 0;
+}
+
 int Line::Queued(Micros now) const {
   size_t queued = 0;
   for (const Arrival& arrival : arriving_) queued += arrival.when <= now ? arrival.bytes.size() : 0;

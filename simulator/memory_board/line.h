@@ -22,6 +22,9 @@ class Line {
   // What the far end gets, with the time at which the last byte has left the port.
   std::function<void(std::string_view bytes, Micros when)> far_end;
 
+  // As it was made; the far end stays.
+  void Reset();
+
   // ---- the far end's side ----
   void Arrive(std::string_view bytes, Micros when) { arriving_.push_back({when, std::string(bytes)}); }
   void Stick(Micros until) { stuck_until_ = until; }

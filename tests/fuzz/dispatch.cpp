@@ -2,8 +2,7 @@
 #include "harness.h"
 
 FUZZ_TARGET(input) {
-  ResetFake();
-  fuzz::WithServer([&] {
+  fuzz::WithServer(input, [&] {
     for (std::string_view part : fuzz::Parts(input)) {
       const size_t choice = fuzz::Choose(part, fuzz::kDpMethodCount + 2);
       if (choice == fuzz::kDpMethodCount) Fake().Advance(40000, 1000);

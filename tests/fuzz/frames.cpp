@@ -2,32 +2,36 @@
 // and the decoder accounts for every byte of it. A refused list is applied in part: its frame must fit all the same.
 #include <memory>
 
-#include "harness.h"
+#include "fake_platform/fake_platform.h"
+#include "protocol/json_text.h"
 #include "rs485pro/rs485pro.h"
 #include "serial_decoder.h"
+#include "target.h"
+
+namespace bs = businessserver;
 
 FUZZ_TARGET(input) {
-  ResetFake();
+  Fake().keeps_trace = false;
   const std::string text(input.substr(0, input.find('\0')));
   input.remove_prefix(std::min(text.size() + 1, input.size()));
-  const auto result = std::make_unique<fuzz::LX_ParkingResult>();
+  const auto result = std::make_unique<bs::LX_ParkingResult>();
   memcpy(result.get(), input.data(), std::min(input.size(), sizeof *result));
 
-  fuzz::Rs485ProBuild builder;
+  bs::Rs485ProBuild builder;
   builder.SetRs485Str(text);
   unsigned length = 0;
   const uint8_t* const frame = builder.GetDevRs485ProData(length, 3, 2, result.get());
-  MUST_HOLD(length <= fuzz::kFrameCapacity);
+  MUST_HOLD(length <= bs::kFrameCapacity);
   const std::vector<uint8_t> copy(frame, frame + length);
-  const auto other = std::make_unique<fuzz::LX_ParkingResult>();
+  const auto other = std::make_unique<bs::LX_ParkingResult>();
   memset(other.get(), 0x7F, sizeof *other);
-  other->plate_type = fuzz::kLongPlateType;
+  other->plate_type = bs::kLongPlateType;
   builder.GetDevRs485ProData(length, ~0u, ~0u, other.get());
   builder.GetDevRs485ProData(length, 3, 2, result.get());
   MUST_HOLD(std::vector<uint8_t>(frame, frame + length) == copy);
 
   Json::Value list;
-  fuzz::ParseJson(text, list);
+  bs::ParseJson(text, list);
   size_t described = 0;
   for (const auto& part : words::DecodeBurst(copy.data(), copy.size(), list)) {
     MUST_HOLD(!part.Text().empty());

@@ -1,32 +1,19 @@
-// What the fuzz targets share: a whole server on the recording platform, on a board whose serial lines are pipes, and
-// the promises that everything it sends must keep. Inputs of several parts are split at the line "--".
+// What the fuzz targets of the server share: a whole server with its real drivers on a board in memory, and the
+// promises that everything it sends must keep. One server lives through all inputs; before each it is put back to how
+// it was after its start. Inputs of several parts are split at the line "--".
 #pragma once
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <boost/shared_ptr.hpp>
-#include <cstring>
-#include <filesystem>
 #include <functional>
-#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "fake_platform/fake_platform.h"
+#include "memory_board/memory_board.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
-#include "server/business_server.h"
+#include "protocol/parking_result.h"
 #include "target.h"
-
-namespace businessserver {
-struct BusinessServerTestAccess {
-  static void FreeFrameBuilder(BusinessServer& server) {
-    delete server.rs485_pro_;
-  }  // else kept until the process ends
-};
-}  // namespace businessserver
 
 namespace fuzz {
 
@@ -49,106 +36,43 @@ inline size_t Choose(std::string_view& text, size_t count) {
   return choice;
 }
 
-// A serial line as a pipe: what the driver writes and what it is told lie in one queue, so it is emptied in between.
-class Line {
+// Serial lines, registers and the recording platform's clock. What the driver writes to a line is counted and
+// forgotten; the beacon module at the other one takes every command, unless the target says what it answers.
+class Board : public memory_board::MemoryBoard {
  public:
-  explicit Line(const char* path) {
-    MUST_HOLD(mkfifo(path, 0600) == 0);
-    fd_ = open(path, O_RDWR | O_NONBLOCK);
-    fcntl(fd_, F_SETPIPE_SZ, 1 << 20);
-  }
-  void Say(std::string_view bytes) { MUST_HOLD(write(fd_, bytes.data(), bytes.size()) >= 0); }
-  void Empty() {
-    char chunk[4096];
-    while (read(fd_, chunk, sizeof chunk) > 0) {
-    }
-  }
+  Board();
+  memory_board::Micros Now() const override { return Fake().now_ms * memory_board::kMillisecond; }
+  void PassUntil(memory_board::Micros when) override;
+  time_t WallClock() const override;
+  void OnWrite(int, std::string_view) override {}
 
- private:
-  int fd_;
+  void Say(int number, std::string_view bytes) { line(number).Arrive(bytes, Now()); }
+  void DropInput(int number) { line(number).DropInput(Now()); }
+
+  std::string_view module_answers = kModuleAccepts;
+  static constexpr std::string_view kModuleAccepts = "MTD:OK\r\n";
 };
+Board& TheBoard();
 
-// The memory device cannot be mapped: the registers are held in memory and leave no mappings behind.
-struct Board {
-  static std::string Directory() {
-    static std::string name = std::filesystem::temp_directory_path() / "fuzz-board.XXXXXX";
-    static const bool made = mkdtemp(name.data()) != nullptr && mkdir((name + "/dev").c_str(), 0700) == 0 &&
-                             symlink("/dev/null", (name + "/dev/mem").c_str()) == 0 && chdir(name.c_str()) == 0 &&
-                             atexit([] { std::filesystem::remove_all(Directory()); }) == 0;
-    MUST_HOLD(made);
-    return name;
-  }
-  const std::string directory = Directory();
-  Line beacon{"dev/ttyAMA1"}, external{"dev/ttyAMA2"};
-  const int first_free_descriptor = dup(0);
-};
+// Runs the script on the server that has started with the default documents. Some inputs, chosen by their bytes, run
+// twice, the second time on a new server: what it publishes, answers, stores and writes must be the same, else
+// something outlives its input here.
+void WithServer(std::string_view input, const std::function<void()>& script);
 
-inline Board& TheBoard() {
-  static Board board;
-  return board;
-}
+// An empty store, lines at rest, nothing kept of the past.
+void ResetWorld();
 
-// Runs the script in the event loop of a server that has just started.
-template <typename Script>
-void WithServer(Script script) {
-  TheBoard().beacon.Empty();
-  TheBoard().external.Empty();
-  boost::shared_ptr<BusinessServer> server(new BusinessServer);
-  bool ran = false;
-  Fake().on_poll = [&] {
-    script();
-    ran = true;
-    throw std::runtime_error("end of the input");
-  };
-  server->Start();
-  MUST_HOLD(ran);  // else the start, or the script, let an exception out
-  BusinessServerTestAccess::FreeFrameBuilder(*server);
-  server.reset();
-  close_range(static_cast<unsigned>(TheBoard().first_free_descriptor), ~0u, 0);  // the drivers keep theirs
-}
+// Runs the script on a server that starts now, with what the recording platform's store holds.
+void WithNewServer(const std::function<void()>& script);
 
-inline Json::Value MustParse(const std::string& text) {
-  Json::Value document;
-  MUST_HOLD(ParseJson(text, document));
-  return document;
-}
+Json::Value MustParse(const std::string& text);
+void MustBeJson(const std::string& text);  // the same, cheaper for texts that were seen before
 
 // What was published since the last call is whole.
-inline void CheckPublished() {
-  for (const auto& message : Fake().sent) {
-    if (message.type == kBusSimulatorTrigger) {
-      MUST_HOLD(message.data.size() == sizeof(LX_Parking_Result_Param));
-    } else {
-      MUST_HOLD(message.type == kBusBroadcastMessage || message.type == kHttpRequestMessageRoot);
-      MUST_HOLD(MustParse(message.data)[kType].isString());
-    }
-  }
-  Fake().sent.clear();
-  Fake().log.clear();
-  TheBoard().external.Empty();
-}
+void CheckPublished();
 
 // Hands a message over in a block of exactly its size, as the bus does; a request gets one reply, the others none.
-inline void Deliver(const std::string& type_text, std::string_view payload) {
-  const std::unique_ptr<char[]> block(new char[sizeof(_TagDpMsg) + payload.size() + 1]());
-  auto* const msg = reinterpret_cast<_TagDpMsg*>(block.get());
-  msg->type_name_len = static_cast<uint8_t>(type_text.copy(msg->type_name, sizeof msg->type_name - 1));
-  const std::string type = msg->type_name;
-  msg->data_size = static_cast<uint32_t>(payload.size());
-  memcpy(msg + 1, payload.data(), payload.size());
-  Fake().replies.clear();
-  Fake().on_message(nullptr, msg, Fake().user);
-  MUST_HOLD(Fake().replies.size() == (type == kBusRequestMessage || type == kBusExtRequestMessage ? 1 : 0));
-  for (const auto& reply : Fake().replies) {
-    if (reply.data.size() == sizeof(LX_Parking_Result_Param)) continue;  // the latest result
-    const int state = MustParse(reply.data)[kState].asInt();
-    MUST_HOLD(reply.type == type && (state == 200 || (state >= 401 && state <= 405)));
-  }
-  CheckPublished();
-}
-
-inline void Request(const std::string& command, std::string_view body, const char* path = kBusRequestMessage) {
-  Deliver(path, "{\"type\":\"" + command + "\",\"body\":" + std::string(body) + "}");
-}
+void Deliver(const std::string& type, std::string_view payload);
+void Request(const std::string& command, std::string_view body, const char* path = kBusRequestMessage);
 
 }  // namespace fuzz

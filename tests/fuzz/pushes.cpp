@@ -3,8 +3,7 @@
 #include "harness.h"
 
 FUZZ_TARGET(input) {
-  ResetFake();
-  fuzz::WithServer([&] {
+  fuzz::WithServer(input, [&] {
     for (const std::string_view part : fuzz::Parts(input)) {
       if (part.empty()) Fake().Advance(70000, 1000);
       fuzz::Deliver(fuzz::kBusNetPush, part);

@@ -5,13 +5,13 @@
 FUZZ_TARGET(input) {
   constexpr const char* kSettings[] = {R"({"proto":0})", R"({"proto":1,"frame1_addr":1,"frame3_addr":300})",
                                        R"({"proto":0,"f_ena":1,"f_addr":1,"l_ena":1,"r_ena":1})", R"({"proto":7})"};
-  ResetFake();
-  fuzz::WithServer([&] {
-    fuzz::Request(fuzz::kSetExtTtyioCfg, kSettings[fuzz::Choose(input, std::size(kSettings))]);
-    while (!input.empty()) {
-      const char* const type = fuzz::DP_METHOD[fuzz::Choose(input, 2)];
-      std::string record(input.substr(0, sizeof(fuzz::LX_Parking_Result_Param)));
-      input.remove_prefix(record.size());
+  fuzz::WithServer(input, [&] {
+    std::string_view rest = input;
+    fuzz::Request(fuzz::kSetExtTtyioCfg, kSettings[fuzz::Choose(rest, std::size(kSettings))]);
+    while (!rest.empty()) {
+      const char* const type = fuzz::DP_METHOD[fuzz::Choose(rest, 2)];
+      std::string record(rest.substr(0, sizeof(fuzz::LX_Parking_Result_Param)));
+      rest.remove_prefix(record.size());
       record.resize(sizeof(fuzz::LX_Parking_Result_Param));
       fuzz::Deliver(type, record);
     }

@@ -1,5 +1,6 @@
 // Bytes that arrive on the external line, in bursts: all of them are broadcast, and the tools account for each.
 #include "base64.h"
+#include "devicesdk/tty_io.h"
 #include "harness.h"
 #include "plain_words.h"
 #include "serial_decoder.h"
@@ -25,12 +26,11 @@ static void CheckTools(const std::string& bytes) {
 
 FUZZ_TARGET(input) {
   CheckTools(std::string(input));
-  ResetFake();
-  fuzz::WithServer([&] {
+  fuzz::WithServer(input, [&] {
     Fake().Advance(100);
     for (const std::string_view burst : fuzz::Parts(input)) {
       fuzz::CheckPublished();
-      fuzz::TheBoard().external.Say(burst);
+      fuzz::TheBoard().Say(fuzz::TTY_DEV_UART2, burst);
       Fake().Advance(100);
       std::string heard;
       for (const auto& message : Fake().sent) {

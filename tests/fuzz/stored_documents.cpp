@@ -6,12 +6,12 @@ FUZZ_TARGET(input) {
   const auto stored = [](const auto& document) -> std::string& {
     return Fake().store[std::string(document.key, document.key_length)];
   };
-  ResetFake();
+  fuzz::ResetWorld();
   for (std::string_view part : fuzz::Parts(input)) {
     const size_t choice = fuzz::Choose(part, std::size(fuzz::kStoredDocuments));
     stored(*fuzz::kStoredDocuments[choice]) = part;
   }
-  fuzz::WithServer([&] {
+  fuzz::WithNewServer([&] {
     Fake().Advance(80000, 1000);
     for (const char* const command : {fuzz::kGetTtyioCfg, fuzz::kGetRs485proCfg, fuzz::kQuaryControledLog}) {
       fuzz::Request(command, "0");

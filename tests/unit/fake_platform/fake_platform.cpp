@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
-#include <set>
+#include <iterator>
 #include <stdexcept>
 
 #include "assertion.h"
@@ -31,22 +31,20 @@ namespace lxconn {
 
 class EVT_LOOP {};
 
-struct FakeTimer {
+struct FakeTimer : FakePlatform::Arming {
   EVT_CALLBACK callback = nullptr;
   const void* user = nullptr;
-  uint64_t due = 0;
-  unsigned period = 0;
-  bool armed = false;
 };
 struct EVT_TIMER::Impl : FakeTimer {};
 
-static std::set<FakeTimer*>& AllTimers() {
-  static std::set<FakeTimer*> all;
+// In the order in which they were made: of two that fall due together, the older fires first.
+static std::vector<FakeTimer*>& AllTimers() {
+  static std::vector<FakeTimer*> all;
   return all;
 }
 
-EVT_TIMER::EVT_TIMER() : impl_(new Impl) { AllTimers().insert(impl_.get()); }
-EVT_TIMER::~EVT_TIMER() { AllTimers().erase(impl_.get()); }
+EVT_TIMER::EVT_TIMER() : impl_(new Impl()) { AllTimers().push_back(impl_.get()); }
+EVT_TIMER::~EVT_TIMER() { AllTimers().erase(std::find(AllTimers().begin(), AllTimers().end(), impl_.get())); }
 
 int EVT_TIMER::Init(EVT_LOOP* loop, EVT_CALLBACK callback, const void* user) {
   if (loop == nullptr || callback == nullptr) return -1;
@@ -96,6 +94,18 @@ void FakePlatform::Deliver(const std::string& type, const std::string& data, uin
   msg->data_size = static_cast<uint32_t>(data.size());
   memcpy(msg + 1, data.data(), data.size());
   on_message(nullptr, msg, user);
+}
+
+std::vector<FakePlatform::Arming> FakePlatform::Armings() {
+  const auto& timers = lxconn::AllTimers();
+  std::vector<Arming> armings;
+  std::transform(timers.begin(), timers.end(), std::back_inserter(armings), [](const auto* timer) { return *timer; });
+  return armings;
+}
+
+void FakePlatform::Rearm(const std::vector<Arming>& armings) {
+  const auto& timers = lxconn::AllTimers();
+  for (size_t i = 0; i < timers.size(); ++i) static_cast<Arming&>(*timers[i]) = armings.at(i);
 }
 
 bool FakePlatform::Logged(int level, const std::string& text) const {
@@ -182,7 +192,7 @@ int Kvdb_SetKey(const char* key, uint16_t key_length, const char* value, uint32_
 }
 int Kvdb_GetKey(const char* key, uint16_t key_length, KvdbGetCallback callback, void* user) {
   const std::string name(key, key_length);
-  the_fake.store_reads.push_back(name);
+  if (the_fake.keeps_trace) the_fake.store_reads.push_back(name);
   if (StoreRefuses()) return -1;
   const auto found = the_fake.store.find(name);
   if (found == the_fake.store.end()) return 0;
@@ -211,10 +221,12 @@ int InitLxLogging(int, char**) { return 1; }
 void ExitLxLogging() {}
 
 namespace lxlogging {
-bool IsShown(int) { return true; }
+bool IsShown(int) { return the_fake.keeps_trace; }
 CLxLogStream::CLxLogStream(int level, const char* source_file, int source_line, int)
-    : shown_(true), level_(level), source_file_(source_file), source_line_(source_line) {}
-CLxLogStream::~CLxLogStream() { the_fake.log.push_back({level_, source_file_, text_}); }
+    : shown_(the_fake.keeps_trace), level_(level), source_file_(source_file), source_line_(source_line) {}
+CLxLogStream::~CLxLogStream() {
+  if (shown_) the_fake.log.push_back({level_, source_file_, text_});
+}
 }  // namespace lxlogging
 
 uint32_t RegisterWatchDogKey(const char* name, int first, int second) {
@@ -230,7 +242,7 @@ int RunShellCommand(const char* command_line) {
   return 0;
 }
 void SleepMicroseconds(unsigned microseconds) {
-  the_fake.shell.push_back("sleep " + std::to_string(microseconds));
+  if (the_fake.keeps_trace) the_fake.shell.push_back("sleep " + std::to_string(microseconds));
   the_fake.now_ms += microseconds / 1000;
   if (the_fake.on_sleep) the_fake.on_sleep(microseconds);
 }

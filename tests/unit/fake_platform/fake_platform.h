@@ -41,6 +41,7 @@ struct FakePlatform {
   int store_refusals = 0;  // so many calls more are refused, then it is back
 
   // The rest
+  bool keeps_trace = true;  // off, for speed: neither log nor store_reads nor sleeps are kept
   std::vector<LogRecord> log;
   std::vector<std::string> shell;  // command lines, and "sleep N" for sleeps of N microseconds made between them
   std::vector<std::string> calls;  // platform calls whose order matters, e.g. "DpClient_Start(0)"
@@ -56,6 +57,15 @@ struct FakePlatform {
 
   // Hands a message to the server as the bus would: record and payload in one block of exactly their size plus NUL.
   void Deliver(const std::string& type, const std::string& data, uint32_t id = 1);
+
+  // What the timers are armed for, to be put back later. No timer may be made or end in between.
+  struct Arming {
+    uint64_t due = 0;
+    unsigned period = 0;
+    bool armed = false;
+  };
+  static std::vector<Arming> Armings();  // in the order in which the timers were made
+  static void Rearm(const std::vector<Arming>& armings);
 
   bool Logged(int level, const std::string& text) const;
   const BusMessage* LastSent(const std::string& type) const;
