@@ -17,8 +17,10 @@ FUZZ_TARGET(input) {
   const auto result = std::make_unique<bs::LX_ParkingResult>();
   memcpy(result.get(), input.data(), std::min(input.size(), sizeof *result));
 
+  Json::Value list;
+  bs::ParseJson(text, list);
   bs::Rs485ProBuild builder;
-  builder.SetRs485Str(text);
+  builder.SetRs485Cfg(list);
   unsigned length = 0;
   const uint8_t* const frame = builder.GetDevRs485ProData(length, 3, 2, result.get());
   MUST_HOLD(length <= bs::kFrameCapacity);
@@ -30,8 +32,6 @@ FUZZ_TARGET(input) {
   builder.GetDevRs485ProData(length, 3, 2, result.get());
   MUST_HOLD(std::vector<uint8_t>(frame, frame + length) == copy);
 
-  Json::Value list;
-  bs::ParseJson(text, list);
   size_t described = 0;
   for (const auto& part : words::DecodeBurst(copy.data(), copy.size(), list)) {
     MUST_HOLD(!part.Text().empty());

@@ -151,12 +151,12 @@ class Reading {
 
   bool ReadText(const std::string& name, std::string_view text) {
     if (text.empty()) return true;
-    const std::string wanted = HexText(text.data(), text.size());
     const size_t there = std::min(text.size(), size_ - at_);
+    const auto wanted = [&] { return HexText(text.data(), text.size()); };
     if (memcmp(bytes_ + at_, text.data(), there) != 0) {
-      return Fail(name, "is " + HexText(bytes_ + at_, there) + ", the field list says " + wanted);
+      return Fail(name, "is " + HexText(bytes_ + at_, there) + ", the field list says " + wanted());
     }
-    return Has(name, text.size()) && Take(name, text.size(), wanted);
+    return Has(name, text.size()) && Take(name, text.size(), wanted());
   }
 
   bool ReadFixed(const FixedField& field, size_t size) {
@@ -277,11 +277,13 @@ DecodedFrame DecodeConfigurable(const uint8_t* bytes, size_t size, const FieldLi
     frame.problem = list.problem;
     return frame;
   }
+  const bool has_header = !list.fields.empty() && list.fields.front()->name == std::string_view("header");
   std::optional<Reading> best;
   for (const bool with_name : {true, false}) {
     for (const bool long_type : {false, true}) {
       const Reading reading(bytes, size, list, with_name, long_type);
       if (!best || Better(reading, *best, bytes, size, list)) best.emplace(reading);
+      if (has_header && reading.End() == 0) return best->Frame();  // nobody finds another there
     }
   }
   return best->Frame();

@@ -5,6 +5,7 @@
 
 #include <json/value.h>
 
+#include <array>
 #include <boost/enable_shared_from_this.hpp>
 #include <cstdint>
 #include <memory>
@@ -43,6 +44,8 @@ class Rs485ProBuild : public boost::enable_shared_from_this<Rs485ProBuild> {
   static uint8_t check_license_;
 
  private:
+  friend struct BusinessServerTestAccess;
+
   struct Buffer {
     uint8_t bytes[kFrameCapacity];
   };
@@ -56,7 +59,7 @@ class Rs485ProBuild : public boost::enable_shared_from_this<Rs485ProBuild> {
 
   std::unique_ptr<Buffer> buffer_;
   FrameSettings settings_;
-  Slot slots_[kFrameSlots];
+  std::array<Slot, kFrameSlots> slots_ = {};
 };
 
 }  // namespace businessserver
