@@ -21,6 +21,11 @@ int Kvdb_GetKeyAbsolutely(const char* key, uint16_t key_length, KvdbGetCallback 
 // 1 when the key is gone (also when it never was), -1 on failure.
 int Kvdb_DeleteKey(const char* key, uint16_t key_length);
 
+// Keeps the text of a document that cannot be read, because something else is about to be stored under its key: beside
+// the store, where no backup and no document is touched; the newest of each key, its first 16 KiB. 1 when kept, -1 on
+// failure.
+int Kvdb_KeepUnreadable(const char* key, uint16_t key_length, const char* text, uint32_t length);
+
 // The whole store to its backup and back; 1 on success, -1 on failure or when there is no backup to restore.
 int Kvdb_BackupDatabase();
 int Kvdb_RestoreDatabase();

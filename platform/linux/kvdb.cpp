@@ -1,11 +1,12 @@
 // The store is a redis server; all of it is one hash, so that a backup is one command.
-#include "kvdb.h"
+#include "kvdb_whole.h"
 
 #include <fcntl.h>
 #include <hiredis/hiredis.h>
 #include <sched.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
@@ -27,6 +28,9 @@ constexpr char kLogSource[] = "platform/linux/store";
 constexpr std::string_view kStore = "kvdb";
 constexpr size_t kMaxWords = 4;  // of a command
 constexpr std::string_view kBackup = "kvdb:backup";
+constexpr std::string_view kUnreadable = "kvdb:unreadable";
+constexpr std::string_view kImport = "kvdb:import";  // being brought in
+constexpr uint32_t kLongestUnreadable = 16 * 1024;
 constexpr timeval kConnectLimit = {0, 200 * 1000};
 constexpr timeval kAnswerLimit = {0, 500 * 1000};
 // No document of the device comes near this. What is longer is not taken into memory, and counts as missing.
@@ -279,6 +283,10 @@ int Kvdb_GetKeyAbsolutely(const char* key, uint16_t key_length, KvdbGetCallback 
 
 int Kvdb_DeleteKey(const char* key, uint16_t key_length) { return Run({"HDEL", kStore, {key, key_length}}) ? 1 : -1; }
 
+int Kvdb_KeepUnreadable(const char* key, uint16_t key_length, const char* text, uint32_t length) {
+  return Run({"HSET", kUnreadable, {key, key_length}, {text, std::min(length, kLongestUnreadable)}}) ? 1 : -1;
+}
+
 int Kvdb_BackupDatabase() {
   const int copied = Copy(kStore, kBackup);
   // An older backup must not pass for that of an empty store.
@@ -287,3 +295,26 @@ int Kvdb_BackupDatabase() {
 }
 
 int Kvdb_RestoreDatabase() { return Copy(kBackup, kStore) == 1 ? 1 : -1; }
+
+int Kvdb_ReadAll(KvdbPart part, KvdbDocuments* documents) {
+  const std::string_view hash = part == KvdbPart::kStore ? kStore : kUnreadable;
+  const Reply keys = Run({"HKEYS", hash});
+  if (!keys || keys->type != REDIS_REPLY_ARRAY) return -1;
+  for (size_t i = 0; i < keys->elements; ++i) {
+    const std::string_view key(keys->element[i]->str, keys->element[i]->len);
+    const Reply value = Run({"HGET", hash, key});
+    if (!value || (value->type != REDIS_REPLY_STRING && value->type != REDIS_REPLY_NIL)) return -1;
+    if (value->type == REDIS_REPLY_STRING) documents->emplace_back(key, std::string(value->str, value->len));
+  }
+  std::sort(documents->begin(), documents->end());
+  return 1;
+}
+
+// Made beside the store, and put into its place by one command.
+int Kvdb_ReplaceAll(const KvdbDocuments& documents) {
+  bool made = !documents.empty() && Run({"DEL", kImport});
+  for (const auto& [key, value] : documents) made = made && Run({"HSET", kImport, key, value});
+  const bool replaced = made && Copy(kImport, kStore) == 1;
+  Run({"DEL", kImport});
+  return replaced ? 1 : -1;
+}

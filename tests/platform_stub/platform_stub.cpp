@@ -52,6 +52,7 @@ int Kvdb_SetKey(const char*, uint16_t, const char*, uint32_t) { return -1; }
 int Kvdb_GetKey(const char*, uint16_t, KvdbGetCallback, void*) { return -1; }
 int Kvdb_GetKeyAbsolutely(const char*, uint16_t, KvdbGetCallback, void*) { return -1; }
 int Kvdb_DeleteKey(const char*, uint16_t) { return -1; }
+int Kvdb_KeepUnreadable(const char*, uint16_t, const char*, uint32_t) { return -1; }
 int Kvdb_BackupDatabase() { return -1; }
 int Kvdb_RestoreDatabase() { return -1; }
 

@@ -5,7 +5,7 @@
 
 #include "../real_platform.h"
 #include "bringup/device.h"
-#include "kvdb.h"
+#include "kvdb_whole.h"
 #include "shell.h"
 
 namespace {
@@ -63,6 +63,22 @@ TEST_F(StoreTest, CountsEveryByteAndBacksUp) {
   EXPECT_EQ(Kvdb_RestoreDatabase(), 1) << "over the restart of the store, at once";
   EXPECT_EQ(Get("key"), "without");
   EXPECT_EQ(Get("later"), "none");
+
+  // What stands beside is touched by neither; a whole store takes the place of another, or none does.
+  EXPECT_EQ(Kvdb_KeepUnreadable("key", 3, "older", 5), 1);
+  EXPECT_EQ(Kvdb_KeepUnreadable("key", 3, std::string(20000, 'x').data(), 20000), 1);
+  const KvdbDocuments two = {{"a\0"s, ""}, {"key", "with\0 and \xFF"s}};
+  KvdbDocuments unreadable, stored;
+  EXPECT_EQ(Kvdb_ReplaceAll({}), -1);
+  EXPECT_EQ(Kvdb_ReplaceAll(two), 1);
+  EXPECT_EQ(Kvdb_ReadAll(KvdbPart::kStore, &stored), 1);
+  EXPECT_EQ(stored, two);
+  EXPECT_EQ(Kvdb_ReadAll(KvdbPart::kUnreadable, &unreadable), 1);
+  EXPECT_EQ(unreadable, (KvdbDocuments{{"key", std::string(16384, 'x')}}));
+  EXPECT_EQ(Kvdb_ReplaceAll({{"b", ""}, {"key", std::string(1200000, 'x')}}), -1) << "longer than the store takes";
+  ASSERT_EQ(Kvdb_Start("127.0.0.1", desk::kStorePort), 1);
+  EXPECT_EQ(Get("a\0"s) + Get("b"), "none");
+  Kvdb_DeleteKey("a", 2);
 
   Kvdb_DeleteKey("key", 3);
   Kvdb_DeleteKey("key\0", 4);

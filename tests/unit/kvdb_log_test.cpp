@@ -64,6 +64,8 @@ TEST(KvdbLog, DamagedDocumentsArePutRight) {
     ASSERT_TRUE(ParseJson(row.document, expected));
     EXPECT_EQ(log.QuaryKvdbLog(), expected) << row.stored;
     EXPECT_EQ(Fake().store[kKey] != row.stored, row.written) << row.stored;
+    // What is no log at all is kept beside; what was put right is in the log.
+    EXPECT_EQ(Fake().unreadable.count(kKey) == 1, row.document == kDefault) << row.stored;
     EXPECT_EQ(log.AddKvdbLog(Record(1)), 1);
     EXPECT_LE(log.QuaryKvdbLog()["logs"].size(), 8u) << row.stored;
   }

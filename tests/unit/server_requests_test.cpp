@@ -106,9 +106,29 @@ TEST_F(ServerTest, UnreadableDocumentsAreReplaced) {
     EXPECT_EQ(reserve["body"]["reservecfg"]["reserve"][0]["endsec"].asInt(), 30) << "answered";
     EXPECT_EQ(Fake().store.count(KeyOf(kParkingReserve)), 0u) << "but never stored";
     EXPECT_TRUE(Fake().Logged(3, "Default Cfg is Error Json : bus_parking_reserve_cfg_value"));
-    Fake().store[KeyOf(kDevPos)] = "abc";
-    EXPECT_EQ(Request(R"({"type":"get_dev_pos"})")["body"]["pos"].asInt(), 0);
-    EXPECT_EQ(Fake().store[KeyOf(kDevPos)], DefaultOf(kDevPos));
+    EXPECT_TRUE(Fake().unreadable.empty());
+    const struct {
+      const StoredDocument& stored;
+      const char *text, *request, *problem;
+    } kRows[] = {
+        {kDevPos, R"({"pos": 3,})", "get_dev_pos", "Missing '}' or object member name at byte 10"},
+        {kDevCtrlMdl, R"({"model": 12x})", "get_ctr_mdl", "Missing ',' or '}' in object declaration at byte 12"},
+        {kIbcPower, R"({"power": 1e})", "get_ibc_pow", "No number at byte 10"},
+        {kIbcName, R"({"name": "京A12345)", "get_ibc_name", "Syntax error: value, object or array expected at byte 9"},
+    };
+    for (const auto& row : kRows) {
+      Fake().store[KeyOf(row.stored)] = row.text;
+      const Json::Value reply = Request(std::string(R"({"type":")") + row.request + R"("})");
+      EXPECT_EQ(reply["body"], Parsed(DefaultOf(row.stored))) << row.text;
+      EXPECT_EQ(Fake().store[KeyOf(row.stored)], DefaultOf(row.stored));
+      EXPECT_EQ(Fake().unreadable[KeyOf(row.stored)], row.text) << "nothing of an owner's is lost";
+      EXPECT_TRUE(Fake().Logged(3, std::string(row.stored.key) + " cannot be read: " + row.problem)) << row.text;
+    }
+    // What is not replaced is where it was.
+    Fake().store[KeyOf(kParkingReserve)] = "abc";
+    Request(R"({"type":"get_parking_reserve_cfg"})");
+    EXPECT_EQ(Fake().store[KeyOf(kParkingReserve)], "abc");
+    EXPECT_EQ(Fake().unreadable.count(KeyOf(kParkingReserve)), 0u);
   });
 }
 

@@ -127,6 +127,7 @@ TEST_F(ServerTest, IncompleteLineSettingsAreReplaced) {
     ResetFake();
     Fake().store[KeyOf(kDeviceTtyio)] = text;
     Run([&] { EXPECT_EQ(Fake().store[KeyOf(kDeviceTtyio)], DefaultOf(kDeviceTtyio)) << text; });
+    EXPECT_EQ(Parsed(Fake().unreadable[KeyOf(kDeviceTtyio)]), Parsed(text)) << "what an owner stored is kept";
   }
   ResetFake();
   const char* const unusable = R"({"ttyionum":2,"baudrate":9600,"checkbit":0,"databit":9,"stopbit":1})";
@@ -134,6 +135,7 @@ TEST_F(ServerTest, IncompleteLineSettingsAreReplaced) {
   Fake().store[KeyOf(kRs485pro)] = R"({"pro_cfg":7})";
   Run([&] {
     EXPECT_EQ(Fake().store[KeyOf(kRs485pro)], DefaultOf(kRs485pro));
+    EXPECT_EQ(Parsed(Fake().unreadable[KeyOf(kRs485pro)]), Parsed(R"({"pro_cfg":7})"));
     Fake().Deliver(kAvsParkRectChange, Record(Space(1)));
     EXPECT_EQ(TakeExternal().size(), 21u) << "and the default is what is sent";
     EXPECT_TRUE(Fake().Logged(3, "Unsupported data size"));

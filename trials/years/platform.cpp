@@ -177,6 +177,9 @@ int Kvdb_DeleteKey(const char* key, uint16_t key_length) {
   return result == 0 ? 1 : result;
 }
 
+// What it keeps no program reads.
+int Kvdb_KeepUnreadable(const char*, uint16_t, const char*, uint32_t) { return 1; }
+
 int Kvdb_BackupDatabase() { return ResultOf(Running().device().store.Backup(Daemon::Current()->now())); }
 int Kvdb_RestoreDatabase() { return ResultOf(Running().device().store.Restore(Daemon::Current()->now())); }
 

@@ -45,6 +45,10 @@ Lookup KvdbClient::Find(const char* key, uint16_t key_length, std::string* value
   return found > 0 ? Lookup::kFound : found == 0 ? Lookup::kMissing : Lookup::kUnanswered;
 }
 
+bool KvdbClient::KeepUnreadable(const char* key, uint16_t key_length, const std::string& text) {
+  return Kvdb_KeepUnreadable(key, key_length, text.data(), static_cast<uint32_t>(text.size())) != kFailed;
+}
+
 bool KvdbClient::DeleteKey(const char* key, uint16_t key_length) { return Kvdb_DeleteKey(key, key_length) != kFailed; }
 
 bool KvdbClient::BackupDatabase() { return Kvdb_BackupDatabase() != kFailed; }

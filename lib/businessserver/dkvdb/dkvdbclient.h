@@ -30,6 +30,9 @@ class KvdbClient : public boost::enable_shared_from_this<KvdbClient> {
   // As GetKey with `absolutely`, and tells a key that is not there from a store that did not say.
   Lookup Find(const char* key, uint16_t key_length, std::string* value);
 
+  // Before something else is stored under the key of a document that cannot be read: its text, beside the store.
+  bool KeepUnreadable(const char* key, uint16_t key_length, const std::string& text);
+
   bool DeleteKey(const char* key, uint16_t key_length);
   bool BackupDatabase();
   bool RestoreDatabase();

@@ -101,8 +101,11 @@ void KvdbLog::GetKeyCallBack(const char*, int, const char* value, int value_leng
 
 void KvdbLog::TakeStored(const char* value, int value_length) {
   const std::string_view text(value, static_cast<size_t>(value_length));
-  if (!ParseJson(text, document_) || !HasUsableForm(document_)) {
-    BS_LOG(kError) << key_ << " is unusable, an empty log takes its place";
+  std::string problem = "no list of events";
+  if (!ParseJson(text, document_, &problem) || !HasUsableForm(document_)) {
+    BS_LOG(kError) << key_
+                   << " is unusable, an empty log takes its place, its old text is kept as unreadable: " << problem;
+    Kvdb_KeepUnreadable(key_.data(), static_cast<uint16_t>(key_.size()), value, static_cast<uint32_t>(value_length));
     TakeDefault();
     Write(std::string(kDefaultText));
   } else if (Repair(document_)) {

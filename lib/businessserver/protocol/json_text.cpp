@@ -121,12 +121,24 @@ bool AppendPlain(const Json::Value& value, Place place, const std::string& line_
   return true;
 }
 
+// The library quotes what is no number. Documents hold what is not everybody's to read.
+std::string ErrorText(const std::string& message, ptrdiff_t offset) {
+  const bool quotes = message.front() == '\'';
+  return (quotes ? "No number" : message.substr(0, message.find_last_not_of(".\n") + 1)) + " at byte " +
+         std::to_string(offset);
+}
+
 }  // namespace
 
-bool ParseJson(std::string_view text, Json::Value& document) {
+bool ParseJson(std::string_view text, Json::Value& document, std::string* problem) {
+  const auto fail = [problem](const std::string& what) {
+    if (problem != nullptr) *problem = what;
+    return false;
+  };
   if (!KeepsLimits(text)) {
     document = Json::Value();
-    return false;
+    return fail("more than " + std::to_string(kMaxJsonDepth) + " levels or " + std::to_string(kMaxJsonValues) +
+                " values");
   }
 // Kept: the library's newer reader accepts other texts, and stored documents depend on the difference.
 #pragma GCC diagnostic push
@@ -134,9 +146,11 @@ bool ParseJson(std::string_view text, Json::Value& document) {
   Json::Reader reader;
 #pragma GCC diagnostic pop
   try {
-    return reader.parse(text.data(), text.data() + text.size(), document, true);
-  } catch (const std::exception&) {  // the library's own limits
-    return false;
+    if (reader.parse(text.data(), text.data() + text.size(), document, true)) return true;
+    const auto errors = reader.getStructuredErrors();
+    return fail(errors.empty() ? "no JSON" : ErrorText(errors.front().message, errors.front().offset_start));
+  } catch (const std::exception& error) {  // the library's own limits
+    return fail(error.what());
   }
 }
 

@@ -97,6 +97,9 @@ class BusinessServer : public boost::enable_shared_from_this<BusinessServer> {
   int GetKeyValueAndReplyBuf(const StoredDocument& stored, Json::Value& document);
   // The store library's own result: -1 on failure.
   static int SetKeyValueAndReplyBuf(const char* key, unsigned char key_length, const char* value, int value_length);
+  void KeepUnreadable(const char* key, uint16_t key_length, const std::string& text);
+  // A document that is JSON and of no use: what goes for it from now on.
+  std::string_view ReplaceUnusable(const StoredDocument& stored, const Json::Value& document, const char* problem);
   // False, and nothing is written, when the store did not answer the look-up before.
   bool StoreDefault(const char* key, uint16_t key_length, std::string_view text);
   static int StoreText(const StoredDocument& stored, const std::string& text);

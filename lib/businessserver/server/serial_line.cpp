@@ -39,9 +39,7 @@ void BusinessServer::SetTtyioParity() {
   Json::Value document;
   GetKeyValueAndReplyBuf(kDeviceTtyio, document);
   if (!HasAllLineSettings(document)) {
-    const std::string_view text = DefaultDocument(kDeviceTtyio.default_index);
-    StoreDefault(kDeviceTtyio.key, kDeviceTtyio.key_length, text);
-    ParseJson(text, document);
+    ParseJson(ReplaceUnusable(kDeviceTtyio, document, "a setting of the line is missing or no number"), document);
   }
   device_sdk_->SetTtyioParity(document[kDatabit].asInt(), document[kCheckbit].asInt(), document[kStopbit].asInt(),
                               document[kBaudrate].asInt());
@@ -106,9 +104,7 @@ void BusinessServer::InitRs485Cfg() {
   Json::Value document;
   GetKeyValueAndReplyBuf(kRs485pro, document);
   if (rs485_pro_->SetRs485Cfg(document)) return;
-  const std::string_view text = DefaultDocument(kRs485pro.default_index);
-  StoreDefault(kRs485pro.key, kRs485pro.key_length, text);
-  rs485_pro_->SetRs485Str(std::string(text));
+  rs485_pro_->SetRs485Str(std::string(ReplaceUnusable(kRs485pro, document, "no description of a frame")));
 }
 
 int BusinessServer::SetRs485Cfg(const std::string& text) {

@@ -11,14 +11,15 @@ namespace businessserver {
 int BusinessServer::GetKeyValueAndReplyBuf(const char* key, int key_length, Json::Value& document, int default_index) {
   const auto stored_length = static_cast<uint16_t>(key_length);
   const std::string_view name(key, strnlen(key, stored_length));
-  std::string text;
+  std::string text, problem;
   const dkvdb::Lookup lookup = kvdb_client_->Find(key, stored_length, &text);
   store_answered_ = lookup != dkvdb::Lookup::kUnanswered;
-  if (lookup == dkvdb::Lookup::kFound && ParseJson(text, document)) {
+  if (lookup == dkvdb::Lookup::kFound && ParseJson(text, document, &problem)) {
     BS_LOG(kInfo) << "Read key form kvdb " << name;
     return 1;
   }
   BS_LOG(kInfo) << "switch";
+  if (lookup == dkvdb::Lookup::kFound) BS_LOG(kError) << name << " cannot be read: " << problem;
   const std::string_view default_text = DefaultDocument(default_index);
   if (default_text.empty()) return 0;
   if (!ParseJson(default_text, document)) {
@@ -26,7 +27,25 @@ int BusinessServer::GetKeyValueAndReplyBuf(const char* key, int key_length, Json
     return 0;
   }
   BS_LOG(kInfo) << "GetKvdb End";
+  if (lookup == dkvdb::Lookup::kFound) KeepUnreadable(key, stored_length, text);
   return StoreDefault(key, stored_length, default_text) ? 1 : 0;
+}
+
+// What its owner stored is not to be lost for a comma too many.
+void BusinessServer::KeepUnreadable(const char* key, uint16_t key_length, const std::string& text) {
+  const bool kept = kvdb_client_->KeepUnreadable(key, key_length, text);
+  BS_LOG(kError) << std::string_view(key, strnlen(key, key_length)) << " gets its default, its old text is "
+                 << (kept ? "kept as unreadable" : "lost");
+}
+
+std::string_view BusinessServer::ReplaceUnusable(const StoredDocument& stored, const Json::Value& document,
+                                                 const char* problem) {
+  const std::string_view default_text = DefaultDocument(stored.default_index);
+  if (!store_answered_) return default_text;
+  BS_LOG(kError) << stored.key << " cannot be used: " << problem;
+  KeepUnreadable(stored.key, stored.key_length, StyledText(document));
+  StoreDefault(stored.key, stored.key_length, default_text);
+  return default_text;
 }
 
 // Every default is written here, after the document was asked for. A store that did not answer then may well hold it,

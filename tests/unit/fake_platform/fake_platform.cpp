@@ -206,6 +206,10 @@ int Kvdb_DeleteKey(const char* key, uint16_t key_length) {
   the_fake.store.erase(std::string(key, key_length));
   return the_fake.store_down ? -1 : 1;
 }
+int Kvdb_KeepUnreadable(const char* key, uint16_t key_length, const char* text, uint32_t length) {
+  the_fake.unreadable[std::string(key, key_length)] = std::string(text, length);
+  return StoreRefuses() ? -1 : 1;
+}
 int Kvdb_BackupDatabase() {
   the_fake.calls.push_back("Kvdb_BackupDatabase");
   return the_fake.store_down ? -1 : 1;

@@ -35,7 +35,8 @@ struct FakePlatform {
 
   // Store: keys and values as counted bytes
   std::map<std::string, std::string> store;
-  std::vector<std::string> store_reads;  // keys in the order in which they were asked for
+  std::map<std::string, std::string> unreadable;  // what was kept of documents that were replaced
+  std::vector<std::string> store_reads;           // keys in the order in which they were asked for
   int store_writes = 0;
   bool store_down = false;
   int store_refusals = 0;  // so many calls more are refused, then it is back
