@@ -32,7 +32,7 @@ export class App {
   rights: Rights = noRights();
   readonly plans: Plans;
   readonly hour = new Hour();
-  fileFault = "";
+  fileFaults: string[] = [];
   loginRefused = false;
 
   private readonly clock = new ListeningClock();
@@ -250,8 +250,8 @@ export class App {
     this.show(true);
   }
 
-  setFileFault(fault: string): void {
-    this.fileFault = fault;
+  setFileFaults(faults: string[]): void {
+    this.fileFaults = faults;
     this.changed();
   }
 

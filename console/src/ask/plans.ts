@@ -1,17 +1,6 @@
 // Plans that are being edited: what differs from the hub's, what is wrong with it, and sending them.
-import {
-  isObject,
-  kDirections,
-  noShows,
-  parseObject,
-  planDocument,
-  readPlan,
-  type Direction,
-  type JsonObject,
-  type Plan,
-} from "../model/documents";
-import { isName } from "../model/names";
-import { checkPlans, type PlanFault } from "../model/plan_check";
+import { kDirections, noShows, planDocument, type Direction, type JsonObject, type Plan } from "../model/documents";
+import { checkForm, checkSense, faultText, readSiteFile, type PlanFault } from "../model/plan_check";
 import type { Device, Site } from "../model/site";
 import type { Delivery } from "./requests";
 import type { Result } from "./form_state";
@@ -78,13 +67,18 @@ export class Plans {
     this.way.changed();
   }
 
+  /** What is wrong with what is edited, and what of the others becomes wrong by it. */
   private recheck(): void {
     const edited = this.edited();
+    this.faults = [];
+    if (edited.length === 0) return;
     const all = new Map<string, Plan>();
     for (const [name, device] of this.devices()) if (device.plan !== undefined) all.set(name, device.plan);
-    for (const name of edited) all.set(name, this.plan(name));
-    const concerned = new Set(edited);
-    this.faults = edited.length === 0 ? [] : checkPlans(all).filter((fault) => concerned.has(fault.device));
+    const before = new Set(checkSense(all).map(faultText));
+    const drafts = new Map(edited.map((name) => [name, this.plan(name)]));
+    for (const [name, plan] of drafts) all.set(name, plan);
+    const concerned = (fault: PlanFault): boolean => drafts.has(fault.device) || !before.has(faultText(fault));
+    this.faults = [...checkForm(drafts), ...checkSense(all).filter(concerned)];
   }
 
   edited(): string[] {
@@ -111,25 +105,13 @@ export class Plans {
     });
   }
 
-  /** Takes a site file as drafts. Returns what is wrong with it. */
-  takeFile(text: string): string {
-    const file = parseObject(text);
-    if (file === undefined) return "This is no JSON object.";
-    const strange = Object.keys(file).find((name) => name !== "site" && name !== "devices");
-    if (strange !== undefined) return `${strange}: there is no such member in a site file.`;
-    const site = this.way.site()?.name;
-    if (file.site !== site) return `site: the file is for ${JSON.stringify(file.site)}, this is "${String(site)}".`;
-    if (!isObject(file.devices)) return "devices: it is missing, or no JSON object.";
-    const plans = new Map<string, Plan>();
-    for (const [device, document] of Object.entries(file.devices)) {
-      if (!isName(device)) return `devices.${device}: a device's name is 1 to 32 of A-Z a-z 0-9 _ -.`;
-      const plan = readPlan(document);
-      if (typeof plan === "string") return `devices.${device}: ${plan}.`;
-      plans.set(device, plan);
-    }
+  /** Takes a site file as drafts. Returns what is wrong with how it is written; then nothing was taken. */
+  takeFile(text: string): string[] {
+    const { plans, faults } = readSiteFile(text, this.way.site()?.name ?? "");
+    if (faults.length > 0) return faults.map(faultText);
     for (const [device, plan] of plans) this.drafts.set(device, plan);
     this.touched();
-    return "";
+    return [];
   }
 
   /** The site file of what the hub has, with what is being edited. */
@@ -145,15 +127,14 @@ export class Plans {
 
   apply(devices: string[]): void {
     this.recheck();
-    const wrong = this.faults.filter((fault) => !fault.warning && devices.includes(fault.device));
+    const wrong = this.faults.filter(
+      (fault) => !fault.warning && (devices.includes(fault.device) || !this.drafts.has(fault.device)),
+    );
     if (devices.length === 0) this.result = { state: "done", sentence: "Nothing to change: the hub has these plans." };
     else if (wrong.length > 0)
       this.result = {
         state: "failed",
-        sentence: `Not sent: ${wrong
-          .map((f) => `${f.device} ${f.path}: ${f.words}`)
-          .slice(0, 5)
-          .join("; ")}.`,
+        sentence: `Not sent: ${wrong.map(faultText).slice(0, 5).join("; ")}.`,
       };
     else {
       this.confirming = true;

@@ -68,7 +68,7 @@ function choices(schema: Schema): string {
 }
 
 /** What a schema asks for, as part of a sentence: "a whole number from 0 to 255". */
-function expected(schema: Schema): string {
+export function expected(schema: Schema): string {
   if (schema.enum !== undefined) return `one of ${choices(schema)}`;
   if (schema.const !== undefined) return shown(schema.const);
   if (schema["x-form"] !== undefined) return schema["x-form"];

@@ -69,7 +69,7 @@ export const zoneNames = (app: App): Element_ =>
 
 function faultAt(faults: PlanFault[], path: string): Element_[] {
   return faults
-    .filter((fault) => fault.path === path)
+    .filter((fault) => fault.path === path || fault.path.startsWith(`${path}[`))
     .map((fault) =>
       h(
         "span",

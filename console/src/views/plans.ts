@@ -2,12 +2,14 @@
 import type { App } from "../app";
 import { kDirections, type Direction } from "../model/documents";
 import { pick } from "../model/overview";
+import { faultText } from "../model/plan_check";
 import { deviceAddress } from "../model/route";
 import { many, printable } from "../words";
 import { h, type Element_ } from "./element";
 import { button, card, note } from "./parts";
 import { confirmation, planResult, plansBlocked, zoneNames } from "./plan_form";
 
+const kFaultsMax = 20;
 const kRowsMax = 200; // drawn at once; the search narrows them
 
 export function plansView(app: App): Element_ {
@@ -40,7 +42,7 @@ function changesCard(app: App, edited: string[], blocked: string): Element_ {
     h(
       "ul",
       { class: "plain" },
-      plans.faults.slice(0, 20).map((fault) =>
+      plans.faults.slice(0, kFaultsMax).map((fault) =>
         h(
           "li",
           {
@@ -48,7 +50,7 @@ function changesCard(app: App, edited: string[], blocked: string): Element_ {
             "data-look": fault.warning ? "warning" : "problem",
             "data-fault": `devices.${fault.device}.${fault.path}`,
           },
-          `${fault.device} ${fault.path}: ${fault.words}`,
+          faultText(fault),
         ),
       ),
     ),
@@ -208,7 +210,7 @@ function fileCard(app: App, blocked: string): Element_ {
   const show = (): void => {
     area().value = app.plans.file();
   };
-  const take = (): void => app.setFileFault(app.plans.takeFile(area().value));
+  const take = (): void => app.setFileFaults(app.plans.takeFile(area().value));
   return card(
     "Site file",
     {},
@@ -219,8 +221,13 @@ function fileCard(app: App, blocked: string): Element_ {
     ),
     h("label", { for: "site-file", class: "hidden" }, "Site file"),
     h("textarea", { id: "site-file", rows: 10, spellcheck: "false", mount: () => {} }),
-    app.fileFault !== "" &&
-      h("p", { class: "fault", "data-fault": "site-file", role: "alert" }, printable(app.fileFault)),
+    app.fileFaults.length > 0 &&
+      h(
+        "ul",
+        { class: "plain", "data-fault": "site-file", role: "alert" },
+        app.fileFaults.slice(0, kFaultsMax).map((fault) => h("li", { class: "fault" }, fault)),
+        app.fileFaults.length > kFaultsMax && h("li", {}, `and ${app.fileFaults.length - kFaultsMax} more.`),
+      ),
     h(
       "p",
       { class: "buttons" },
