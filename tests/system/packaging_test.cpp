@@ -105,7 +105,7 @@ TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
       {kBusRequestMessage, "front_end relay_requests integrator config_guard", "integrator business_server"},
       {kBusExtRequestMessage, "controller integrator", "integrator business_server"},
       {kBusNetPush, "relay", "integrator business_server"},
-      {kHttpBroadcastMessageRoot, "front_end relay config_guard", "relay integrator business_server"},
+      {kHttpBroadcastMessageRoot, "front_end relay integrator config_guard", "relay integrator business_server"},
       {kBusBroadcastMessage, "business_server", "front_end controller relay integrator"},
       {kBusSimulatorTrigger, "business_server", "front_end controller integrator"},
       {kHttpRequestMessageRoot, "business_server", "front_end controller relay integrator"},
