@@ -158,8 +158,9 @@ export class Settings {
       await this.readBack(form);
       form.keep = { id, until: asked + kTrySeconds * 1000, before };
       form.phase = "keep";
-      if (form.result?.state !== "done") return;
-      form.result.sentence = "The device stored it. Keep it, or it goes back by itself.";
+      if (form.result?.state === "done")
+        form.result.sentence = "The device stored it. Keep it, or it goes back by itself.";
+      else if (form.result !== undefined) form.result.sentence += " Unless it is kept, it goes back by itself.";
     } else {
       fail(form, `Not set. ${answerSentence(answer)}`);
       await this.lookForChange();
