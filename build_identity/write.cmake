@@ -14,6 +14,7 @@ endfunction()
 
 set(commit unknown)
 set(version ${NUMBER}+unknown)
+set(time 0)
 # A tarball that was unpacked below somebody else's repository is not of that repository's commit.
 ask_git(status top rev-parse --show-toplevel)
 file(REAL_PATH "${SOURCE}" source)
@@ -22,6 +23,7 @@ if(status EQUAL 0 AND top STREQUAL source)
   if(status EQUAL 0)
     string(SUBSTRING ${whole} 0 12 commit)
     ask_git(status date show -s --format=%cd --date=format-local:%Y%m%d%H%M%S HEAD)
+    ask_git(status time show -s --format=%ct HEAD)
     ask_git(status changes status --porcelain --untracked-files=no)
     ask_git(released nothing merge-base --is-ancestor v${NUMBER} HEAD)
     ask_git(status tagged rev-parse --verify --quiet v${NUMBER}^{commit})
@@ -49,4 +51,4 @@ const char kCommit[] = "@commit@";
 
 }  // namespace build
 ]])
-file(CONFIGURE OUTPUT ${OUTPUT}/build_version.cmake @ONLY NEWLINE_STYLE UNIX CONTENT "set(BUILD_VERSION @version@)\n")
+file(CONFIGURE OUTPUT ${OUTPUT}/build_version.cmake @ONLY NEWLINE_STYLE UNIX CONTENT "set(BUILD_VERSION @version@)\nset(BUILD_TIME @time@)  # of the commit, in seconds since 1970\n")

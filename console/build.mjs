@@ -1,5 +1,5 @@
 // Builds the page into one file, or what looks at it.
-//   node build.mjs OUTPUT_FILE            the page
+//   node build.mjs OUTPUT_FILE [LIST]     the page; LIST: the packages in it, "NAME VERSION LICENCE" a line
 //   node build.mjs --tests FOLDER OUTPUT_DIR   FOLDER/*.test.ts, for node --test
 //   node build.mjs --script FILE OUTPUT_DIR    another program of this kind
 import { createHash } from "node:crypto";
@@ -25,7 +25,26 @@ const contractPlugin = {
   },
 };
 
-async function buildPage(output) {
+// The packages that the bundle took files from, and all that these depend on: some come as one file with theirs in it.
+function packagesOf(inputs) {
+  const { packages } = JSON.parse(readFileSync(join(here, "package-lock.json"), "utf8"));
+  const found = new Map();
+  const take = (name, from) => {
+    const nested = `${from}/node_modules/${name}`;
+    const path = from !== "" && nested in packages ? nested : `node_modules/${name}`;
+    const { version, license, dependencies } = packages[path];
+    if (name.startsWith("@types/") || found.has(path)) return;
+    found.set(path, `${name} ${version} ${license}`);
+    for (const dependency of Object.keys(dependencies ?? {})) take(dependency, path);
+  };
+  for (const input of inputs) {
+    const name = /(?:^|\/)node_modules\/((?:@[^/]+\/)?[^/]+)/.exec(input)?.[1];
+    if (name !== undefined) take(name, "");
+  }
+  return [...new Set(found.values())].sort();
+}
+
+async function buildPage(output, list) {
   const result = await esbuild.build({
     entryPoints: [join(here, "src/main.ts")],
     outdir: "/",
@@ -36,6 +55,7 @@ async function buildPage(output) {
     target: ["chrome100", "firefox100", "safari15"],
     charset: "utf8",
     legalComments: "none",
+    metafile: true,
     plugins: [contractPlugin],
   });
   const text = (suffix) => result.outputFiles.find((file) => file.path.endsWith(suffix)).text;
@@ -63,6 +83,10 @@ async function buildPage(output) {
     throw new Error(`the page is too large: ${bytes} bytes, ${zipped} compressed`);
   mkdirSync(dirname(output), { recursive: true });
   writeFileSync(output, page);
+  if (list !== undefined) {
+    mkdirSync(dirname(list), { recursive: true });
+    writeFileSync(list, packagesOf(Object.keys(result.metafile.inputs)).join("\n") + "\n");
+  }
   console.log(`console: ${bytes} bytes, ${zipped} compressed`);
 }
 
@@ -88,5 +112,5 @@ async function buildPrograms(entryPoints, output) {
 const [first, second, third] = process.argv.slice(2);
 if (first === "--tests" && third !== undefined) await buildPrograms(testsOf(resolve(here, second)), resolve(third));
 else if (first === "--script" && third !== undefined) await buildPrograms([resolve(here, second)], resolve(third));
-else if (first !== undefined && !first.startsWith("--")) await buildPage(resolve(first));
-else throw new Error("usage: node build.mjs OUTPUT_FILE | --tests FOLDER OUTPUT_DIR | --script FILE OUTPUT_DIR");
+else if (first !== undefined && !first.startsWith("--")) await buildPage(resolve(first), second);
+else throw new Error("usage: node build.mjs OUTPUT_FILE [LIST] | --tests FOLDER OUTPUT_DIR | --script FILE OUTPUT_DIR");

@@ -74,6 +74,10 @@ install(FILES ${CMAKE_SOURCE_DIR}/docs/hub.md ${CMAKE_SOURCE_DIR}/docs/site.md $
               ${here}/debian/copyright ${made}/changelog.gz
         DESTINATION share/doc/business-server-site COMPONENT site)
 
+# Made with the package, in cpack.cmake.
+install(FILES ${made}/business-server.spdx DESTINATION share/doc/business-server)
+install(FILES ${made}/business-server-site.spdx DESTINATION share/doc/business-server-site COMPONENT site)
+
 # The console, for the hub and, where its owner wants it, for the device.
 set(console ${CMAKE_BINARY_DIR}/share/console/index.html)
 install(FILES ${console} DESTINATION share/business-server-site/console COMPONENT site OPTIONAL)
@@ -110,6 +114,11 @@ set(CPACK_DEBIAN_SITE_PACKAGE_DEPENDS "mosquitto (>= 2.0), openssl, stunnel4, sy
 set(CPACK_DEBIAN_SITE_PACKAGE_CONTROL_EXTRA
   ${site}/debian/postinst ${site}/debian/prerm ${site}/debian/postrm ${site}/debian/conffiles)
 
+set(programs ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/business_server ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/park_relay)
+if(TARGET parkctl)
+  list(APPEND programs ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/parkctl)
+endif()
+list(JOIN programs "\" \"" programs)
 # Asked when the package is made: the version is that of the build (build_identity/), and packages of earlier builds do
 # not stay beside it.
 set(CPACK_PROJECT_CONFIG_FILE ${made}/cpack.cmake)
@@ -117,10 +126,21 @@ file(WRITE ${made}/cpack.cmake "
   include(\"${CMAKE_BINARY_DIR}/build_identity/build_version.cmake\")
   set(CPACK_PACKAGE_VERSION \${BUILD_VERSION})
   set(CPACK_DEBIAN_PACKAGE_VERSION \${BUILD_VERSION})
+  if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
+    set(ENV{SOURCE_DATE_EPOCH} \${BUILD_TIME})
+  endif()
   file(GLOB earlier \${CPACK_PACKAGE_DIRECTORY}/business-server*.deb)
   if(earlier)
     file(REMOVE \${earlier})
-  endif()\n")
+  endif()
+  # What is in the packages, and what they depend on.
+  function(list_components package depends)
+    execute_process(
+      COMMAND ${here}/list-components \${package} \${BUILD_VERSION} \${depends} ${made}/page-packages \${ARGN}
+      OUTPUT_FILE ${made}/\${package}.spdx COMMAND_ERROR_IS_FATAL ANY)
+  endfunction()
+  list_components(business-server \"${CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS}\" \"${programs}\")
+  list_components(business-server-site \"${CPACK_DEBIAN_SITE_PACKAGE_DEPENDS}\")\n")
 if(CMAKE_CROSSCOMPILING)
   # This machine's package database does not know the board's libraries.
   set(CPACK_DEBIAN_DEVICE_PACKAGE_ARCHITECTURE armhf)
