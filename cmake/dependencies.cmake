@@ -13,7 +13,7 @@ pkg_check_modules(JSONCPP REQUIRED IMPORTED_TARGET jsoncpp)
 find_package(Boost REQUIRED)
 
 if(PLATFORM_DIR STREQUAL "${CMAKE_SOURCE_DIR}/platform/linux")
-  find_modules(libmosquitto openssl hiredis libevent_core spdlog libsodium libsystemd)
+  find_modules(libmosquitto openssl hiredis libevent_core spdlog libsodium)
   find_package(Threads REQUIRED)
 elseif(WITH_TOOLS OR WITH_BENCHMARKS OR WITH_FUZZERS)
   find_modules(libmosquitto hiredis libsodium)

@@ -13,7 +13,7 @@ done
 # The presets configure the tests with everything else, so the test library belongs to building.
 packages_build=(
   g++ cmake ninja-build pkg-config
-  libjsoncpp-dev libboost-dev libmosquitto-dev libssl-dev libhiredis-dev libevent-dev libspdlog-dev libsodium-dev libsystemd-dev
+  libjsoncpp-dev libboost-dev libmosquitto-dev libssl-dev libhiredis-dev libevent-dev libspdlog-dev libsodium-dev
   libcli11-dev libvalijson-dev libncurses-dev libgtest-dev
 )
 packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc iproute2)

@@ -10,7 +10,7 @@ arch=armhf
 release=bookworm
 packages=(
   libc6-dev libstdc++-12-dev
-  libboost-dev libcli11-dev libevent-dev libhiredis-dev libjsoncpp-dev libmosquitto-dev libssl-dev libsodium-dev libspdlog-dev libsystemd-dev
+  libboost-dev libcli11-dev libevent-dev libhiredis-dev libjsoncpp-dev libmosquitto-dev libssl-dev libsodium-dev libspdlog-dev
   libgtest-dev libvalijson-dev
 )
 

@@ -145,7 +145,7 @@ if(CMAKE_CROSSCOMPILING)
   # This machine's package database does not know the board's libraries.
   set(CPACK_DEBIAN_DEVICE_PACKAGE_ARCHITECTURE armhf)
   string(APPEND CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS ", libc6 (>= 2.36), libevent-core-2.1-7, libhiredis0.14, libjsoncpp25,"
-    " libmosquitto1, libsodium23, libstdc++6 (>= 12), libsystemd0")
+    " libmosquitto1, libsodium23, libstdc++6 (>= 12)")
 else()
   set(CPACK_DEBIAN_DEVICE_PACKAGE_SHLIBDEPS ON)
   # Without this tool the package would be made all the same, and depend on no library.
