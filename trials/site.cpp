@@ -3,7 +3,7 @@
 // the cameras; at no instant may a relay count more spaces than exist, or more free ones than the cameras saw within
 // the last 70 s. Prints a table and every breach; exits nonzero when there was one.
 //   site [--devices N] [--rounds N] [--results N] [--daemon PROGRAM] [--relay PROGRAM] [--packaging DIRECTORY]
-//   site --sources N [--seconds N]   one relay against so many made-up devices
+//   site --sources N [--changes N] [--seconds N]   one relay against so many made-up devices
 #include <CLI/CLI.hpp>
 #include <cstdio>
 
@@ -96,18 +96,32 @@ int Play(const trials::Programs& programs, int devices, int rounds, int results)
   return stage.breaches() == 0 ? 0 : 1;
 }
 
+int PlaySources(const trials::Programs& programs, const trials::SourcesLoad& load) {
+  Stage stage(programs);
+  trials::SourcesCost cost;
+  if (!trials::MeasureSources(stage, load, &cost)) return 1;
+  printf(
+      "%d sources, all counted after %.2f s\n%d changes a second beside the repetitions: %.2f %% of a core, "
+      "%d kB resident, %d kB of it the relay's own\n",
+      load.sources, cost.counted_after, load.changes_a_second, cost.share * 100, cost.resident_kb, cost.private_kb);
+  return stage.breaches() == 0 ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  int devices = 100, rounds = 1, results = 100, sources = 0, seconds = 30;
+  int devices = 100, rounds = 1, results = 100;
+  trials::SourcesLoad load;
+  load.sources = 0;
   trials::Programs programs = {BINARY_DIRECTORY "/business_server", BINARY_DIRECTORY "/park_relay",
                                PACKAGING_DIRECTORY};
   CLI::App app("A car park of whole devices with everything going wrong");
   app.add_option("--devices", devices, "whole devices")->check(CLI::Range(2, 300));
   app.add_option("--rounds", rounds, "how often each fault happens");
   app.add_option("--results", results, "results a second, of all devices");
-  app.add_option("--sources", sources, "instead: one relay against so many made-up devices");
-  app.add_option("--seconds", seconds, "of changes from them");
+  app.add_option("--sources", load.sources, "instead: one relay against so many made-up devices");
+  app.add_option("--changes", load.changes_a_second, "of them a second");
+  app.add_option("--seconds", load.seconds, "of changes from them");
   app.add_option("--daemon", programs.daemon, "the daemon's program");
   app.add_option("--relay", programs.relay, "the relay's program");
   app.add_option("--packaging", programs.packaging, "where the shipped configuration is");
@@ -118,5 +132,5 @@ int main(int argc, char** argv) {
     fprintf(stderr, "%s\n", problem.c_str());
     return 2;
   }
-  return sources > 0 ? trials::PlaySources(programs, sources, seconds) : Play(programs, devices, rounds, results);
+  return load.sources > 0 ? PlaySources(programs, load) : Play(programs, devices, rounds, results);
 }

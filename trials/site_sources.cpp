@@ -14,7 +14,6 @@ namespace {
 
 namespace bs = businessserver;
 
-constexpr int kChangesASecond = 100;
 constexpr int kSecondsToRepeat = 25;
 constexpr Milliseconds kTick(10);
 constexpr Milliseconds kLimit(30000);
@@ -27,18 +26,22 @@ double CpuSeconds(pid_t pid) {
   return nanoseconds / 1e9;
 }
 
-int ResidentKb(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  int kb = 0;
-  for (std::string line; std::getline(status, line);) sscanf(line.c_str(), "VmRSS: %d", &kb);
-  return kb;
+void ReadMemory(pid_t pid, SourcesCost* cost) {
+  std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+  for (std::string line; std::getline(rollup, line);) {
+    sscanf(line.c_str(), "Rss: %d", &cost->resident_kb);
+    sscanf(line.c_str(), "Private_Dirty: %d", &cost->private_kb);
+  }
 }
 
 // The made-up devices, three spaces each, all in one zone.
 class Sources {
  public:
-  Sources(Stage& stage, int count)
-      : stage_(stage), free_(static_cast<size_t>(count), 3), hub_(stage.loop, Options(), {[this] { SayAll(); }}) {
+  Sources(Stage& stage, const SourcesLoad& load)
+      : stage_(stage),
+        changes_a_second_(load.changes_a_second),
+        free_(static_cast<size_t>(load.sources), 3),
+        hub_(stage.loop, Options(), {[this] { SayAll(); }}) {
     hub_.Start();
   }
 
@@ -52,7 +55,7 @@ class Sources {
   // The changes and repetitions that are due after so many milliseconds.
   void Go(Milliseconds passed) {
     const double seconds = static_cast<double>(passed.count()) / 1000;
-    for (changes_ += seconds * kChangesASecond; changes_ >= 1; --changes_) {
+    for (changes_ += seconds * changes_a_second_; changes_ >= 1; --changes_) {
       const auto index = static_cast<size_t>(stage_.Random(0, static_cast<int>(free_.size()) - 1));
       free_[index] = (free_[index] + 1) % 4;
       Say(index);
@@ -82,6 +85,7 @@ class Sources {
   }
 
   Stage& stage_;
+  const int changes_a_second_;
   std::vector<int> free_;
   bus::Kept<Loop> hub_;
   double changes_ = 0, repeats_ = 0;
@@ -90,11 +94,10 @@ class Sources {
 
 }  // namespace
 
-int PlaySources(const Programs& programs, int sources, int seconds_of_load) {
-  Stage stage(programs);
-  if (!stage.Start(1)) return 1;
+bool MeasureSources(Stage& stage, const SourcesLoad& load, SourcesCost* cost) {
+  if (!stage.Start(1)) return false;
   Camera& camera = *stage.cameras.front();
-  Sources made_up(stage, sources);
+  Sources made_up(stage, load);
   int heard = -1;
   camera.bus.OnMessage([&](const desk::BusMessage& message) {
     Json::Value push;
@@ -111,7 +114,7 @@ int PlaySources(const Programs& programs, int sources, int seconds_of_load) {
     return stage.loop.RunUntil([&] { return heard == made_up.Sum(); }, limit);
   };
   if (!true_within(kLimit)) stage.Breach("not all sources are counted: " + std::to_string(heard));
-  printf("%d sources, all counted after %.2f s\n", sources, seconds());
+  cost->counted_after = seconds();
 
   const pid_t relay = camera.device.relay.pid();
   const double cpu = CpuSeconds(relay), from = seconds();
@@ -121,15 +124,14 @@ int PlaySources(const Programs& programs, int sources, int seconds_of_load) {
     made_up.Go(std::chrono::duration_cast<Milliseconds>(now - last));
     last = now;
   });
-  stage.loop.RunFor(Milliseconds(seconds_of_load * 1000));
-  const double share = (CpuSeconds(relay) - cpu) / (seconds() - from);
+  stage.loop.RunFor(Milliseconds(load.seconds * 1000));
+  cost->share = (CpuSeconds(relay) - cpu) / (seconds() - from);
   stage.loop.Cancel(going);
   if (!true_within(kLimit)) {
     stage.Breach("shown " + std::to_string(heard) + ", the truth is " + std::to_string(made_up.Sum()));
   }
-  printf("%d changes a second beside the repetitions: %.1f %% of a core, %d kB resident\n", kChangesASecond,
-         share * 100, ResidentKb(relay));
-  return stage.breaches() == 0 ? 0 : 1;
+  ReadMemory(relay, cost);
+  return true;
 }
 
 }  // namespace trials
