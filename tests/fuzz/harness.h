@@ -1,6 +1,6 @@
 // What the fuzz targets of the server share: a whole server with its real drivers on a board in memory, and the
 // promises that everything it sends must keep. One server lives through all inputs; before each it is put back to how
-// it was after its start. Inputs of several parts are split at the line "--".
+// it was after its start.
 #pragma once
 
 #include <functional>
@@ -10,6 +10,7 @@
 
 #include "fake_platform/fake_platform.h"
 #include "memory_board/memory_board.h"
+#include "parts.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/parking_result.h"
@@ -18,23 +19,6 @@
 namespace fuzz {
 
 using namespace businessserver;
-
-inline std::vector<std::string_view> Parts(std::string_view input, std::string_view mark = "\n--\n") {
-  std::vector<std::string_view> parts;
-  for (size_t end; (end = input.find(mark)) != std::string_view::npos; input.remove_prefix(end + mark.size())) {
-    parts.push_back(input.substr(0, end));
-  }
-  parts.push_back(input);
-  return parts;
-}
-
-// Cuts the first byte off and chooses by it: 'a' is the first of count.
-inline size_t Choose(std::string_view& text, size_t count) {
-  if (text.empty()) return 0;
-  const size_t choice = static_cast<uint8_t>(text[0] - 'a') % count;
-  text.remove_prefix(1);
-  return choice;
-}
 
 // Serial lines, registers and the recording platform's clock. What the driver writes to a line is counted and
 // forgotten; the beacon module at the other one takes every command, unless the target says what it answers.
