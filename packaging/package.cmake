@@ -45,13 +45,15 @@ file(WRITE ${made}/redis.conf "${store}${access}")
 install(FILES ${made}/mosquitto.conf ${made}/redis.conf ${here}/device/bus.acl DESTINATION /etc/business-server)
 install(DIRECTORY DESTINATION /etc/business-server/bus.d)
 install(PROGRAMS ${here}/store-repair ${here}/make-accounts ${here}/remote-requests ${here}/console
-                 ${here}/make-certificate ${here}/log-level DESTINATION lib/business-server)
+                 ${here}/make-certificate ${here}/log-level
+                 ${here}/store-export DESTINATION lib/business-server)
 install(FILES ${here}/journal.conf DESTINATION lib/systemd/journald@business-server.conf.d RENAME bounds.conf)
 install(FILES ${here}/device/bus-console.conf DESTINATION lib/business-server)
 install(FILES ${here}/device/console.conf DESTINATION /etc/business-server/console)
 install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-server-bus.service
               ${here}/systemd/business-server-store.service ${here}/systemd/business-server-console.service
-              ${here}/systemd/business-server-guard.service
+              ${here}/systemd/business-server-guard.service ${here}/systemd/business-server-export.service
+              ${here}/systemd/business-server-export.timer
         DESTINATION /lib/systemd/system)
 install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
 install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)

@@ -106,6 +106,15 @@ std::string OneLine(const std::string& errors) {
 
 }  // namespace
 
+bool IsUtf8(std::string_view text) {
+  while (!text.empty()) {
+    const size_t bytes = CharacterBytes(text);
+    if (bytes == 0) return false;
+    text.remove_prefix(bytes);
+  }
+  return true;
+}
+
 bool ParseStrictly(std::string_view text, Comments comments, Json::Value& document, std::string& problem) {
   problem = ProblemOfBytes(text);
   if (!problem.empty()) return false;

@@ -16,4 +16,7 @@ constexpr size_t kTextLimit = 16 * 1024 * 1024;  // no document of a device or a
 // behind it, a member twice, a byte-order mark, bytes that are no UTF-8, more than kTextLimit. Never throws.
 bool ParseStrictly(std::string_view text, Comments comments, Json::Value& document, std::string& problem);
 
+// Whether all of it is well-formed UTF-8.
+bool IsUtf8(std::string_view text);
+
 }  // namespace contract

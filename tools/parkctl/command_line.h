@@ -20,6 +20,7 @@ using Action = std::function<int()>;
 void AddSiteOptions(CLI::App& command, SiteOptions& options);
 void AddDeviceOptions(CLI::App& command, DeviceOptions& options);  // the same, and which device of the site
 
+void AddStore(CLI::App& app, Action& action, const Ports& ports);
 void AddConfig(CLI::App& app, Action& action, const Ports& ports);
 // "site" and "relay" with all that belongs to them.
 void AddSite(CLI::App& app, Action& action);

@@ -15,7 +15,6 @@
 #include "protocol/names.h"
 #include "requests.h"
 #include "results.h"
-#include "store_commands.h"
 #include "stored_text.h"
 #include "version_command.h"
 #include "watch.h"
@@ -165,58 +164,6 @@ void AddDecode(CLI::App& app, Action& action, const Ports& ports) {
   });
 }
 
-void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
-  auto name = std::make_shared<std::string>();
-  auto options = std::make_shared<parkctl::SetOptions>();
-  constexpr char kNameHelp[] = "The document's name, or a part that no other has";
-
-  auto* get = store.add_subcommand("get", "One document");
-  get->add_option("name", *name, kNameHelp)->required();
-  get->footer("Example:\n  parkctl store get rs485pro > rs485.json");
-  get->callback([=, &action, &ports] { action = [=, &ports] { return parkctl::GetDocument(ports.store, *name); }; });
-
-  auto* set = store.add_subcommand("set", "Store a document and show what changes");
-  set->add_option("name", options->name, kNameHelp)->required();
-  set->add_option("json", options->source, "The document: JSON, @file, or - for standard input")->required();
-  set->add_flag("--show", options->only_show, "Only show what would change");
-  set->add_flag("--force", options->force, "Store it although the device cannot act on it");
-  set->footer("Example:\n  parkctl store set bus_dev_pos '{\"pos\":1}'");
-  set->callback([=, &action, &ports] { action = [=, &ports] { return parkctl::SetDocument(ports.store, *options); }; });
-}
-
-void AddStore(CLI::App& app, Action& action, const Ports& ports) {
-  auto* store = app.add_subcommand("store", "Read and write the device's stored documents");
-  store->require_subcommand(0, 1);
-  store->footer(
-      "Examples:\n"
-      "  parkctl store list\n"
-      "  parkctl store get rs485pro\n"
-      "  parkctl store set bus_dev_pos_value '{\"pos\":1}'\n"
-      "  parkctl store set device_ttyio @line.json --show");
-  store->callback([store, &action] {
-    if (action) return;
-    action = [store] {
-      std::cerr << store->help();
-      return static_cast<int>(parkctl::kMisused);
-    };
-  });
-  AddStoreDocument(*store, action, ports);
-  const struct {
-    const char* name;
-    const char* help;
-    int (*run)(uint16_t store_port);
-  } kWhole[] = {
-      {"list", "Every document that the device knows", parkctl::ListDocuments},
-      {"backup", "Copy the whole store to its backup", parkctl::BackUpStore},
-      {"restore", "Bring the backup back", parkctl::RestoreStore},
-  };
-  for (const auto& row : kWhole) {
-    auto* command = store->add_subcommand(row.name, row.help);
-    command->footer(std::string("Example:\n  parkctl store ") + row.name);
-    command->callback([run = row.run, &action, &ports] { action = [run, &ports] { return run(ports.store); }; });
-  }
-}
-
 void AddContract(CLI::App& app, Action& action) {
   const struct {
     const char* name;
@@ -306,7 +253,7 @@ int main(int argc, char** argv) {
   AddPush(app, action, ports);
   AddLatest(app, action, ports);
   AddDecode(app, action, ports);
-  AddStore(app, action, ports);
+  parkctl::AddStore(app, action, ports);
   parkctl::AddConfig(app, action, ports);
   AddContract(app, action);
   parkctl::AddSite(app, action);

@@ -5,7 +5,7 @@
 
 #include "console.h"
 #include "contract/check.h"
-#include "kvdb.h"
+#include "kvdb_whole.h"
 #include "plain_words.h"
 #include "protocol/json_text.h"
 #include "stored_text.h"
@@ -94,6 +94,21 @@ int SetDocument(uint16_t store_port, const SetOptions& options) {
     return kNoAnswer;
   }
   Note("stored. A running daemon keeps what it has read: \"parkctl request set_...\" stores and applies at once.");
+  return kDone;
+}
+
+int ShowUnreadable(uint16_t store_port) {
+  const Store store(store_port);
+  KvdbDocuments documents;
+  if (!store.IsUp() || Kvdb_ReadAll(KvdbPart::kUnreadable, &documents) != 1) return store.Explain();
+  for (const auto& [key, text] : documents) {
+    Json::Value document;
+    std::string problem = "it is JSON, and was of no use";
+    businessserver::ParseJson(text, document, &problem);
+    std::cout << Painted(Paint::kStrong, words::Printable(key.c_str())) << "  (" << problem << ")\n"
+              << words::Printable(text) << "\n";
+  }
+  if (documents.empty()) Note("none: every document could be read");
   return kDone;
 }
 

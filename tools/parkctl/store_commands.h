@@ -18,6 +18,7 @@ struct SetOptions {
 // Shows what changes, and stores the document. One that the device cannot act on is not stored, unless forced.
 int SetDocument(uint16_t store_port, const SetOptions& options);
 
+int ShowUnreadable(uint16_t store_port);  // as they were, for their owner
 int BackUpStore(uint16_t store_port);
 int RestoreStore(uint16_t store_port);
 
