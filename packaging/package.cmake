@@ -4,12 +4,12 @@
 # or, for the board, with the preset arm.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME device)
 
-# The packaged daemon is always the camera's. In a build for the desk it is linked once more: it brings the board's
+# The packaged daemon is always a board's. In a build for the desk it is linked once more: it brings the board's
 # paths itself, and the platform library's own are then left out.
-if(BOARD STREQUAL camera)
+if(NOT BOARD STREQUAL desk)
   install(TARGETS business_server DESTINATION bin)
 else()
-  add_executable(business_server_packaged ${CMAKE_SOURCE_DIR}/platform/linux/board_camera.cpp)
+  add_executable(business_server_packaged ${packaged_board_dir}/board_paths.cpp)
   target_link_libraries(business_server_packaged PRIVATE business_server_main)
   set_target_properties(business_server_packaged PROPERTIES
     OUTPUT_NAME business_server_camera RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/package)
@@ -55,7 +55,9 @@ install(FILES ${here}/systemd/business-server.service ${here}/systemd/business-s
               ${here}/systemd/business-server-guard.service ${here}/systemd/business-server-export.service
               ${here}/systemd/business-server-export.timer
         DESTINATION /lib/systemd/system)
-install(FILES ${here}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
+install(FILES ${packaged_board_dir}/unit.conf
+        DESTINATION /lib/systemd/system/business-server.service.d RENAME board.conf)
+install(FILES ${packaged_board_dir}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
 install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
 file(ARCHIVE_CREATE OUTPUT ${made}/changelog.gz PATHS ${CMAKE_SOURCE_DIR}/CHANGELOG.md FORMAT raw COMPRESSION GZip)

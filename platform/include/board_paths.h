@@ -1,4 +1,4 @@
-// Where the board's devices are. The desk build has the same names relative to its working directory.
+// Where the board's devices are. The build makes their definitions from the board's file (boards/).
 #pragma once
 
 namespace board {

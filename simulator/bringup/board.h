@@ -1,15 +1,11 @@
-// The board's files in a directory: dev/mem with the register blocks that the daemon maps, and the names of its
-// two serial lines. The memory file is sparse; only the touched pages take up space.
+// The board's memory file in a directory, with the register blocks that the daemon maps. It is sparse; only the touched
+// pages take up space.
 #pragma once
 
 #include <cstdint>
 #include <string>
 
 namespace desk {
-
-inline constexpr char kMemoryFile[] = "dev/mem";
-inline constexpr char kBeaconLine[] = "dev/ttyAMA1";
-inline constexpr char kExternalLine[] = "dev/ttyAMA2";
 
 class Board {
  public:

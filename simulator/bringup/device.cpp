@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "board_devices.h"
+
 namespace desk {
 namespace {
 
@@ -83,8 +85,8 @@ bool Device::MakeFiles(std::string& problem) {
   command.insert(command.end(), plan_.daemon_options.begin(), plan_.daemon_options.end());
   daemon.Configure(command, directory, network());
   if (!plan_.relay.empty()) relay.Configure({fs::absolute(plan_.relay)}, directory, network());
-  return board.Create(directory, problem) && beacon_line.Open(directory + "/" + kBeaconLine, problem) &&
-         external_line.Open(directory + "/" + kExternalLine, problem);
+  return board.Create(directory, problem) && beacon_line.Open(directory + "/" + board_devices::kBeaconLine, problem) &&
+         external_line.Open(directory + "/" + board_devices::kExternalLine, problem);
 }
 
 // A broker started by root gives its rights away, and with them the tie that ends it together with the desk. On a desk

@@ -36,6 +36,10 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
 
   // The board's own paths, whatever this build is for.
   EXPECT_NE(ReadFile(root + "/usr/bin/business_server").find(std::string("\0/dev/ttyAMA%d\0", 15)), std::string::npos);
+  const std::string devices = ReadFile(root + "/lib/systemd/system/business-server.service.d/board.conf");
+  for (const char* device : {"/dev/mem", "/dev/ttyAMA1", "/dev/ttyAMA2"}) {
+    EXPECT_NE(devices.find("\nDeviceAllow=" + std::string(device) + " rw\n"), std::string::npos) << devices;
+  }
   for (const char* file : {"/usr/bin/parkctl", "/usr/share/bash-completion/completions/parkctl"}) {
     EXPECT_TRUE(fs::exists(root + file)) << file;
   }

@@ -1,5 +1,6 @@
-// The registers of the board that the drivers touch, and the one way in which they touch them: 32-bit loads and
-// stores through a mapping of the memory device, or on a copy in memory where there is nothing to map.
+// The registers of the board that the drivers touch (where they are says the board's file), and the one way in which
+// they touch them: 32-bit loads and stores through a mapping of the memory device, or on a copy in memory where there
+// is nothing to map.
 #pragma once
 
 #include <sys/types.h>
@@ -7,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "board_registers.h"
 
 namespace businessserver {
 
@@ -16,18 +19,18 @@ struct PhysicalBlock {
 };
 
 // Pin multiplexing: which controller a pin belongs to.
-constexpr PhysicalBlock kPinMuxBlock = {0x200F0000, 0x108};
-constexpr size_t kPinMuxOfBeaconPort[] = {0xC0, 0xC8};
-constexpr size_t kPinMuxOfSerialPorts[] = {0xCC, 0xD0};
-constexpr size_t kPinMuxOfLeds[] = {0xE8, 0xEC, 0xF0};
-constexpr uint32_t kPinIsSerial = 3;
-constexpr uint32_t kPinIsGpio = 1;
+constexpr PhysicalBlock kPinMuxBlock = {board::kPinMuxBase, board::kPinMuxLength};
+using board::kPinIsGpio;
+using board::kPinIsSerial;
+using board::kPinMuxOfBeaconPort;
+using board::kPinMuxOfLeds;
+using board::kPinMuxOfSerialPorts;
 
 // The GPIO bank of the LEDs. A bank's data register is addressed through a bit mask; at this offset the mask lets all
 // eight bits through.
-constexpr PhysicalBlock kLedGpioBlock = {0x201B0000, 0x420};
-constexpr size_t kGpioData = 0x3FC;
-constexpr size_t kGpioDirection = 0x400;  // a 1 bit makes the pin an output
+constexpr PhysicalBlock kLedGpioBlock = {board::kLedGpioBase, board::kLedGpioLength};
+using board::kGpioData;
+using board::kGpioDirection;  // a 1 bit makes the pin an output
 constexpr uint32_t kLedLine1 = 1u << 2;
 constexpr uint32_t kLedLine2 = 1u << 3;
 constexpr uint32_t kLedLine3 = 1u << 4;

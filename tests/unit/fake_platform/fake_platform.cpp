@@ -7,7 +7,6 @@
 
 #include "assertion.h"
 #include "base64.h"
-#include "board_paths.h"
 #include "evt_timer.h"
 #include "kvdb.h"
 #include "lx_logging.h"
@@ -21,11 +20,6 @@ FakePlatform the_fake;
 [[maybe_unused]] const bool asserting = businessserver::assertions_end_the_process = true;
 
 }  // namespace
-
-namespace board {
-const char kMemoryDevice[] = "dev/mem";
-const char kSerialDeviceFormat[] = "dev/ttyAMA%d";
-}  // namespace board
 
 namespace lxconn {
 
