@@ -14,7 +14,7 @@ namespace businessserver {
 
 namespace {
 
-constexpr char kName[] = "business_server";
+constexpr char kSocketName[] = "business_server";
 constexpr int kTries = 20;
 constexpr unsigned kPauseMicroseconds = 10000;
 
@@ -37,7 +37,7 @@ bool ClaimDevice() {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   // Behind a NUL: a name and no file that could be left behind.
-  const int length = snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "%s", kName);
+  const int length = snprintf(address.sun_path + 1, sizeof address.sun_path - 1, "%s", kSocketName);
   const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<size_t>(length));
   const int fd = NewSocket();  // never closed; the programs that the server starts do not inherit it
   for (int tries = 0; tries < kTries; ++tries) {

@@ -12,9 +12,6 @@ namespace relay {
 
 namespace {
 
-constexpr int kInfo = 1;
-constexpr int kError = 3;
-
 constexpr int kMostSeconds = 3600;
 constexpr Milliseconds kPatience = 5000;  // for an answer of the device, and before the next attempt
 constexpr int kMostRefusals = 12;         // of a setting back

@@ -65,6 +65,10 @@ struct WriteStore {  // answered by StoreWritten
   std::string text;  // empty: nothing is to be stored there
 };
 
+// The log's levels.
+constexpr int kInfo = 1;
+constexpr int kError = 3;
+
 struct Say {  // in the log
   int level;
   std::string text;

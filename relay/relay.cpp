@@ -10,11 +10,6 @@ namespace relay {
 
 namespace {
 
-constexpr int kInfo = 1;
-constexpr int kError = 3;
-
-constexpr Milliseconds kStoreRetry = 5000;
-
 // The pause between the beginnings of two attempts grows with the time that the hub is away, so that after a cut of a
 // minute it is still below twelve seconds.
 constexpr Milliseconds kLeastPause = 1000;

@@ -28,6 +28,8 @@
 
 namespace relay {
 
+constexpr Milliseconds kStoreRetry = 5000;  // after a read that nobody answered
+
 struct Start {
   std::string run;      // eight hexadecimal digits, drawn anew for each process
   std::string version;  // of the program

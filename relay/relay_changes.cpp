@@ -9,8 +9,6 @@ namespace relay {
 
 namespace {
 
-constexpr Milliseconds kStoreRetry = 5000;
-
 bool IsOwn(std::string_view type) { return type == kGetRelayCfg || type == kSetRelayCfg; }
 
 }  // namespace

@@ -10,15 +10,12 @@ namespace relay {
 
 namespace {
 
-constexpr int kInfo = 1;
-constexpr int kError = 3;
-
 constexpr char kRelayStarted[] = "relay_started";
 
 constexpr Milliseconds kSilence = 70000;
-constexpr Milliseconds kSpacing = 100;    // of own counts
-constexpr Milliseconds kRepeat = 25000;   // of own counts
-constexpr uint32_t kCountsExpiry_s = 90;  // the hub keeps own counts for so long
+constexpr Milliseconds kOwnSpacing = 100;   // of own counts
+constexpr Milliseconds kOwnRepeat = 25000;  // of own counts
+constexpr uint32_t kCountsExpiry_s = 90;    // the hub keeps own counts for so long
 
 constexpr Milliseconds kFirstPause = 60000;
 constexpr Milliseconds kLongestPause = 3600000;
@@ -114,7 +111,7 @@ void Relay::TurnCounts(Milliseconds now) {
   }
   TurnLeftBehind(topic, now);
   if (topic.empty() || !daemon_.own) return;
-  const Milliseconds due = said_.at + (said_.counts != daemon_.own ? kSpacing : kRepeat);
+  const Milliseconds due = said_.at + (said_.counts != daemon_.own ? kOwnSpacing : kOwnRepeat);
   if (now < due) {
     WakeAt(due);
     return;
@@ -122,7 +119,7 @@ void Relay::TurnCounts(Milliseconds now) {
   Do(PublishHub{topic, CountsText(*daemon_.own), true, kCountsExpiry_s});
   said_.counts = daemon_.own;
   said_.at = now;
-  WakeAt(now + kRepeat);
+  WakeAt(now + kOwnRepeat);
 }
 
 void Relay::TurnLeftBehind(const std::string& topic, Milliseconds now) {

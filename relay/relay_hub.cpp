@@ -9,9 +9,6 @@ namespace relay {
 
 namespace {
 
-constexpr int kInfo = 1;
-constexpr int kError = 3;
-
 constexpr size_t kLeftBehindMost = 64;
 constexpr Milliseconds kHealthSpacing = 1000;
 constexpr Milliseconds kHealthRepeat = 25000;

@@ -15,7 +15,7 @@ namespace {
 namespace bs = businessserver;
 
 constexpr int kSecondsToRepeat = 25;
-constexpr Milliseconds kTick(10);
+constexpr Milliseconds kSendingTick(10);
 constexpr Milliseconds kLimit(30000);
 constexpr uint32_t kExpirySeconds = 90;
 
@@ -119,7 +119,7 @@ bool MeasureSources(Stage& stage, const SourcesLoad& load, SourcesCost* cost) {
   const pid_t relay = camera.device.relay.pid();
   const double cpu = CpuSeconds(relay), from = seconds();
   auto last = Loop::Clock::now();
-  const uint64_t going = stage.loop.Every(kTick, [&] {
+  const uint64_t going = stage.loop.Every(kSendingTick, [&] {
     const auto now = Loop::Clock::now();
     made_up.Go(std::chrono::duration_cast<Milliseconds>(now - last));
     last = now;

@@ -15,7 +15,7 @@ namespace lxconn {
 
 namespace {
 
-constexpr timeval kTick = {1, 0};
+constexpr timeval kHousekeeping = {1, 0};
 constexpr timeval kAtOnce = {0, 0};
 
 platform::MqttOptions Options(const HubAddress& address) {
@@ -54,7 +54,7 @@ struct HubClient::Impl final : private platform::MqttLink::Listener {
     platform::IgnoreBrokenPipes();
     mosquitto_lib_init();
     tick.reset(event_new(base->base(), -1, EV_PERSIST, &Impl::OnTick, this));
-    event_add(tick.get(), &kTick);
+    event_add(tick.get(), &kHousekeeping);
     failed.reset(evtimer_new(base->base(), &Impl::OnFailed, this));
   }
   virtual ~Impl() { mosquitto_lib_cleanup(); }

@@ -1,6 +1,5 @@
 #include "mqtt_link.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <mqtt_protocol.h>
 #include <poll.h>
@@ -52,11 +51,6 @@ const char* Reason(int result) {
     default:
       return mosquitto_strerror(result);
   }
-}
-
-bool IsAddress(const std::string& host) {
-  in6_addr address;
-  return inet_pton(AF_INET, host.c_str(), &address) == 1 || inet_pton(AF_INET6, host.c_str(), &address) == 1;
 }
 
 bool IsClosedByPeer(int fd) {

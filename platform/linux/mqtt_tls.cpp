@@ -18,12 +18,12 @@ int OnCertificate(int good, X509_STORE_CTX* store) {
   return 0;
 }
 
+}  // namespace
+
 bool IsAddress(const std::string& host) {
   in6_addr address;
   return inet_pton(AF_INET, host.c_str(), &address) == 1 || inet_pton(AF_INET6, host.c_str(), &address) == 1;
 }
-
-}  // namespace
 
 TlsContext MakeTlsContext(const std::string& host, const std::string& ca, TlsVerdict* verdict, std::string* problem) {
   TlsContext context(SSL_CTX_new(TLS_client_method()));

@@ -20,6 +20,9 @@ struct TlsContextDeleter {
 };
 using TlsContext = std::unique_ptr<SSL_CTX, TlsContextDeleter>;
 
+// Whether host is an address and not a name.
+bool IsAddress(const std::string& host);
+
 // For connections to host (a name or an address). ca names a file with the certificates to go back to, empty the
 // system's. The verdict must outlive the connections. Null, with the reason, when ca cannot be used.
 TlsContext MakeTlsContext(const std::string& host, const std::string& ca, TlsVerdict* verdict, std::string* problem);

@@ -2,12 +2,12 @@
 
 #include <hiredis/hiredis.h>
 
+#include "bringup/device.h"
 #include "protocol/stored_documents.h"
 
 namespace desk {
 namespace {
 
-constexpr int kStorePort = 5299;
 constexpr char kHash[] = "kvdb";
 constexpr timeval kLimit = {0, 200000};
 constexpr Loop::Milliseconds kPause(1000);

@@ -14,7 +14,7 @@ namespace {
 
 namespace bs = businessserver;
 
-constexpr Loop::Milliseconds kStartLimit(20000);
+constexpr Loop::Milliseconds kPlannerLimit(20000);
 constexpr std::chrono::seconds kOneCar(5);  // what a display shows later than this has another reason
 constexpr char kRelayDocument[] = "relay_value";
 constexpr char kEntrance[] = "ENTRANCE";
@@ -89,7 +89,7 @@ bool CarPark::Start(std::string& problem) {
       !hub_.process.Start(problem))
     return false;
   planner_.Start();
-  if (!loop_.RunUntil([this] { return planner_.up(); }, kStartLimit)) {
+  if (!loop_.RunUntil([this] { return planner_.up(); }, kPlannerLimit)) {
     problem = "the hub does not answer: see " + plan_.directory + "/hub/log/hub.log";
     return false;
   }
@@ -108,7 +108,7 @@ bool CarPark::Start(std::string& problem) {
         return std::all_of(places_.begin(), places_.end(),
                            [](const auto& place) { return place.second.desk->ready(); });
       },
-      kStartLimit);
+      kPlannerLimit);
   if (!all_ready) problem = "not every daemon answers";
   for (auto& [name, place] : places_) {
     if (name == kEntrance) {

@@ -11,7 +11,6 @@
 namespace {
 
 using bus::Caller;
-using Outcome = Caller::Outcome;
 using std::chrono::milliseconds;
 
 TEST(BusAddress, IsASchemeAHostAPortAndAName) {
@@ -50,8 +49,8 @@ TEST(BusAddress, IsASchemeAHostAPortAndAName) {
 TEST_F(HubOnDesk, SpeaksTlsToTheRightHubOnly) {
   Caller planner(Tls());
   ASSERT_TRUE(planner.Connect()) << planner.problem();
-  EXPECT_EQ(planner.Publish({"park/g/plan/a", "{}"}), Outcome::kNobodyListens);
-  EXPECT_EQ(planner.Publish({"park/g/counts/a/L1", "{}"}), Outcome::kRefused);
+  EXPECT_EQ(planner.Publish({"park/g/plan/a", "{}"}), Caller::Outcome::kNobodyListens);
+  EXPECT_EQ(planner.Publish({"park/g/counts/a/L1", "{}"}), Caller::Outcome::kRefused);
 
   const struct {
     const char* what;
@@ -92,8 +91,8 @@ TEST_F(HubOnDesk, KeepsForgetsAndCollects) {
   many.back().retained = true;
   many.back().expiry_s = 1;
   size_t told = 0;
-  const std::vector<Outcome> outcomes = writer.PublishAll(many, [&](size_t done) { EXPECT_EQ(done, ++told); });
-  EXPECT_EQ(outcomes, std::vector<Outcome>(3001, Outcome::kNobodyListens));
+  const std::vector<Caller::Outcome> outcomes = writer.PublishAll(many, [&](size_t done) { EXPECT_EQ(done, ++told); });
+  EXPECT_EQ(outcomes, std::vector<Caller::Outcome>(3001, Caller::Outcome::kNobodyListens));
 
   Caller reader(Plain());
   ASSERT_TRUE(reader.Connect());
@@ -152,7 +151,7 @@ TEST_F(HubOnDesk, AnAnswerIsToTheQuestionThatWasAsked) {
   ASSERT_TRUE(loop_.RunUntil([&] { return kept.up(); }, milliseconds(10000)));
   loop_.RunFor(milliseconds(200));
 
-  Outcome outcome = Outcome::kSilent;
+  Caller::Outcome outcome = Caller::Outcome::kSilent;
   std::string answer;
   std::thread asker([&] {
     Caller caller(Plain());
@@ -160,14 +159,15 @@ TEST_F(HubOnDesk, AnAnswerIsToTheQuestionThatWasAsked) {
   });
   loop_.RunUntil([&] { return !answer.empty(); }, milliseconds(6000));
   asker.join();
-  EXPECT_EQ(outcome, Outcome::kDelivered);
+  EXPECT_EQ(outcome, Caller::Outcome::kDelivered);
   EXPECT_EQ(answer, "yes: ?");
 
   Caller caller(Plain());
   ASSERT_TRUE(caller.Connect());
-  EXPECT_EQ(caller.Request({"nobody/there", "?", "answers/2"}, milliseconds(5000), answer), Outcome::kNobodyListens);
+  EXPECT_EQ(caller.Request({"nobody/there", "?", "answers/2"}, milliseconds(5000), answer),
+            Caller::Outcome::kNobodyListens);
   hub_.Kill();
-  EXPECT_EQ(caller.Publish({"ask", "?"}), Outcome::kNoBroker);
+  EXPECT_EQ(caller.Publish({"ask", "?"}), Caller::Outcome::kNoBroker);
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ constexpr std::chrono::seconds kComesUp{5};
 constexpr std::chrono::milliseconds kLook{100};
 constexpr std::chrono::seconds kAnswerWait{2};
 
-relay::Milliseconds Now() {
+relay::Milliseconds Uptime() {
   timespec now = {};
   clock_gettime(CLOCK_BOOTTIME, &now);
   return static_cast<relay::Milliseconds>(now.tv_sec) * 1000 + static_cast<relay::Milliseconds>(now.tv_nsec) / 1000000;
@@ -75,12 +75,12 @@ class GuardService {
   int Run(bool once) {
     std::string text;
     while (store_.Read(relay::kDeviceChange, text) == Store::Found::kUnreachable) std::this_thread::sleep_for(kTurn);
-    guard_.Restore(text, Now());
+    guard_.Restore(text, Uptime());
     auto last_busy = std::chrono::steady_clock::now();
     while (!once || std::chrono::steady_clock::now() - last_busy < kIdleEnd) {
       if (!guard_.IsIdle()) last_busy = std::chrono::steady_clock::now();
       Listen();
-      guard_.Turn(Now());
+      guard_.Turn(Uptime());
       DoWishes();
     }
     return kDone;
@@ -110,7 +110,7 @@ class GuardService {
     }
     const uint64_t token = ++last_token_;
     asked_[token] = message;
-    guard_.Request(token, request, Now());
+    guard_.Request(token, request, Uptime());
   }
 
   void Answer(const bus::Message& request, const std::string& text) {
@@ -135,11 +135,11 @@ class GuardService {
     for (const config::Part& part : config::Parts()) {
       if (part.reading_command == ask.type) {
         const std::optional<Json::Value> value = device_->ReadDocument(part);
-        if (value) guard_.Answered(relay::ReplyText(ask.type, 200, "All done", *value), Now());
+        if (value) guard_.Answered(relay::ReplyText(ask.type, 200, "All done", *value), Uptime());
       } else if (part.storing_command == ask.type) {
         const Reply reply = device_->Set(part, request[bs::kBody]);
         if (reply.Came()) {
-          guard_.Answered(relay::ReplyText(ask.type, reply.state, reply.error_msg, Json::Value()), Now());
+          guard_.Answered(relay::ReplyText(ask.type, reply.state, reply.error_msg, Json::Value()), Uptime());
         } else {
           device_.emplace(options_);  // what became of the connection shows with the next question
         }
@@ -154,7 +154,7 @@ class GuardService {
     const bool done = store.text.empty()
                           ? Kvdb_DeleteKey(relay::kDeviceChange.key, relay::kDeviceChange.key_length) == 1
                           : store_.Write(relay::kDeviceChange, store.text);
-    guard_.Stored(done, Now());
+    guard_.Stored(done, Uptime());
   }
   void Do(const relay::ChangeGuard::Look& look) {
     std::string text;
@@ -162,7 +162,7 @@ class GuardService {
     guard_.Looked(found == Store::Found::kUnreachable ? relay::Found::kUnreachable
                   : found == Store::Found::kYes       ? relay::Found::kYes
                                                       : relay::Found::kNo,
-                  text, Now());
+                  text, Uptime());
   }
   void Do(const relay::ChangeGuard::Say& say) { Note(say.text); }
 

@@ -14,8 +14,8 @@ namespace parkctl {
 
 namespace {
 
-constexpr std::chrono::milliseconds kPass{1000};
-constexpr std::chrono::milliseconds kRetry{500};
+constexpr std::chrono::milliseconds kListening{1000};
+constexpr std::chrono::milliseconds kReconnection{500};
 
 class Printer {
  public:
@@ -49,7 +49,7 @@ class Printer {
 // One connection, for as long as it holds.
 void WatchConnection(DeviceBus& bus, Printer& printer) {
   while (!printer.Ended()) {
-    if (!bus.Receive(kPass, [&](const bus::Message& message) { printer.Print(message); })) return;
+    if (!bus.Receive(kListening, [&](const bus::Message& message) { printer.Print(message); })) return;
   }
 }
 
@@ -74,7 +74,7 @@ int Watch(const WatchOptions& options) {
       Note("waiting for it");
     }
     waiting = true;
-    std::this_thread::sleep_for(kRetry);
+    std::this_thread::sleep_for(kReconnection);
   }
 }
 

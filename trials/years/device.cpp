@@ -17,7 +17,6 @@ namespace {
 namespace bs = businessserver;
 
 constexpr Micros kBusWay = 200;
-constexpr Micros kBusRetry = kSecond;
 constexpr Micros kSupervisorRest = 100 * kMillisecond;
 constexpr Micros kModuleThinks = 3 * kMillisecond;
 constexpr Micros kModuleThinksSlowly = 70 * kMillisecond;  // longer than it is waited for

@@ -26,6 +26,7 @@
 namespace years {
 
 constexpr unsigned kSpacesOfDevice = 3;
+constexpr Micros kBusRetry = kSecond;
 constexpr char kSiteName[] = "years";
 
 inline std::string DeviceName(unsigned number) { return "camera-" + std::to_string(number); }

@@ -13,7 +13,6 @@ namespace {
 
 namespace bs = businessserver;
 
-constexpr Micros kBusRetry = kSecond;
 constexpr Micros kAnswerPatience = 3 * kMinute;  // a change that cannot be made is set back before it is answered
 
 const char* KeyOf(relay::StoreKey key) {

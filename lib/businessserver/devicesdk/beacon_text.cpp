@@ -25,7 +25,7 @@ static_assert(sizeof kBeaconNameCommand - 1 + kBeaconNameLimit + kLineEnd.size()
 static_assert(sizeof kBeaconTimeCommand - 1 + kBeaconTimeSize + kLineEnd.size() <= kBeaconTextSize);
 static_assert(kReplyTimeAt + kBeaconTimeSize <= kBeaconTextSize);
 
-BeaconText Command(std::string_view head, std::string_view value) {
+BeaconText CommandText(std::string_view head, std::string_view value) {
   BeaconText command;
   ByteWriter out(command.bytes, sizeof command.bytes);
   for (const std::string_view part : {head, value, kLineEnd}) out.Text(part);
@@ -33,12 +33,12 @@ BeaconText Command(std::string_view head, std::string_view value) {
   return command;
 }
 
-BeaconText DecimalCommand(std::string_view head, int value) { return Command(head, std::to_string(value)); }
+BeaconText DecimalCommand(std::string_view head, int value) { return CommandText(head, std::to_string(value)); }
 
 BeaconText HexCommand(std::string_view head, uint16_t value) {
   char digits[sizeof "FFFFFFFF"];
   snprintf(digits, sizeof digits, "%04X", static_cast<unsigned>(value));
-  return Command(head, digits);
+  return CommandText(head, digits);
 }
 
 // Cuts the next line off the head of rest; false when there is none.
@@ -94,20 +94,22 @@ BeaconText UuidCommand(const unsigned char* uuid) {
   for (size_t i = 0; i < kBeaconUuidSize; ++i) {
     snprintf(digits + 2 * i, 3, "%02X", static_cast<unsigned>(uuid[i]));
   }
-  return Command(kBeaconUuidCommand, digits);
+  return CommandText(kBeaconUuidCommand, digits);
 }
 
 BeaconText MajorCommand(uint16_t major) { return HexCommand(kBeaconMajorCommand, major); }
 BeaconText MinorCommand(uint16_t minor) { return HexCommand(kBeaconMinorCommand, minor); }
-BeaconText NameCommand(std::string_view name) { return Command(kBeaconNameCommand, name.substr(0, kBeaconNameLimit)); }
+BeaconText NameCommand(std::string_view name) {
+  return CommandText(kBeaconNameCommand, name.substr(0, kBeaconNameLimit));
+}
 BeaconText PeriodCommand(int milliseconds) { return DecimalCommand(kBeaconPeriodCommand, milliseconds); }
 BeaconText SendPowerCommand(int dbm) { return DecimalCommand(kBeaconSendPowerCommand, dbm); }
 BeaconText TestPowerCommand(int dbm) { return DecimalCommand(kBeaconTestPowerCommand, dbm); }
-BeaconText InfoCommand() { return Command(kBeaconInfoCommand, {}); }
+BeaconText InfoCommand() { return CommandText(kBeaconInfoCommand, {}); }
 BeaconText TimeCommand(const unsigned char* time) {
-  return Command(kBeaconTimeCommand, {reinterpret_cast<const char*>(time), kBeaconTimeSize});
+  return CommandText(kBeaconTimeCommand, {reinterpret_cast<const char*>(time), kBeaconTimeSize});
 }
-BeaconText TimeQuery() { return Command(kBeaconTimeQuery, {}); }
+BeaconText TimeQuery() { return CommandText(kBeaconTimeQuery, {}); }
 
 bool IsBeaconPeriod(int milliseconds) { return IsOneOf(kPeriods, milliseconds); }
 bool IsBeaconSendPower(int dbm) { return IsOneOf(kSendPowers, dbm); }
