@@ -62,7 +62,7 @@ install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-s
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
 file(ARCHIVE_CREATE OUTPUT ${made}/changelog.gz PATHS ${CMAKE_SOURCE_DIR}/CHANGELOG.md FORMAT raw COMPRESSION GZip)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md
-              ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/hub.md ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
+              ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/hub.md ${CMAKE_SOURCE_DIR}/docs/time.md ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
 
 # The hub. It runs on any machine, and has nothing that is compiled.
 set(site ${here}/site)

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <json/writer.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <memory>
 #include <string>
@@ -38,7 +40,9 @@ struct Camera {
                       &network}),
         store(&network),
         bus(loop, &network) {
-    device.relay.OnLine([this](const std::string& line) { log += line + "\n"; });
+    for (desk::Process* process : {&device.relay, &device.daemon}) {
+      process->OnLine([this](const std::string& line) { log += line + "\n"; });
+    }
     bus.OnMessage([this](const desk::BusMessage& message) {
       if (message.topic == bs::kBusBroadcastMessage) broadcast = message.payload;
       if (message.topic == bs::kBusNetPush) push = message.payload;
@@ -125,6 +129,7 @@ class Relays : public testing::Test {
     handlers.message = [this](const bus::Message& message) {
       if (message.topic == "park/g/reply/test") reply_ = message.payload;
       kept_[message.topic] = message.payload;
+      ++heard_;
     };
     return handlers;
   }
@@ -140,6 +145,7 @@ class Relays : public testing::Test {
   desk::Process hub_{loop_, "hub"};
   std::string reply_;
   std::map<std::string, std::string> kept_;  // the last payload by topic
+  unsigned heard_ = 0;
   bus::Kept<desk::Loop> client_{loop_, ToHub(), Handlers()};
 };
 
@@ -222,6 +228,94 @@ TEST_F(Relays, SetBackWhatWasTriedAndNotKept) {
   ASSERT_TRUE(Eventually([this] { return kept_["park/g/health/c1"].find("true") != std::string::npos; }));
   EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_dev_pos"})") == before; })) << camera.log;
   EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_change"})")["body"].empty(); }));
+}
+
+// The wall clock of the programs that are started while it lives; this one's stays.
+class MovedClock {
+ public:
+  explicit MovedClock(const std::string& file) : file_(file, std::ios::binary) {
+    Move(0);
+    setenv("MOVED_CLOCK", file.c_str(), 1);
+    setenv("LD_PRELOAD", MOVED_CLOCK_LIBRARY, 1);
+  }
+  ~MovedClock() {
+    unsetenv("LD_PRELOAD");
+    unsetenv("MOVED_CLOCK");
+  }
+  MovedClock(const MovedClock&) = delete;
+  MovedClock& operator=(const MovedClock&) = delete;
+
+  // So many seconds from the real one, from now on.
+  void Move(int64_t seconds) {
+    seconds_ = seconds;
+    file_.seekp(0).write(reinterpret_cast<const char*>(&seconds), sizeof seconds).flush();
+  }
+  std::string Year() const {
+    const time_t now = time(nullptr) + static_cast<time_t>(seconds_);
+    tm parts = {};
+    return std::to_string(localtime_r(&now, &parts)->tm_year + 1900);
+  }
+
+ private:
+  std::ofstream file_;
+  int64_t seconds_ = 0;
+};
+
+// Everything that waits, ages or repeats goes by the clock that nobody sets; the event log and certificates by the
+// other.
+TEST_F(Relays, GoOnOnADayOnWhichTheClockJumpsByFiftyYears) {
+  MovedClock clock(directory_.path / "clock");
+  hub_.Kill();
+  std::string problem;
+  ASSERT_TRUE(hub_.Start(problem)) << problem;
+  Camera shower(loop_, directory_.path, "shower"), leaf(loop_, directory_.path, "leaf");
+  Add(shower, 1);
+  Add(leaf, 2);
+  Plan(1, R"({"zone": "L2/B", "shows": {"left": ["L2/C"]}})");
+  Plan(2, R"({"zone": "L2/C"})");
+  leaf.CarLeaves(3);
+  ASSERT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 3); })) << shower.log;
+  const auto lives = [this](int number) { return kept_["park/g/health/" + Name(number)].substr(0, 33); };
+  const std::string lives_before[] = {lives(1), lives(2)};
+  EXPECT_EQ(lives_before[0].rfind(R"({"online": true, "run": ")", 0), 0u) << lives_before[0];
+
+  constexpr int64_t kFiftyYears = int64_t{18262} * 86400;
+  unsigned state = 0;
+  for (const int64_t seconds : {kFiftyYears, int64_t{0}, -kFiftyYears, int64_t{0}}) {
+    clock.Move(seconds);
+    if (state % 2 == 0) {
+      leaf.CarArrives(1);
+    } else {
+      leaf.CarLeaves(1);
+    }
+    EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, state % 2 == 0 ? 2 : 3); })) << seconds << shower.log;
+    leaf.bus.Publish(bs::kBusExtRequestMessage, R"({"type": "external_control_framestatus", "body": {"ip": "10.0.0.1",)"
+                                                R"( "frame_status": )" +
+                                                    std::to_string(state) + "}}");
+    EXPECT_TRUE(Eventually([&] {
+      const std::string log = bs::StyledText(Ask(2, R"({"type": "quary_controled_log"})"));
+      return log.find("\"" + clock.Year() + "-") != std::string::npos;
+    })) << seconds;
+    // Nothing repeats at once, for all that seems to be late.
+    heard_ = 0;
+    loop_.RunFor(Milliseconds(1500));
+    EXPECT_LE(heard_, 4u) << seconds;
+    ++state;
+    if (seconds >= 0) continue;
+    // What is repeated every 25 s does not wait for fifty years.
+    kept_.clear();
+    EXPECT_TRUE(
+        Eventually([&] { return kept_.count("park/g/counts/c2/L2/C") > 0 && kept_.count("park/g/health/c1") > 0; }));
+  }
+  ASSERT_TRUE(Eventually([&] { return kept_.count("park/g/health/c1") > 0 && kept_.count("park/g/health/c2") > 0; }));
+  EXPECT_EQ(lives(1), lives_before[0]);
+  EXPECT_EQ(lives(2), lives_before[1]);
+  // Each was let in by its hub and its bus once, and lost neither.
+  for (const Camera* camera : {&shower, &leaf})
+    EXPECT_EQ(camera->log.find(" is lost: "), std::string::npos) << camera->log;
+  for (Camera* camera : {&shower, &leaf}) {
+    for (desk::Process* program : camera->device.Programs()) EXPECT_TRUE(program->running()) << program->name();
+  }
 }
 
 // Only the relay, its bus and its store: what it says of hubs that it cannot join.
