@@ -11,6 +11,8 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "../temporary_directory.h"
 #include "contract_watch.h"
@@ -20,8 +22,9 @@ class DeviceOnDesk : public testing::Test {
  protected:
   using Milliseconds = desk::Loop::Milliseconds;
 
-  DeviceOnDesk()
-      : desk_({directory_, BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging"}),
+  explicit DeviceOnDesk(std::vector<std::string> daemon_options = {})
+      : desk_({directory_, BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging", false,
+               std::move(daemon_options)}),
         client_(desk_.loop()),
         contract_(desk_.loop()) {
     std::string problem;

@@ -156,6 +156,10 @@ TEST_F(SiteOfPeople, ADeviceJoinsIsSeenIsAskedAndLeaves) {
   Expect({"parkctl relay set remote=read", 0, {"+ remote: \"read\""}});
   Await(ask + "get_dev_pos", "200 All done");
   Expect({(ask + "set_dev_pos '{\"pos\":2}'").c_str(), 1, {"403 not allowed from the site"}});
+  // A report from afar holds what its account may see.
+  const std::string report = " parkctl report r.tgz --site mqtts://localhost/garage --device L1-1; tar -xzOf r.tgz";
+  Expect({("as bert" + report).c_str(), 0, {"bus_dev_pos_value:\n", "\"data\": \"(masked)\"", "health.txt: NOT ALL"}});
+  Expect({("as vera" + report).c_str(), 0, {"\"daemon\": \"ok\"", "counts/L1-1/L1:", "documents.txt: NOT ALL OF IT"}});
   device.daemon.Stop();
   Expect({(ask + "get_dev_pos --timeout 9").c_str(), 2, {"504 the device does not answer"}});
 

@@ -13,6 +13,7 @@
 #include "decode_command.h"
 #include "lx_logging.h"
 #include "protocol/names.h"
+#include "report.h"
 #include "requests.h"
 #include "results.h"
 #include "stored_text.h"
@@ -198,6 +199,36 @@ void AddVersion(CLI::App& app, Action& action) {
   command->callback([options, &action] { action = [options] { return parkctl::ShowVersions(*options); }; });
 }
 
+void AddReport(CLI::App& app, Action& action, const Ports& ports) {
+  auto options = std::make_shared<parkctl::ReportOptions>();
+  const auto act = [options, &action, &ports](std::function<int()> run) {
+    action = [options, run = std::move(run), &ports] {
+      options->device.bus_port = ports.bus;
+      options->store_port = ports.store;
+      return run();
+    };
+  };
+  auto* report = app.add_subcommand("report", "Put what whoever helps from afar asks for into one archive");
+  report->add_option("file", options->file, "The archive (.tar.gz), - for standard output");
+  report->add_option("--limit-ms", options->limit_ms)->group(kHidden);
+  parkctl::AddDeviceOptions(*report, options->device);
+  report->footer(
+      "Examples:\n"
+      "  parkctl report\n"
+      "  ssh camera-14 sudo parkctl report - >camera-14.tar.gz\n"
+      "  parkctl report --site mqtts://hub.example/garage --user ann --password-file ann.pw --device L2-B-014\n"
+      "It is there within ten seconds, whatever does not answer; README.txt in it says what is missing. As root it "
+      "sees "
+      "most.");
+  report->callback([options, act] { act([options] { return parkctl::MakeReport(*options); }); });
+
+  auto* one = app.add_subcommand("report-part", "")->group(kHidden);
+  auto part = std::make_shared<std::string>();
+  one->add_option("part", *part)->required();
+  parkctl::AddDeviceOptions(*one, options->device);
+  one->callback([options, part, act] { act([options, part] { return parkctl::PrintReportPart(*part, *options); }); });
+}
+
 // For the shell's completion: the words that can stand at a place.
 void AddNames(CLI::App& app, Action& action) {
   auto* command = app.add_subcommand("names", "")->group(kHidden);
@@ -259,6 +290,7 @@ int main(int argc, char** argv) {
   parkctl::AddSite(app, action);
   parkctl::AddRelay(app, action, ports);
   AddVersion(app, action);
+  AddReport(app, action, ports);
   AddNames(app, action);
   app.set_version_flag("--version", build::Line("parkctl"));
   try {
