@@ -46,8 +46,9 @@ void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
       {"diff", "Show what differs between a file and the device", "  parkctl config diff camera.json", ShowDifference,
        true, true, false},
       {"apply", "Set what differs, and read it back",
-       "  parkctl config apply camera.json\n  parkctl config apply camera.json --confirm 60 --yes", ApplyConfiguration,
-       true, true, true},
+       "  parkctl config apply camera.json\n  parkctl config apply camera.json --confirm 60 --yes\n"
+       "  parkctl config apply camera.json --replace --yes",
+       ApplyConfiguration, true, true, true},
       {"confirm", "Keep a change that would go back by itself", "  parkctl config confirm", ConfirmConfiguration, false,
        true, false},
       {"rollback", "Set what was there before", "  parkctl config rollback", RollBackConfiguration, false, true, false},
@@ -69,6 +70,8 @@ void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
           ->check(CLI::Range(1, kMostConfirmSeconds));
       command->add_flag("--yes", options->yes, "Ask nobody");
       command->add_flag("--other-device", options->other_device, "Also where the file is of another device");
+      command->add_flag("--replace", options->replace,
+                        "Take the place of the file's device: its beacon's identity and its place in the site too");
     }
     command->footer(std::string("Examples:\n") + row.example);
     command->callback([options, run = row.run, &action, &ports] {

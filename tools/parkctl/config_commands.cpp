@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <thread>
 
 #include "change_guard_service.h"
@@ -60,6 +61,26 @@ bool IsForThisDevice(const Configuration& wanted, const Configuration& held, boo
   Note("the file is of " + words::Printable(wanted.device) + ", this device is " + words::Printable(held.device) +
        ": --other-device takes it all the same");
   return false;
+}
+
+// Who a device is, to phones and to its site: two of one identity are a fault that nobody finds soon. A file of another
+// device brings its settings along, and this only where somebody says that the other is gone.
+constexpr const char* kIdentity[] = {"sys_blue_tooth_value", "ibc_name_value", config::kRelayDocument};
+
+void LeaveIdentityOut(const Configuration& held, Configuration& wanted) {
+  if (wanted.device.empty() || wanted.device == held.device) return;
+  std::string names;
+  const auto is_identity = [&](const config::Document& document) {
+    const auto* const name = std::find(std::begin(kIdentity), std::end(kIdentity), document.part->name);
+    if (name == std::end(kIdentity)) return false;
+    names += (names.empty() ? "" : ", ") + document.part->name;
+    return true;
+  };
+  std::vector<config::Document>& documents = wanted.documents;
+  documents.erase(std::remove_if(documents.begin(), documents.end(), is_identity), documents.end());
+  if (names.empty()) return;
+  Note("left out, for they are who " + words::Printable(wanted.device) + " is: " + names +
+       ". --replace sets them too, where this device takes its place");
 }
 
 bool Agrees() {
@@ -307,7 +328,8 @@ int ApplyConfiguration(const ConfigOptions& options) {
   if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
   std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
-  if (!IsForThisDevice(wanted, *held, options.other_device)) return kMisused;
+  if (!IsForThisDevice(wanted, *held, options.other_device || options.replace)) return kMisused;
+  if (!options.replace) LeaveIdentityOut(*held, wanted);
   if (const int status = CompleteUnfinished(device, state, *held); status == kNoAnswer) return status;
 
   const std::vector<Change> changes = Difference(device, *held, wanted);

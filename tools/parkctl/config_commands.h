@@ -13,6 +13,7 @@ struct ConfigOptions {
   int confirm_s = 0;          // seconds after which all goes back unless confirmed; 0: never
   bool yes = false;           // nobody is asked
   bool other_device = false;  // the file may be of another device
+  bool replace = false;       // and this one takes its place, with its identity
 };
 
 // Each returns the exit status: 0 equal or done, 1 different or refused by the device, 2 no answer, 3 not valid.
