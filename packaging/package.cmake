@@ -60,7 +60,8 @@ install(FILES ${packaged_board_dir}/unit.conf
 install(FILES ${packaged_board_dir}/device.rules DESTINATION /lib/udev/rules.d RENAME 60-business-server.rules)
 install(FILES ${here}/sysusers.conf DESTINATION lib/sysusers.d RENAME business-server.conf)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/CHANGELOG.md)
-file(ARCHIVE_CREATE OUTPUT ${made}/changelog.gz PATHS ${CMAKE_SOURCE_DIR}/CHANGELOG.md FORMAT raw COMPRESSION GZip)
+# CMake's own would write the time into it.
+execute_process(COMMAND gzip -9nc ${CMAKE_SOURCE_DIR}/CHANGELOG.md OUTPUT_FILE ${made}/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md
               ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/hub.md ${CMAKE_SOURCE_DIR}/docs/time.md ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
 
@@ -95,6 +96,8 @@ set(CPACK_COMPONENTS_GROUPING IGNORE)
 set(CPACK_PACKAGE_CONTACT "The business server's maintainers <maintainers@localhost>")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${here}/same_bytes.cmake)
+set(CPACK_POST_BUILD_SCRIPTS ${here}/same_bytes.cmake)
 
 set(CPACK_DEBIAN_DEVICE_PACKAGE_NAME business-server)
 set(CPACK_COMPONENT_DEVICE_DESCRIPTION "Business server of a parking-guidance camera")

@@ -21,8 +21,15 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   const TemporaryDirectory directory;
   const std::string root = directory.path / "root";
   const std::string package = directory.path.string() + "/business-server_*.deb";
-  ASSERT_EQ(Shell("cpack --config " + std::string(kBuild) + "/CPackConfig.cmake -B " + directory.path.string()).status,
-            0);
+  const auto pack = [](const std::string& where) {
+    return "cpack --config " + std::string(kBuild) + "/CPackConfig.cmake -B " + where;
+  };
+  ASSERT_EQ(Shell(pack(directory.path)).status, 0);
+  // Whoever makes them, and when: the same bytes, and no path of who built them.
+  const std::string again = directory.path / "again";
+  ASSERT_EQ(Shell("umask 077; TZ=Asia/Tokyo " + pack(again)).status, 0);
+  const Outcome same = Shell("cd " + again + " && for one in *.deb; do cmp $one ../$one || exit; done");
+  EXPECT_EQ(same.status, 0) << same.output;
   for (const std::string& one : {package, directory.path.string() + "/business-server-site_*_all.deb"}) {
     ASSERT_EQ(Shell("dpkg-deb -x " + one + " " + root).status, 0) << one;
   }
@@ -30,6 +37,7 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
   for (const char* name : {"libmosquitto1", "psmisc", "udev"}) {
     EXPECT_NE(needs.find(name), std::string::npos) << name << " in " << needs;
   }
+  EXPECT_EQ(Shell("grep -rlF " SOURCE_DIRECTORY " " + root).output, "");
   // Its users can be made.
   const Outcome users = Shell("systemd-sysusers --root=" + root + " business-server.conf business-server-site.conf");
   EXPECT_EQ(users.status, 0) << users.output;
