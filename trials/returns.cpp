@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <string>
 
-#include "build_identity/build.h"
 #include "protocol/commands.h"
 #include "protocol/stored_documents.h"
 #include "rig.h"
@@ -75,17 +74,14 @@ class Flood {
 
 int main(int argc, char** argv) {
   int rounds = 1000;
-  std::string daemon = BINARY_DIRECTORY "/business_server";
-  std::string packaging = PACKAGING_DIRECTORY;
+  trials::Programs programs;
   CLI::App app("Kills the store under a flood of requests");
   app.add_option("--rounds", rounds, "kills of the store");
-  app.add_option("--daemon", daemon, "the daemon's program");
-  app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
-  app.set_version_flag("--version", build::Line("returns"));
+  programs.AddOptions(app, "returns");
   CLI11_PARSE(app, argc, argv);
 
   trials::EnterQuietNetwork();
-  Rig rig(daemon, packaging);
+  Rig rig(programs);
   if (!rig.Start()) return 1;
   for (const Document& document : kDocuments) rig.store_client.Set(document.stored->key, OwnersText(document));
   Flood flood(rig);

@@ -6,6 +6,7 @@
 #include <fstream>
 #include <memory>
 
+#include "build_identity/build.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
@@ -18,14 +19,22 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr char kReplies[] = "reply/trial";
-constexpr Milliseconds kRest(5);        // before an ended program is started again
-constexpr Milliseconds kPatience(200);  // before a question is asked again
-constexpr Milliseconds kStartLimit(10000);
+constexpr Milliseconds kRest(5);            // before an ended program is started again
+constexpr Milliseconds kPatience(200);      // before a question is asked again
+constexpr Milliseconds kStartLimit(60000);  // of a machine that is busy with others
 
 }  // namespace
 
-Rig::Rig(const std::string& daemon, const std::string& packaging)
-    : device(loop, serial_loop_, {directory_.path, daemon, packaging, false, {"-v", "3"}}) {}
+void Programs::AddOptions(CLI::App& app, const std::string& trial) {
+  daemon = BINARY_DIRECTORY "/business_server";
+  packaging = PACKAGING_DIRECTORY;
+  app.add_option("--daemon", daemon, "the daemon's program");
+  app.add_option("--packaging", packaging, "where mosquitto.conf, redis.conf and store-repair are");
+  app.set_version_flag("--version", build::Line(trial));
+}
+
+Rig::Rig(const Programs& programs)
+    : device(loop, serial_loop_, {directory_.path, programs.daemon, programs.packaging, false, {"-v", "3"}}) {}
 
 Rig::~Rig() {
   device.Stop();
@@ -106,6 +115,15 @@ Holdings Rig::OfDaemon() const {
   return held;
 }
 
+int Rig::EndedByThemselves() const {
+  int all = 0;
+  for (const auto& [name, times] : ended_by_itself) {
+    if (times != 0) printf("the %s ended by itself %d times\n", name.c_str(), times);
+    all += times;
+  }
+  return all;
+}
+
 void EnterQuietNetwork() {
   std::string problem;
   if (!desk::EnterOwnNetwork(problem)) fprintf(stderr, "%s: ports 5291 and 5299 must be free\n", problem.c_str());
@@ -115,6 +133,13 @@ std::string Percentile(std::vector<int> values, int percent) {
   if (values.empty()) return "-";
   std::sort(values.begin(), values.end());
   return std::to_string(values[(values.size() - 1) * static_cast<size_t>(percent) / 100]);
+}
+
+std::string Seconds(std::vector<int> values, int percent) {
+  if (values.empty()) return "-";
+  char text[16];
+  snprintf(text, sizeof text, "%.2f", std::stoi(Percentile(std::move(values), percent)) / 1000.0);
+  return text;
 }
 
 }  // namespace trials

@@ -4,6 +4,7 @@
 
 #include <json/value.h>
 
+#include <CLI/CLI.hpp>
 #include <atomic>
 #include <cstdint>
 #include <functional>
@@ -29,12 +30,19 @@ struct Holdings {
   int resident_kb = 0;
 };
 
+// What is on trial: the programs as they were built, the configuration as it is shipped.
+struct Programs {
+  std::string daemon, packaging;
+
+  void AddOptions(CLI::App& app, const std::string& trial);
+};
+
 class Rig {
  public:
   // The state of a reply: its "state", 0 for one that is no document.
   using Answered = std::function<void(int state, const std::string& reply)>;
 
-  Rig(const std::string& daemon, const std::string& packaging);
+  explicit Rig(const Programs& programs);
   ~Rig();
 
   // False, with the reason on standard error, when the device does not come up.
@@ -50,6 +58,9 @@ class Rig {
   bool Publish(const std::string& type, const std::string& payload) { return bus.Publish(type, payload); }
 
   Holdings OfDaemon() const;
+
+  // Reports what ended by itself; how often that was in all.
+  int EndedByThemselves() const;
 
   Loop loop;
 
@@ -79,5 +90,6 @@ void EnterQuietNetwork();
 
 // A percentile of durations in ms, "-" for none.
 std::string Percentile(std::vector<int> values, int percent);
+std::string Seconds(std::vector<int> values, int percent);  // the same in s
 
 }  // namespace trials

@@ -1,18 +1,18 @@
 // A day at high speed: a million results and ten thousand commands, neighbours' pushes between them, with the
 // daemon's memory and descriptors in a table over time. Then counts from more senders than any car park has, and a
 // message that nobody should send. Exits nonzero when something grows or an answer is missing.
-//   soak [--results N] [--commands N] [--daemon PROGRAM] [--packaging DIRECTORY]
+//   soak [--results N] [--commands N] [--devices N] [--seconds S] [--daemon PROGRAM] [--packaging DIRECTORY]
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstring>
 
-#include "build_identity/build.h"
 #include "netpush/netpush.h"
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "protocol/parking_result.h"
 #include "rig.h"
+#include "workers.h"
 
 namespace {
 
@@ -86,39 +86,29 @@ bool SurvivesFlood(Rig& rig) {
   return left > 0 && left <= kDevices && own == bs::kSpaces && grown <= kFloodLimitKb;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  int results = 1000000;
-  int commands = 10000;
-  std::string daemon = BINARY_DIRECTORY "/business_server";
-  std::string packaging = PACKAGING_DIRECTORY;
-  CLI::App app("A day at high speed");
-  app.add_option("--results", results, "recognition results");
-  app.add_option("--commands", commands, "configuration commands");
-  app.add_option("--daemon", daemon, "the daemon's program");
-  app.add_option("--packaging", packaging, "where mosquitto.conf and redis.conf are");
-  app.set_version_flag("--version", build::Line("soak"));
-  CLI11_PARSE(app, argc, argv);
-
+// Of one device; the first one's table is shown.
+int Soak(const trials::Programs& programs, int results, int commands, int seconds, bool shows,
+         const trials::Notes& notes) {
   trials::EnterQuietNetwork();
-  Rig rig(daemon, packaging);
+  Rig rig(programs);
   if (!rig.Start()) return 1;
   rig.Await(bs::kSetTtyioCfg, R"({"ttyionum":2,"baudrate":115200,"checkbit":0,"databit":8,"stopbit":1})", kBurstLimit);
 
   const auto start = Loop::Clock::now();
+  const auto end = start + std::chrono::seconds(seconds);
   int sent = 0, asked = 0, answered = 0;
   Holdings first, last;
-  printf("%8s %10s %10s %12s %12s\n", "seconds", "results", "commands", "memory (kB)", "descriptors");
+  if (shows) printf("%8s %10s %10s %12s %12s\n", "seconds", "results", "commands", "memory (kB)", "descriptors");
   const auto print = [&] {
     last = rig.OfDaemon();
     const auto passed = std::chrono::duration_cast<std::chrono::seconds>(Loop::Clock::now() - start).count();
+    if (!shows) return;
     printf("%8lld %10d %10d %12d %12d\n", static_cast<long long>(passed), sent, answered, last.resident_kb,
            last.descriptors);
     fflush(stdout);
   };
   int printed = 0;
-  while (sent < results) {
+  while (sent < results && (seconds == 0 || Loop::Clock::now() < end)) {
     for (int i = 0; i < kBurst && sent < results; ++i, ++sent) {
       rig.Publish(bs::kAvsSimulatorTrigger, Result(sent));
       if (sent % 100 == 0) rig.Publish(bs::kBusNetPush, Push(sent / 100));
@@ -141,5 +131,34 @@ int main(int argc, char** argv) {
   const bool flat = last.descriptors == first.descriptors && last.resident_kb <= first.resident_kb + kLeakLimitKb;
   printf("%s; the daemon ended by itself %d times\n", flat ? "flat" : "GROWING", rig.ended_by_itself["daemon"]);
   const bool bounded = SurvivesFlood(rig);
+  notes.Add("results", sent);
+  notes.Add("commands", answered);
+  notes.Add("grown", last.resident_kb - first.resident_kb);
   return flat && bounded && rig.ended_by_itself["daemon"] == 0 ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int results = 1000000, commands = -1, devices = 1, seconds = 0;
+  trials::Programs programs;
+  CLI::App app("A day at high speed");
+  app.add_option("--results", results, "recognition results, of all devices");
+  app.add_option("--commands", commands, "configuration commands; one for each 100 results when not given");
+  app.add_option("--devices", devices, "side by side")->check(CLI::Range(1, 100));
+  app.add_option("--seconds", seconds, "at most; 0 for as long as it takes");
+  programs.AddOptions(app, "soak");
+  CLI11_PARSE(app, argc, argv);
+  if (commands < 0) commands = results / 100;
+
+  const auto start = Loop::Clock::now();
+  const trials::Tally tally = trials::RunWorkers(devices, [&](int worker, const trials::Notes& notes) {
+    return Soak(programs, results / devices, commands / devices, seconds, worker == 0, notes);
+  });
+  const auto took = std::chrono::duration_cast<std::chrono::seconds>(Loop::Clock::now() - start).count();
+  const long failed = trials::Sum(tally, "failed");
+  printf("\n%ld results and %ld commands to %d devices in %lld s; %s.\n", trials::Sum(tally, "results"),
+         trials::Sum(tally, "commands"), devices, static_cast<long long>(took),
+         failed == 0 ? "all came back, nothing grew" : "FAILED");
+  return failed == 0 ? 0 : 1;
 }
