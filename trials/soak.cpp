@@ -3,6 +3,7 @@
 // message that nobody should send. Exits nonzero when something grows or an answer is missing.
 //   soak [--results N] [--commands N] [--devices N] [--seconds S] [--daemon PROGRAM] [--packaging DIRECTORY]
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -26,7 +27,7 @@ constexpr int kBurst = 2000;  // results on their way at a time
 constexpr int kRows = 24;     // an hour each
 constexpr int kLeakLimitKb = 256;
 constexpr int kFloodLimitKb = 4096;
-constexpr Milliseconds kBurstLimit(20000);
+constexpr Milliseconds kBurstLimit(120000);
 
 struct Command {
   const char* name;
@@ -124,7 +125,10 @@ int Soak(const trials::Programs& programs, int results, int commands, int second
              static_cast<unsigned long long>(rig.heard[bs::kBusSimulatorTrigger]), sent, answered, asked);
       return 1;
     }
-    if (sent < (printed + 1) * (results / kRows)) continue;
+    const double played = static_cast<double>(sent) / results;
+    const double timed =
+        seconds > 0 ? std::chrono::duration<double>(Loop::Clock::now() - start).count() / seconds : played;
+    if (std::max(played, timed) * kRows < printed + 1) continue;
     print();
     if (++printed == 2) first = last;  // buffers have grown to their size by then
   }
