@@ -29,26 +29,26 @@ constexpr const Row* FindByName(const Row (&rows)[N], std::string_view name) {
 }  // namespace
 
 struct BusinessServer::ConfigCommands {
-  // ---- checks made before a body is stored ----
+  // ---- what a body does before it is stored; -1 refuses it ----
 
-  static int CheckControlModel(BusinessServer& server, const Json::Value& body) {
+  static int ApplyControlModel(BusinessServer& server, const Json::Value& body) {
     const uint32_t model = body[kModel].asUInt();
     if (model > kMaxControlModel) return -1;
     server.led_.control_model = model;
     return 0;
   }
-  static int CheckBeaconName(BusinessServer& server, const Json::Value& body) {
+  static int ApplyBeaconName(BusinessServer& server, const Json::Value& body) {
     const std::string name = body[kName].asString();
     if (name.size() > kMaxConfiguredNameLength) return -1;
     return Accepted(server.blue_tooth_->SetBluetoothName(name.data(), static_cast<int>(name.size())));
   }
-  static int CheckBeaconPeriod(BusinessServer& server, const Json::Value& body) {
+  static int ApplyBeaconPeriod(BusinessServer& server, const Json::Value& body) {
     return Accepted(server.blue_tooth_->SetBroardCastPeriod(body[kTime].asInt()));
   }
-  static int CheckBeaconSendPower(BusinessServer& server, const Json::Value& body) {
+  static int ApplyBeaconSendPower(BusinessServer& server, const Json::Value& body) {
     return Accepted(server.blue_tooth_->SetSendPower(body[kPower].asInt()));
   }
-  static int CheckBeaconTestPower(BusinessServer& server, const Json::Value& body) {
+  static int ApplyBeaconTestPower(BusinessServer& server, const Json::Value& body) {
     return Accepted(server.blue_tooth_->SetTestPower(body[kPower].asInt()));
   }
 
@@ -139,11 +139,11 @@ struct BusinessServer::ConfigCommands {
       {kSetEncCfg, nullptr, [](BusinessServer& server) { server.InitEncCfg(); }},
       {kSetDevPos, nullptr, ApplyDevPos},
       {kSetExtTtyioCfg, nullptr, ApplyExtTtyio},
-      {kSetCtrMdl, CheckControlModel, [](BusinessServer& server) { server.SetCurLedColor(); }},
-      {kSetIbcName, CheckBeaconName, nullptr},
-      {kSetIbcBroper, CheckBeaconPeriod, nullptr},
-      {kSetIbcPow, CheckBeaconSendPower, nullptr},
-      {kSetIbcTxp, CheckBeaconTestPower, nullptr},
+      {kSetCtrMdl, ApplyControlModel, [](BusinessServer& server) { server.SetCurLedColor(); }},
+      {kSetIbcName, ApplyBeaconName, nullptr},
+      {kSetIbcBroper, ApplyBeaconPeriod, nullptr},
+      {kSetIbcPow, ApplyBeaconSendPower, nullptr},
+      {kSetIbcTxp, ApplyBeaconTestPower, nullptr},
   };
 
   // Everything that is more than storing or reading a document.
