@@ -3,10 +3,13 @@
 //   measure_site BIN_DIR SOURCE_DIR OUTPUT_DIR [--quick]
 #include <sched.h>
 
+#include <array>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "../trials/site_sources.h"
 #include "bringup/device.h"
@@ -26,12 +29,22 @@ using desk::Loop;
 using desk::SiteWires;
 using Milliseconds = Loop::Milliseconds;
 
-constexpr char kUp[] = "bench/up";
-constexpr char kAcross[] = "bench/across";
-constexpr char kDown[] = "bench/down";
+// What forwards without reading, beside the relays: in one loop each, and with a thread for each connection.
+struct Bare {
+  const char* name;
+  const char* option;  // of the forwarder
+  const char* up;      // topics on leaf, hub and shower
+  const char* across;
+  const char* down;
+};
+constexpr Bare kBare[] = {
+    {"three bare hops, one loop for both sides", nullptr, "bench/loop/up", "bench/loop/across", "bench/loop/down"},
+    {"three bare hops, a thread for each side", "--threads", "bench/thread/up", "bench/thread/across",
+     "bench/thread/down"},
+};
 constexpr Milliseconds kLimit(10000);
-// A relay pushes once in 500 ms at most. Both ways are asked in turn, each after the same rest.
-constexpr Milliseconds kRest(260);
+// A relay pushes once in 500 ms at most. The ways are asked in turn, each after the same rest.
+constexpr Milliseconds kRest(180);
 
 struct Effort {
   int rounds;
@@ -48,13 +61,13 @@ constexpr Effort kQuick = {5, 10, 10, 10};
 struct End {
   End(Loop& loop, const std::string& programs, const std::string& packaging, const std::string& directory)
       : device(loop, {directory, "unused", packaging, false, {}, programs + "/park_relay", "", &network}),
-        forwarder(loop, "forwarder"),
+        forwarders{{{loop, "loops"}, {loop, "threads"}}},
         bus(loop, &network),
         store(&network) {}
 
   desk::Network network;
   desk::Device device;
-  desk::Process forwarder;
+  std::array<desk::Process, std::size(kBare)> forwarders;
   desk::BusClient bus;
   desk::StoreClient store;
 };
@@ -75,10 +88,16 @@ class TwoDevices {
     planner_.Start();
     const std::string bus = std::to_string(desk::kBusPort), hub = std::to_string(desk::kHubPort);
     const std::string program = programs + "/bench_forwarder";
-    leaf_.forwarder.Configure({program, "127.0.0.1", bus, kUp, SiteWires::Address(0), hub, kAcross}, directory_.path,
-                              &leaf_.network);
-    shower_.forwarder.Configure({program, SiteWires::Address(0), hub, kAcross, "127.0.0.1", bus, kDown},
-                                directory_.path, &shower_.network);
+    for (size_t i = 0; i < std::size(kBare); ++i) {
+      const Bare& bare = kBare[i];
+      std::vector<std::string> up = {program, "127.0.0.1", bus, bare.up, SiteWires::Address(0), hub, bare.across};
+      std::vector<std::string> down = {program, SiteWires::Address(0), hub, bare.across, "127.0.0.1", bus, bare.down};
+      for (auto* command : {&up, &down}) {
+        if (bare.option != nullptr) command->push_back(bare.option);
+      }
+      leaf_.forwarders[i].Configure(up, directory_.path, &leaf_.network);
+      shower_.forwarders[i].Configure(down, directory_.path, &shower_.network);
+    }
     std::filesystem::create_directory(directory_.path / "log");
     Start(leaf_, 1, "leaf");
     Start(shower_, 2, "shower");
@@ -93,10 +112,12 @@ class TwoDevices {
     // What comes before all subscriptions stand is lost.
     for (int free = 0; free < 50 && !(ByRelays(free, kRest) > 0); ++free) {
     }
-    for (int tries = 0; tries < 50 && !(ByForwarders(kRest) > 0); ++tries) {
+    for (const Bare& bare : kBare) {
+      for (int tries = 0; tries < 50 && !(ByForwarders(bare, kRest) > 0); ++tries) {
+      }
     }
     if (!SetRealTime()) fprintf(stderr, "no real-time priority: what else runs here stands between\n");
-    Rest();
+    for (int i = 0; i < 3; ++i) Rest();  // the last push was a moment ago
   }
 
   // Seconds from the one bus to the other, 0 when nothing came.
@@ -105,10 +126,10 @@ class TwoDevices {
     return Take(bs::kBusBroadcastMessage, R"({"type":"frame_changed","body":{)" + counts + R"(,"cm_dev":null}})",
                 bs::kBusNetPush, "\"free\": " + std::to_string(free) + ",", limit);
   }
-  double ByForwarders(Milliseconds limit = kLimit) {
+  double ByForwarders(const Bare& bare, Milliseconds limit = kLimit) {
     const std::string number = std::to_string(++last_number_);
-    return Take(kUp, R"({"type":"frame_changed","body":{"totle":1000,"free":)" + number + R"(,"cm_dev":null}})", kDown,
-                ":" + number + ",", limit);
+    return Take(bare.up, R"({"type":"frame_changed","body":{"totle":1000,"free":)" + number + R"(,"cm_dev":null}})",
+                bare.down, ":" + number + ",", limit);
   }
   void Rest() { loop_.RunFor(kRest); }
 
@@ -129,7 +150,10 @@ class TwoDevices {
                                           SiteWires::Address(0) + "\"}")) {
       Fail("the store of " + name + " does not answer");
     }
-    if (!end.device.relay.Start(problem) || !end.forwarder.Start(problem)) Fail(problem);
+    if (!end.device.relay.Start(problem)) Fail(problem);
+    for (desk::Process& forwarder : end.forwarders) {
+      if (!forwarder.Start(problem)) Fail(problem);
+    }
     end.bus.Start();
     if (!loop_.RunUntil([&] { return end.bus.connected(); }, kLimit)) Fail("the bus of " + name + " does not answer");
   }
@@ -155,12 +179,19 @@ class TwoDevices {
     sched_param priority = {};
     priority.sched_priority = 1;
     bool all = sched_setscheduler(0, SCHED_FIFO, &priority) == 0;
+    std::vector<const desk::Process*> processes = {&hub_.process};
     for (const End* end : {&leaf_, &shower_}) {
-      for (const desk::Process* process : {&end->device.broker, &end->device.relay, &end->forwarder}) {
-        all = sched_setscheduler(process->pid(), SCHED_FIFO, &priority) == 0 && all;
+      for (const desk::Process* process : {&end->device.broker, &end->device.relay}) processes.push_back(process);
+      for (const desk::Process& forwarder : end->forwarders) processes.push_back(&forwarder);
+    }
+    for (const desk::Process* process : processes) {
+      // Of each of its threads.
+      for (const auto& task :
+           std::filesystem::directory_iterator("/proc/" + std::to_string(process->pid()) + "/task")) {
+        all = sched_setscheduler(std::stoi(task.path().filename()), SCHED_FIFO, &priority) == 0 && all;
       }
     }
-    return sched_setscheduler(hub_.process.pid(), SCHED_FIFO, &priority) == 0 && all;
+    return all;
   }
 
   const std::string packaging_;
@@ -188,30 +219,37 @@ void MeasureWay(const std::string& programs, const std::string& packaging, const
                 bench::Report* report) {
   EnterFreshNetwork();
   TwoDevices devices(programs, packaging);
-  bench::Series relays, forwarders;
+  bench::Series relays;
+  std::array<bench::Series, std::size(kBare)> bare;
   int free = 100;
   for (int round = 0; round < effort.rounds; ++round) {
-    std::vector<double> by_relays, by_forwarders;
+    std::vector<double> by_relays;
+    std::array<std::vector<double>, std::size(kBare)> by_bare;
     for (int i = 0; i < effort.events; ++i) {
       devices.Rest();
       by_relays.push_back(devices.ByRelays(free = 100 + (free + 1) % 100));
-      devices.Rest();
-      by_forwarders.push_back(devices.ByForwarders());
-      if (by_relays.back() <= 0 || by_forwarders.back() <= 0) Fail("a message was lost");
+      if (by_relays.back() <= 0) Fail("a relay lost a message");
+      for (size_t way = 0; way < bare.size(); ++way) {
+        devices.Rest();
+        by_bare[way].push_back(devices.ByForwarders(kBare[way]));
+        if (by_bare[way].back() <= 0) Fail("a forwarder lost a message");
+      }
     }
     relays.AddRound(by_relays);
-    forwarders.AddRound(by_forwarders);
+    for (size_t way = 0; way < bare.size(); ++way) bare[way].AddRound(by_bare[way]);
   }
-  const double ratio = bench::Ratio(relays, forwarders);
-  bench::Table table{"From the leaf's bus to the shower's", {"by", "median us", "p99 us", "of bare hops"}, {}};
-  const auto row = [&](const char* name, const bench::Series& series, double of_floor) {
+  bench::Table table{"From the leaf's bus to the shower's", {"by", "median us", "p99 us", "relays in terms of it"}, {}};
+  const auto row = [&](const char* name, const bench::Series& series) {
     table.rows.push_back({name, Microseconds(bench::Median(series.samples)),
-                          Microseconds(bench::Quantile(series.samples, 0.99)), bench::Number(of_floor)});
+                          Microseconds(bench::Quantile(series.samples, 0.99)),
+                          bench::Number(bench::Ratio(relays, series))});
   };
-  row("three bare hops: two forwarders", forwarders, 1);
-  row("two relays", relays, ratio);
+  row("two relays", relays);
+  for (size_t way = 0; way < bare.size(); ++way) {
+    row(kBare[way].name, bare[way]);
+    report->Add(bench::Goal{std::string("relays / ") + kBare[way].name, bench::Ratio(relays, bare[way]), 1, false, ""});
+  }
   report->Add(std::move(table));
-  report->Add(bench::Goal{"relays / bare hops", ratio, 1, false, ""});
 }
 
 void MeasureCost(const std::string& programs, const std::string& packaging, const Effort& effort,
