@@ -122,19 +122,11 @@ int Camera::Free() const {
 
 void Camera::Note(int free) {
   const auto now = Loop::Clock::now();
-  history_.emplace_back(now, free);
-  while (history_.size() > 1 && history_[1].first < now - kCountsGood - kOnTheWay) history_.pop_front();
+  history_.Note(now, free, now - kCountsGood - kOnTheWay);
 }
 
 int Camera::MostFree() const {
-  // The first entry holds from before the window.
-  int most = 0;
-  const auto from = Loop::Clock::now() - kCountsGood - kOnTheWay;
-  for (size_t i = 0; i < history_.size(); ++i) {
-    const bool over = i + 1 < history_.size() && history_[i + 1].first < from;
-    if (!over) most = std::max(most, history_[i].second);
-  }
-  return uncertain ? static_cast<int>(bs::kSpaces) : most;
+  return uncertain ? static_cast<int>(bs::kSpaces) : history_.Most(Loop::Clock::now() - kCountsGood - kOnTheWay);
 }
 
 // "AA 01 17 02 31 32 ..": display 1 shows 12. Read here in its own way, whatever the tools make of it.
@@ -252,17 +244,14 @@ void Stage::CheckPush(Camera& camera, const std::string& payload) {
   const uint32_t direction = push[bs::kPos].asUInt();
   if (direction < camera.pushed.size()) camera.pushed[direction] = true;
   if (Loop::Clock::now() - moved_ < kSecondOfAMove) return;
-  int spaces = 0, most_free = 0;
+  Claim most;
   for (const auto& other : cameras) {
     if (!Shows(camera, direction, *other)) continue;
-    spaces += static_cast<int>(bs::kSpaces);
-    most_free += other->MostFree();
+    most.spaces += static_cast<int>(bs::kSpaces);
+    most.free += other->MostFree();
   }
-  if (push[bs::kTotle].asInt() > spaces)
-    Breach(camera.name + " counts more than " + std::to_string(spaces) + ": " + payload);
-  if (push[bs::kFree].asInt() > most_free) {
-    Breach(camera.name + " counts more free than the " + std::to_string(most_free) + " of the last 70 s: " + payload);
-  }
+  const std::string fault = Judge({push[bs::kTotle].asInt(), push[bs::kFree].asInt()}, most);
+  if (!fault.empty()) Breach(camera.name + " " + fault + ": " + payload);
 }
 
 void Stage::Traffic() {

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <array>
-#include <deque>
 #include <memory>
 #include <random>
 #include <string>
@@ -18,6 +17,7 @@
 #include "desk/recogniser.h"
 #include "desk/store_client.h"
 #include "site/plan.h"
+#include "site_judge.h"
 #include "temporary_directory.h"
 
 namespace trials {
@@ -67,7 +67,7 @@ class Camera {
   desk::StoreClient store_;
   desk::BeaconModule beacon_;
   desk::Recogniser recogniser_;
-  std::deque<std::pair<Loop::Clock::time_point, int>> history_;  // free spaces since when
+  FreeHistory history_;
   std::string line_;
 };
 

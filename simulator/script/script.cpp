@@ -47,6 +47,7 @@ Statement ParseStatement(const std::string& text, const SiteDevices& site) {
     const bool named = of_device || TakeDevice(words, site, statement);
     if (!site.empty() && !named) throw ScriptMistake("of which device? expect at DEVICE ...");
     statement.expectation = ParseExpectation(words);
+    if (site.empty() && statement.expectation.of_site) throw ScriptMistake("\"truth\" is for a site: ./run --site");
     return statement;
   }
   if (!site.empty() && !of_device) throw ScriptMistake("which device? at DEVICE ..., or one of " + KnownSiteActions());

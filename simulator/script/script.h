@@ -22,6 +22,8 @@ struct Expectation {
   bool next = false;    // nothing of its kind may stand between it and the last that met an expectation
   Loop::Milliseconds limit{3000};
 
+  bool of_site = false;  // only who sees a whole site can tell
+
   // A state: whether it holds now; seen says what is there instead.
   std::function<bool(Desk& desk, std::string& seen)> state;
 

@@ -81,6 +81,10 @@ void ExpectDisplay(Words& words, Expectation& expectation) {
   const std::string name = words.Next("front, left or right");
   if (name != "front" && name != "left" && name != "right") throw ScriptMistake("there is no display \"" + name + "\"");
   const std::string digits = words.Next("the number that it shows, or truth");
+  if (digits != "truth" && digits.find_first_not_of("0123456789") != std::string::npos) {
+    throw ScriptMistake("a display shows a number, or truth on a site, not \"" + digits + "\"");
+  }
+  expectation.of_site = digits == "truth";
   expectation.state = [name, digits](Desk& desk, std::string& seen) {
     std::string shown;
     for (const auto& display : desk.serial().displays()) {

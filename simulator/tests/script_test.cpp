@@ -42,6 +42,9 @@ TEST(ScriptText, MistakesAreNamedWithFileLineAndUsage) {
       {"expect reply maybe", "must be a number"},
       {"expect broadcast frame_changed free", "name=value was expected, not \"free\""},
       {"expect display middle 3", "there is no display"},
+      {"expect display left truth", "\"truth\" is for a site: ./run --site"},
+      {"at ENTRANCE car arrives space 1", "\"at\" is for a site: ./run --site"},
+      {"kill hub", "none of broker, store, daemon, relay"},
       {"expect no daemon ready within 2 s", "nothing more was expected"},
   };
   for (const auto& row : rows) {
@@ -51,6 +54,47 @@ TEST(ScriptText, MistakesAreNamedWithFileLineAndUsage) {
     ASSERT_EQ(mistakes.size(), 1u) << row.line;
     EXPECT_EQ(mistakes[0].rfind("a.script:3: ", 0), 0u) << mistakes[0];
     EXPECT_NE(mistakes[0].find(row.mistake), std::string::npos) << mistakes[0];
+  }
+}
+
+TEST(ScriptText, OnASiteEveryLineSaysWhere) {
+  struct Row {
+    const char* line;
+    const char* mistake;  // empty: there is none
+  };
+  const Row rows[] = {
+      {"wait 1 s", ""},
+      {"say all of it", ""},
+      {"kill hub", ""},
+      {"pull cable L1-001", ""},
+      {"at L1-001 car arrives space 1", ""},
+      {"at L1-001 kill relay", ""},
+      {"at L1-001 expect led off", ""},
+      {"expect at ENTRANCE display left truth within 20 s", ""},
+      {"expect no at ENTRANCE display left 3", "of which device? expect at DEVICE"},
+      {"expect display left truth", "of which device? expect at DEVICE"},
+      {"expect at L9-001 display left truth", "the site has no device \"L9-001\""},
+      {"expect at ENTRANCE display left trough", "a display shows a number, or truth on a site, not \"trough\""},
+      {"car arrives space 1", "which device? at DEVICE ..., or one of wait, expect at, kill hub, start hub, "},
+      {"kill broker", "which device?"},
+      {"power cut L1-001", "which device?"},
+      {"at", "a device's name is missing"},
+      {"at L1-1 car arrives space 1", "the site has no device \"L1-1\""},
+      {"at L1-001 car arrives space 4", "spaces are numbered 1 to 3\n    usage: car arrives space N"},
+      {"at L1-001 kill hub", "none of broker, store, daemon, relay"},
+      {"at L1-001 pull cable", "\"pull\" is not a word that scripts know"},
+      {"pull cable", "a device's name is missing\n    usage: pull cable DEVICE"},
+      {"power off L9-001", "the site has no device \"L9-001\"\n    usage: power off DEVICE"},
+      {"plug cable L1-001 now", "nothing more was expected"},
+      {"freeze hub 3 s", "nothing more was expected"},
+  };
+  for (const auto& row : rows) {
+    Script script;
+    std::vector<std::string> mistakes;
+    const bool good = ParseScript("a", row.line, script, mistakes, {"ENTRANCE", "L1-001"});
+    EXPECT_EQ(good, *row.mistake == '\0') << row.line << (good ? "" : ": " + mistakes[0]);
+    if (good) continue;
+    EXPECT_NE(mistakes[0].find(row.mistake), std::string::npos) << row.line << ": " << mistakes[0];
   }
 }
 

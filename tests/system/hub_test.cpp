@@ -41,19 +41,25 @@ TEST_F(InstalledHub, LetsEachRoleDoWhatIsItsAndNothingElse) {
     std::string write, read;
   } kRows[] = {
       {"park/garage/plan/cam-1", "anna paul", "cam-1 cam-2 free anna vera paul floor"},
+      {"park/garage/plan/cam-1/more", "", ""},
       {"park/garage/counts/cam-1/L1/A", "cam-1 floor", "cam-1 cam-2 free vera paul floor"},
       {"park/garage/counts/cam-2/L1", "cam-2 floor", "cam-1 cam-2 free vera paul floor"},
       {"park/garage/counts/anna/L1", "floor", "cam-1 cam-2 free vera paul floor"},
       {"park/garage/counts/cam-1", "floor", "cam-1 cam-2 free vera paul floor"},
       {"park/garage/health/cam-1", "cam-1 floor", "cam-1 vera paul"},
       {"park/garage/health/cam-2", "cam-2 floor", "cam-2 vera paul"},
+      {"park/garage/health/cam-1/more", "", ""},
       {"park/garage/request/cam-1", "bert carl", "cam-1 floor"},
+      {"park/garage/request/cam-2", "bert carl", "cam-2 floor"},
+      {"park/garage/request/cam-1/more", "", ""},
       {"park/garage/reply/bert/1", "cam-1 cam-2 free floor", "bert"},
       {"park/garage/reply/carl/1", "cam-1 cam-2 free floor", "carl"},
       {"park/garage/reply", "", ""},
       {"park/other/counts/free/L1", "free", "free"},
       {"park/other/counts/cam-1/L1", "", "free"},
       {"park/other/plan/cam-1", "", "free"},
+      {"park/other/health/cam-1", "", ""},
+      {"park/other/request/free", "", "free"},
       {"park/garage/anything", "", ""},
       {"anything", "", ""},
       {"$CONTROL/dynamic-security/v1", "", ""},
@@ -73,6 +79,7 @@ TEST_F(InstalledHub, LetsEachRoleDoWhatIsItsAndNothingElse) {
     for (const auto& row : kRows) {
       bus::Message message{row.topic, account};
       message.qos = 1;
+      message.retained = true;
       const bool refused = caller.Publish(message) == Caller::Outcome::kRefused;
       EXPECT_EQ(!refused, among(row.write, account)) << account << " " << row.topic;
     }
@@ -86,10 +93,16 @@ TEST_F(InstalledHub, LetsEachRoleDoWhatIsItsAndNothingElse) {
         more = true;
       });
     }
+    std::set<std::string> kept;
+    Caller late(hub_.Account(accounts[i]));
+    ASSERT_TRUE(late.Connect()) << accounts[i];
+    late.Collect({"#"}, [&](const bus::Message& message) { kept.insert(message.topic); });
     for (const auto& row : kRows) {
       const bool written = !row.write.empty();
       EXPECT_EQ(heard.count(row.topic) == 1, written && among(row.read, accounts[i]))
           << accounts[i] << " " << row.topic;
+      EXPECT_EQ(kept.count(row.topic) == 1, written && among(row.read, accounts[i]))
+          << accounts[i] << " " << row.topic << ", kept";
     }
   }
 }
@@ -410,6 +423,29 @@ class HubSiege : public testing::Test {
   desk::Loop loop_;
   Hub hub_{loop_, "hub", "listener 1883 127.0.0.1\nmax_connections 4000\n"};
 };
+
+TEST_F(HubSiege, ALastWillMaySayNoMoreThanItsAccount) {
+  hub_.Accounts("--site garage viewer vera");
+  Caller vera(hub_.Account("vera"));
+  ASSERT_TRUE(vera.Connect() && vera.Listen({"park/garage/#"}));
+  mqtt::Login login;
+  login.user = "cam-1";
+  login.password = hub_.Password("cam-1");
+  for (const char* topic : {"health/cam-2", "counts/cam-2/L1", "plan/cam-1", "health/cam-1"}) {
+    login.will_topic = std::string("park/garage/") + topic;
+    Stranger camera(1883);
+    ASSERT_TRUE(camera.Send(mqtt::Connect(login)));
+    loop_.RunFor(milliseconds(200));
+  }  // gone without goodbye
+  std::set<std::string> heard;
+  EXPECT_TRUE(loop_.RunUntil(
+      [&] {
+        vera.Receive(milliseconds(20), [&](const bus::Message& message) { heard.insert(message.topic); });
+        return heard.count("park/garage/health/cam-1") == 1;  // the last that died
+      },
+      milliseconds(10000)));
+  EXPECT_EQ(heard.size(), 1U);
+}
 
 TEST_F(HubSiege, Strangers) {
   {

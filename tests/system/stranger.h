@@ -134,13 +134,15 @@ struct Login {
   std::string id, user, password;
   bool clean = true;
   uint32_t kept_seconds = 0;
+  std::string will_topic{};  // empty: no last will
 };
 
 inline std::string Connect(const Login& login) {
-  const int flags = (login.clean ? 2 : 0) | (login.user.empty() ? 0 : 0xC0);
+  const int flags = (login.clean ? 2 : 0) | (login.user.empty() ? 0 : 0xC0) | (login.will_topic.empty() ? 0 : 4);
   std::string rest = Text("MQTT") + '\5' + static_cast<char>(flags) + Number(60, 2);
   rest += login.kept_seconds > 0 ? "\5\x11" + Number(login.kept_seconds, 4) : std::string(1, '\0');
   rest += Text(login.id);
+  if (!login.will_topic.empty()) rest += '\0' + Text(login.will_topic) + Text("will");
   if (!login.user.empty()) rest += Text(login.user) + Text(login.password);
   return Packet(0x10, rest);
 }
