@@ -40,6 +40,7 @@ export interface HubAccounts {
 /** A broker that hands out the page and carries a site. */
 export class Hub {
   private broker: ChildProcess | undefined;
+  private readonly clients: MqttClient[] = []; // one that a failed test left would keep the run from ending
   private readonly directory = mkdtempSync(join(tmpdir(), "console-hub-"));
 
   private constructor(
@@ -99,15 +100,18 @@ export class Hub {
   }
 
   async connect(user?: string, password?: string): Promise<MqttClient> {
-    return mqtt.connectAsync(`mqtt://127.0.0.1:${this.plain}`, {
+    const client = await mqtt.connectAsync(`mqtt://127.0.0.1:${this.plain}`, {
       protocolVersion: 5,
       username: user,
       password,
       reconnectPeriod: 300,
     });
+    this.clients.push(client);
+    return client;
   }
 
   async stop(): Promise<void> {
+    for (const client of this.clients) client.end(true);
     await this.down();
     rmSync(this.directory, { recursive: true, force: true });
   }

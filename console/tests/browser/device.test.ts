@@ -151,6 +151,5 @@ test("a plan is given on the device's page, and its display's direction changes"
   await page.locator('[data-device="L1-A-001"] [data-field="state"]').getByText("ok", { exact: true }).waitFor();
   await until("the device counts what its plan says", () => device.get("get_net_status").l_frees === 4);
   await page.locator('[data-direction="left"]').getByText("4 of 5").waitFor({ timeout: 20_000 });
-  await client.endAsync(true);
   await unwanted(window);
 });
