@@ -8,7 +8,7 @@ FUZZ_TARGET(input) {
   for (const auto part : parts) words::DescribeBeaconLine(std::string(part));
   fuzz::WithServer(input, [&] {
     size_t next = 0;
-    fuzz::TheBoard().module_answers = {};
+    fuzz::TheBoard().module_answers = false;
     Fake().on_sleep = [&](unsigned) {
       fuzz::TheBoard().DropInput(fuzz::TTY_DEV_UART1);
       fuzz::TheBoard().Say(fuzz::TTY_DEV_UART1, parts[next++ % parts.size()]);

@@ -1,5 +1,6 @@
 // A frame configuration and, behind a NUL, a result: the frame fits its buffer, carries nothing of the frame before it,
 // and the decoder accounts for every byte of it. A refused list is applied in part: its frame must fit all the same.
+#include <climits>
 #include <memory>
 
 #include "fake_platform/fake_platform.h"
@@ -11,7 +12,7 @@
 namespace bs = businessserver;
 
 FUZZ_TARGET(input) {
-  Fake().keeps_trace = false;
+  Fake().least_level = INT_MAX;
   const std::string text(input.substr(0, input.find('\0')));
   input.remove_prefix(std::min(text.size() + 1, input.size()));
   const auto result = std::make_unique<bs::LX_ParkingResult>();
@@ -25,10 +26,13 @@ FUZZ_TARGET(input) {
   const uint8_t* const frame = builder.GetDevRs485ProData(length, 3, 2, result.get());
   MUST_HOLD(length <= bs::kFrameCapacity);
   const std::vector<uint8_t> copy(frame, frame + length);
-  const auto other = std::make_unique<bs::LX_ParkingResult>();
-  memset(other.get(), 0x7F, sizeof *other);
-  other->plate_type = bs::kLongPlateType;
-  builder.GetDevRs485ProData(length, ~0u, ~0u, other.get());
+  static const auto other = [] {
+    bs::LX_ParkingResult result;
+    memset(&result, 0x7F, sizeof result);
+    result.plate_type = bs::kLongPlateType;
+    return result;
+  }();
+  builder.GetDevRs485ProData(length, ~0u, ~0u, &other);
   builder.GetDevRs485ProData(length, 3, 2, result.get());
   MUST_HOLD(std::vector<uint8_t>(frame, frame + length) == copy);
 

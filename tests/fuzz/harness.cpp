@@ -2,6 +2,7 @@
 
 #include <array>
 #include <boost/shared_ptr.hpp>
+#include <climits>
 #include <condition_variable>
 #include <cstring>
 #include <exception>
@@ -11,6 +12,7 @@
 #include <thread>
 #include <tuple>
 
+#include "once.h"
 #include "server/business_server.h"
 
 namespace businessserver {
@@ -42,6 +44,8 @@ namespace {
 using Access = BusinessServerTestAccess;
 
 enum : int { kBeaconLine = TTY_DEV_UART1, kExternalLine = TTY_DEV_UART2 };
+constexpr std::string_view kModuleIdentity =
+    "MTD:UID-0x464143544F52592D4944454E54495459\r\nMTD:MAJ-0x0001\r\nMTD:MIN-0x0002\r\nMTD:MEA--55\r\n";
 constexpr time_t kWallClockAtStart = 1767225600;
 
 template <typename... Member>
@@ -175,7 +179,7 @@ size_t DigestOf(const std::function<void()>& script) {
   noting = true;
   digest = 0;
   TheServer()->PutBack();
-  TheBoard().module_answers = Board::kModuleAccepts;
+  TheBoard().module_answers = true;
   script();
   CheckPublished();
   for (const auto& [key, value] : Fake().store) Note(key), Note(value);
@@ -188,15 +192,17 @@ size_t DigestOf(const std::function<void()>& script) {
 void ResetWorld() {
   ResetFake();
   Fake().keeps_trace = false;
-  TheBoard().module_answers = Board::kModuleAccepts;
+  Fake().least_level = INT_MAX;
+  TheBoard().module_answers = true;
   for (const int number : {kBeaconLine, kExternalLine}) TheBoard().line(number).Reset();
   Rs485ProBuild::check_license_ = 0;
 }
 
 Board::Board() {
   MakeCurrent(this);
-  line(kBeaconLine).far_end = [this](std::string_view, memory_board::Micros when) {
-    if (!module_answers.empty()) line(kBeaconLine).Arrive(module_answers, when);
+  line(kBeaconLine).far_end = [this](std::string_view command, memory_board::Micros when) {
+    if (!module_answers) return;
+    line(kBeaconLine).Arrive(command == "DTM:INF\r\n" ? kModuleIdentity : "MTD:OK\r\n", when);
   };
   line(kExternalLine).far_end = [](std::string_view bytes, memory_board::Micros) {
     if (noting) Note(bytes);
@@ -225,7 +231,7 @@ void WithServer(std::string_view input, const std::function<void()>& script) {
     return;
   }
   TheServer()->PutBack();
-  TheBoard().module_answers = Board::kModuleAccepts;
+  TheBoard().module_answers = true;
   script();
   CheckPublished();
 }
@@ -250,24 +256,13 @@ Json::Value MustParse(const std::string& text) {
   return document;
 }
 
-// Makes a check that ends the process where it does not hold, unless the text has passed it before: most texts come
-// again and again.
-template <typename Check>
-void OnceFor(const std::string& text, std::vector<size_t>& passed, Check check) {
-  const size_t hash = std::hash<std::string>()(text);
-  size_t& place = passed[hash % passed.size()];
-  if (place == hash) return;
-  check();
-  place = hash;
-}
-
 void MustBeJson(const std::string& text) {
-  static std::vector<size_t> passed(1 << 14);
+  static std::vector<size_t> passed;
   OnceFor(text, passed, [&] { MustParse(text); });
 }
 
 static void MustBeReply(const std::string& text) {
-  static std::vector<size_t> passed(1 << 14);
+  static std::vector<size_t> passed;
   OnceFor(text, passed, [&] {
     const int state = MustParse(text)[kState].asInt();
     MUST_HOLD(state == 200 || (state >= 401 && state <= 405));

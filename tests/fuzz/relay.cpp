@@ -5,6 +5,7 @@
 #include <map>
 #include <set>
 
+#include "once.h"
 #include "parts.h"
 #include "protocol/names.h"
 #include "target.h"
@@ -120,17 +121,19 @@ class Stage {
   void Do(const relay::ConnectHub& what) { CheckTopic(what.will_topic); }
   void Do(const relay::PublishHub& what) {
     CheckTopic(what.topic);
-    Json::Value document;
     if (what.correlation) {  // an answer, maybe in the device's own words
       MUST_HOLD(waiting_.erase(*what.correlation) == 1);
     } else {
-      MUST_HOLD(what.payload.empty() || relay::ParseObject(what.payload, &document));
+      MustBeObject(what.payload);
     }
   }
   void Do(const relay::PushCounts& what) {
-    Json::Value push;
-    MUST_HOLD(relay::ParseObject(what.text, &push));
-    MUST_HOLD(push["free"].asUInt() <= push["totle"].asUInt() && push["totle"].asUInt() <= bs::kSiteSpacesMax);
+    static std::vector<size_t> passed;
+    fuzz::OnceFor(what.text, passed, [&] {
+      Json::Value push;
+      MUST_HOLD(relay::ParseObject(what.text, &push));
+      MUST_HOLD(push["free"].asUInt() <= push["totle"].asUInt() && push["totle"].asUInt() <= bs::kSiteSpacesMax);
+    });
   }
   void Do(const relay::AskDevice& what) {
     MUST_HOLD(asked_.insert(what.id).second);
@@ -147,12 +150,19 @@ class Stage {
     }
   }
   void Do(const relay::WriteStore& what) {
-    Json::Value document;
-    MUST_HOLD(what.text.empty() || relay::ParseObject(what.text, &document));
+    MustBeObject(what.text);
     const std::string key = KeyOf(what.key, nullptr);
     if (reachable_ && what.text.empty()) store_.erase(key);
     if (reachable_ && !what.text.empty()) store_[key] = what.text;
     relay_.StoreWritten(what.key, reachable_, now_);
+  }
+
+  static void MustBeObject(const std::string& text) {
+    static std::vector<size_t> passed;
+    fuzz::OnceFor(text, passed, [&] {
+      Json::Value document;
+      MUST_HOLD(text.empty() || relay::ParseObject(text, &document));
+    });
   }
 
   static std::string KeyOf(relay::StoreKey key, const bs::StoredDocument* document) {

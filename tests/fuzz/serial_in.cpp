@@ -5,11 +5,11 @@
 
 FUZZ_TARGET(input) {
   fuzz::WithServer(input, [&] {
-    Fake().Advance(100);
+    Fake().Advance(40);
     for (const std::string_view burst : fuzz::Parts(input)) {
       fuzz::CheckPublished();
       fuzz::TheBoard().Say(fuzz::TTY_DEV_UART2, burst);
-      Fake().Advance(100);
+      Fake().Advance(40);
       std::string heard;
       for (const auto& message : Fake().sent) {
         const Json::Value body = fuzz::MustParse(message.data)[fuzz::kBody];

@@ -1,6 +1,7 @@
 #include "fake_platform/fake_platform.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <iterator>
 #include <stdexcept>
@@ -219,9 +220,9 @@ int InitLxLogging(int, char**) { return 1; }
 void ExitLxLogging() {}
 
 namespace lxlogging {
-bool IsShown(int) { return the_fake.keeps_trace; }
+bool IsShown(int level) { return level >= the_fake.least_level; }
 CLxLogStream::CLxLogStream(int level, const char* source_file, int source_line, int)
-    : shown_(the_fake.keeps_trace), level_(level), source_file_(source_file), source_line_(source_line) {}
+    : shown_(IsShown(level)), level_(level), source_file_(source_file), source_line_(source_line) {}
 CLxLogStream::~CLxLogStream() {
   if (shown_) the_fake.log.push_back({level_, source_file_, text_});
 }
@@ -247,11 +248,19 @@ void SleepMicroseconds(unsigned microseconds) {
 
 namespace lxbase {
 
-static const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+static std::array<int, 256> DigitValues() {
+  std::array<int, 256> values;
+  values.fill(-1);
+  for (int i = 0; i < 64; ++i) values[static_cast<uint8_t>(kAlphabet[i])] = i;
+  return values;
+}
 
 std::string Base64::EncodeFromArray(const void* data, size_t size) {
   const auto* bytes = static_cast<const uint8_t*>(data);
   std::string text;
+  text.reserve((size + 2) / 3 * 4);
   for (size_t i = 0; i < size; i += 3) {
     uint32_t group = 0;
     for (size_t k = 0; k < 3; ++k) group = group << 8 | (i + k < size ? bytes[i + k] : 0);
@@ -261,13 +270,14 @@ std::string Base64::EncodeFromArray(const void* data, size_t size) {
 }
 
 std::string Base64::DecodeFromArray(const char* text, size_t size, int, int* decoded_size) {
+  static const std::array<int, 256> values = DigitValues();
   std::string data;
   uint32_t group = 0;
   int bits = 0;
   bool malformed = size % 4 != 0;
   for (size_t i = 0; i < size && text[i] != '='; ++i) {
-    const size_t digit = kAlphabet.find(text[i]);
-    malformed |= digit == std::string::npos;
+    const int digit = values[static_cast<uint8_t>(text[i])];
+    malformed |= digit < 0;
     group = group << 6 | static_cast<uint32_t>(digit & 63);
     bits += 6;
     if (bits >= 8) data += static_cast<char>(group >> (bits -= 8) & 255);

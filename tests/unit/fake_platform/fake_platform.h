@@ -42,7 +42,8 @@ struct FakePlatform {
   int store_refusals = 0;  // so many calls more are refused, then it is back
 
   // The rest
-  bool keeps_trace = true;  // off, for speed: neither log nor store_reads nor sleeps are kept
+  bool keeps_trace = true;  // off, for speed: neither store_reads nor sleeps are kept
+  int least_level = 0;      // of log records; those below are not shown
   std::vector<LogRecord> log;
   std::vector<std::string> shell;  // command lines, and "sleep N" for sleeps of N microseconds made between them
   std::vector<std::string> calls;  // platform calls whose order matters, e.g. "DpClient_Start(0)"
