@@ -318,6 +318,9 @@ bool MqttLink::IsConnected() {
 
 void MqttLink::Read() {
   if (!IsConnected()) return;
+  // When TLS is refused the library closes the socket: of two events that wait for it, one could not be taken off in
+  // peace. Whoever still wants to write is asked afterwards.
+  if (options_.tls && !accepted_) event_del(write_event_.get());
   in_callback_ = true;
   const int result = mosquitto_loop_read(client_.get(), 1);
   in_callback_ = false;

@@ -381,6 +381,7 @@ mosquitto_passwd -b -c passwords c1 secret
                                              R"(", "ca": ")" + here + "/" + c.ca + "\"}"));
     ASSERT_TRUE(bus.Publish(bs::kHttpBroadcastMessageRoot, R"({"type": "changed"})"));
     EXPECT_TRUE(Eventually([&] { return log.find(c.says) != std::string::npos; })) << c.broker << "\n" << log;
+    EXPECT_EQ(log.find("[warn]"), std::string::npos) << c.broker << "\n" << log;  // of the event loop
   }
 }
 
