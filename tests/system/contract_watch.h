@@ -82,7 +82,9 @@ class ContractWatch {
   }
 
   static std::string ReplySchema(const Json::Value& reply) {
-    const std::string own = reply["type"].isString() ? "replies/" + reply["type"].asString() : "";
+    const std::string type = reply["type"].isString() ? reply["type"].asString() : "";
+    const std::string of_guard = "site/" + type + "_reply",
+                      own = contract::Has(of_guard) ? of_guard : "replies/" + type;
     const int state = reply["state"].isInt() ? reply["state"].asInt() : 0;
     return state >= 401 && state <= 403 ? "messages/not_understood" : contract::Has(own) ? own : "parts/reply";
   }

@@ -24,7 +24,7 @@ class DeviceOnDesk : public testing::Test {
 
   explicit DeviceOnDesk(std::vector<std::string> daemon_options = {})
       : desk_({directory_, BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging", false,
-               std::move(daemon_options)}),
+               std::move(daemon_options), BINARY_DIRECTORY "/park_relay"}),
         client_(desk_.loop()),
         contract_(desk_.loop()) {
     std::string problem;

@@ -30,9 +30,9 @@ std::vector<Part> MakeParts() {
   std::vector<Part> parts;
   for (const bs::Command& command : bs::kCommands) {
     if (command.effect != bs::CommandEffect::kStores) continue;
-    // What a line sends must not change before its speed has.
     parts.push_back({command.document->key, std::string(command.name), ReadingCommandOf(command.document)});
   }
+  // A line with wrong settings is silent: its settings come after everything that can still be told.
   std::stable_partition(parts.begin(), parts.end(),
                         [](const Part& part) { return part.storing_command != bs::kSetTtyioCfg; });
   parts.push_back({kRelayDocument, "set_relay_cfg", "get_relay_cfg"});

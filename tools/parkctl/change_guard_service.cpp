@@ -82,6 +82,8 @@ class GuardService {
       Listen();
       guard_.Turn(Uptime());
       DoWishes();
+      // Nobody serves it meanwhile: a broker gives it up, or starts again, and what is sent next would be lost.
+      if (!guard_.IsAtWork()) device_.Disconnect();
     }
     return kDone;
   }
@@ -134,14 +136,14 @@ class GuardService {
     bs::ParseJson(ask.text, request);
     for (const config::Part& part : config::Parts()) {
       if (part.reading_command == ask.type) {
-        const std::optional<Json::Value> value = device_->ReadDocument(part);
+        const std::optional<Json::Value> value = device_.ReadDocument(part);
         if (value) guard_.Answered(relay::ReplyText(ask.type, 200, "All done", *value), Uptime());
       } else if (part.storing_command == ask.type) {
-        const Reply reply = device_->Set(part, request[bs::kBody]);
+        const Reply reply = device_.Set(part, request[bs::kBody]);
         if (reply.Came()) {
           guard_.Answered(relay::ReplyText(ask.type, reply.state, reply.error_msg, Json::Value()), Uptime());
         } else {
-          device_.emplace(options_);  // what became of the connection shows with the next question
+          device_.Disconnect();  // what became of the connection shows with the next question
         }
       }
     }
@@ -167,7 +169,7 @@ class GuardService {
   void Do(const relay::ChangeGuard::Say& say) { Note(say.text); }
 
   const ConfigDeviceOptions options_;
-  std::optional<ConfigDevice> device_;
+  ConfigDevice device_;
   const Store store_;
   relay::ChangeGuard guard_;
   std::optional<DeviceBus> bus_;

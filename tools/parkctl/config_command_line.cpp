@@ -15,6 +15,16 @@ namespace {
 constexpr int kUsualConfirmSeconds = 90;
 constexpr int kMostConfirmSeconds = 3600;
 
+// "--confirm camera.json": what is no number is the file.
+void ReadConfirm(const std::string& confirm, ConfigOptions& options) {
+  const bool is_file = options.file.empty() && confirm.find_first_not_of("0123456789") != std::string::npos;
+  if (is_file) options.file = confirm;
+  if (options.file.empty()) throw UserError("file is required");
+  if (confirm.empty()) return;
+  options.confirm_s =
+      is_file ? kUsualConfirmSeconds : static_cast<int>(ParseNumber(confirm, 1, kMostConfirmSeconds, "--confirm"));
+}
+
 }  // namespace
 
 void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
@@ -58,24 +68,26 @@ void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
     auto options = std::make_shared<ConfigOptions>();
     if (row.takes_file) {
       auto* file = command->add_option("file", options->file, "The file, - for standard input or output");
-      if (row.run != ExportConfiguration) file->required();
+      if (row.run != ExportConfiguration && !row.sets) file->required();
     }
     if (row.asks_device) AddDeviceOptions(*command, options->device.device);
+    auto confirm = std::make_shared<std::string>();
     if (row.sets) {
       command
-          ->add_option("--confirm", options->confirm_s,
+          ->add_option("--confirm", *confirm,
                        "Everything goes back after these seconds (90) unless \"parkctl config confirm\" comes")
           ->expected(0, 1)
-          ->default_str(std::to_string(kUsualConfirmSeconds))
-          ->check(CLI::Range(1, kMostConfirmSeconds));
+          ->type_name("SECONDS")
+          ->default_str(std::to_string(kUsualConfirmSeconds));
       command->add_flag("--yes", options->yes, "Ask nobody");
       command->add_flag("--other-device", options->other_device, "Also where the file is of another device");
       command->add_flag("--replace", options->replace,
                         "Take the place of the file's device: its beacon's identity and its place in the site too");
     }
     command->footer(std::string("Examples:\n") + row.example);
-    command->callback([options, run = row.run, &action, &ports] {
-      action = [options, run, &ports] {
+    command->callback([options, confirm, run = row.run, sets = row.sets, &action, &ports] {
+      action = [options, confirm, run, sets, &ports] {
+        if (sets) ReadConfirm(*confirm, *options);
         options->device.device.bus_port = ports.bus;
         options->device.store_port = ports.store;
         return run(*options);

@@ -166,12 +166,13 @@ Step SetDocumentOf(ConfigDevice& device, const Change& change) {
   if (const Step step = LookAgain(device, change, now); step != Step::kDone) return step;
   if (now == change.after) return Step::kDone;
   Reply reply = device.Set(*change.part, change.after);
-  for (int attempt = 1; !reply.Came() && attempt < kAttempts; ++attempt) {
+  for (int attempt = 1; (!reply.Came() || reply.Away()) && attempt < kAttempts; ++attempt) {
     std::this_thread::sleep_for(kAttemptPause);
     reply = device.Set(*change.part, change.after);
   }
-  if (!reply.Came()) {
-    device.Explain(reply);
+  if (!reply.Came() || reply.Away()) {
+    if (!reply.Came()) device.Explain(reply);
+    if (reply.Away()) Note(change.part->name + ": " + words::Printable(reply.error_msg));
     return Step::kNoAnswer;
   }
   if (!reply.Done()) {
@@ -199,32 +200,42 @@ int SetAll(ConfigDevice& device, const ConfigState& state, const std::vector<Cha
         status = kRefused;
         break;
       case Step::kChangedMeanwhile:
-        state.EndRun();
+        state.EndRun(false);
         return kRefused;
       case Step::kNoAnswer:
-        Note("ended half way: the next apply sets what is left");
+        Note("ended half way: the next apply says what is left, and sets it");
         return kNoAnswer;
     }
   }
-  state.EndRun();
+  state.EndRun(status == kDone);
   return status;
 }
 
-// A run that ended half way is completed before anything else is done.
-int CompleteUnfinished(ConfigDevice& device, const ConfigState& state, Configuration& held) {
-  const std::optional<Configuration> unfinished = state.UnfinishedRun();
-  if (!unfinished) return kDone;
-  const std::vector<Change> left = Difference(device, held, *unfinished);
-  std::cout << "an earlier run ended half way, " << left.size() << " of its " << unfinished->documents.size()
-            << " documents are left to set:\n";
-  Show(left);
-  const int status = SetAll(device, state, left);
-  if (status == kDone || status == kRefused) {
-    std::optional<Configuration> now = device.Read();
-    if (!now) return kNoAnswer;
-    held = std::move(*now);
+// What an earlier run that ended half way has left to set comes along; where both name a document, this one's counts.
+void TakeUpUnfinished(const ConfigDevice& device, const ConfigState& state, const Configuration& held,
+                      Configuration& wanted) {
+  std::optional<Configuration> unfinished = state.UnfinishedRun();
+  if (!unfinished) return;
+  const size_t left = Difference(device, held, *unfinished).size();
+  std::cout << "an earlier run ended half way, " << left << " of its " << unfinished->documents.size()
+            << " documents are left to set\n";
+  for (config::Document& document : unfinished->documents) {
+    const auto is_same = [&](const config::Document& other) { return other.part == document.part; };
+    if (std::none_of(wanted.documents.begin(), wanted.documents.end(), is_same)) {
+      wanted.documents.push_back(std::move(document));
+    }
   }
-  return status;
+  const auto in_order = [](const config::Document& a, const config::Document& b) { return a.part < b.part; };
+  std::sort(wanted.documents.begin(), wanted.documents.end(), in_order);
+}
+
+// Another parkctl of this user is at it: what it sets is what would change under this one's feet.
+int RefuseBesideAnother(const ConfigDevice& device, const ConfigState& state, const Configuration& held) {
+  const std::optional<Configuration> run = state.UnfinishedRun();
+  Note(std::string("another parkctl changes this device's configuration right now, nothing is set") +
+       (run ? ". It is setting:" : ""));
+  if (run) Show(Difference(device, held, *run));
+  return kRefused;
 }
 
 // ---- a change that goes back by itself ----
@@ -326,21 +337,28 @@ int ApplyConfiguration(const ConfigOptions& options) {
     return TellTried(device, device.AskGuard(request), options.confirm_s);
   }
   if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
-  std::optional<Configuration> held = device.Read();
+  const std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
+  if (!state.alone()) return RefuseBesideAnother(device, state, *held);
   if (!IsForThisDevice(wanted, *held, options.other_device || options.replace)) return kMisused;
   if (!options.replace) LeaveIdentityOut(*held, wanted);
-  if (const int status = CompleteUnfinished(device, state, *held); status == kNoAnswer) return status;
-
+  state.SettleTry(*held);
+  TakeUpUnfinished(device, state, *held, wanted);
   const std::vector<Change> changes = Difference(device, *held, wanted);
   if (changes.empty()) {
+    state.EndRun(true);
     std::cout << "nothing differs\n";
     return kDone;
   }
   Show(changes);
   if (!options.yes && !Agrees()) return kRefused;
+  if (options.confirm_s > 0) {
+    state.BeginTry(*held);
+    const int status = TryAll(device, options, id, changes);
+    if (status == kRefused) state.DropTry();
+    return status;
+  }
   state.KeepLastGood(*held);
-  if (options.confirm_s > 0) return TryAll(device, options, id, changes);
   state.BeginRun(changes);
   return SetAll(device, state, changes);
 }
@@ -372,13 +390,15 @@ int RollBackConfiguration(const ConfigOptions& options) {
   }
   if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
   const ConfigState state(device.FileName());
+  const std::optional<Configuration> held = device.Read();
+  if (!held) return kNoAnswer;
+  if (!state.alone()) return RefuseBesideAnother(device, state, *held);
+  state.SettleTry(*held);
   const std::optional<Configuration> good = state.LastGood();
   if (!good) {
     Note("nothing was set on this device from here: there is nothing to go back to");
     return kRefused;
   }
-  const std::optional<Configuration> held = device.Read();
-  if (!held) return kNoAnswer;
   std::vector<Change> changes = Difference(device, *held, *good);
   for (const config::Document& document : held->documents) {
     // Only the relay's document can be taken away: every other has a default.

@@ -1,5 +1,6 @@
 #include "config_device.h"
 
+#include <cstdlib>
 #include <iterator>
 #include <utility>
 
@@ -60,7 +61,8 @@ ConfigDevice::ConfigDevice(const ConfigDeviceOptions& options)
 
 std::string ConfigDevice::FileName() const {
   if (!remote_) return "this-device";
-  std::string site = options_.device.site.address;
+  const char* const usual = std::getenv("PARK_SITE");
+  std::string site = options_.device.site.address.empty() && usual != nullptr ? usual : options_.device.site.address;
   for (char& c : site) {
     if (c == '/' || c == ':') c = '_';
   }
@@ -71,6 +73,7 @@ Reply ConfigDevice::Ask(const std::string& topic, const Json::Value& request) {
   std::string answer;
   const auto patience = topic == kChangeRequestMessage ? kGuardPatience : kPatience;
   const std::string text = bs::StyledText(request);
+  if (!link_) link_.emplace(options_.device);
   Outcome outcome = link_->Ask(topic, text, patience, answer);
   if (outcome == Outcome::kNoBroker) {  // given up by the broker while a person thought, or started again
     link_.emplace(options_.device);

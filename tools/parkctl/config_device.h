@@ -29,6 +29,9 @@ struct Reply {
   Json::Value body;
 
   bool Came() const { return outcome == Outcome::kDelivered; }
+  // What answered is a relay that cannot reach the device, or a guard that cannot reach the store: asked again later it
+  // may be answered.
+  bool Away() const { return Came() && (state == 503 || state == 504); }
   bool Done() const { return Came() && state == 200; }
 };
 
@@ -62,6 +65,9 @@ class ConfigDevice {
 
   // Whether a change that came through this device's relay waits: it has a guard of its own.
   bool SiteTriesChange() const;
+
+  // The next question makes a connection of its own. Whoever does not serve one should not rely on it.
+  void Disconnect() { link_.reset(); }
 
   // Says why nothing came; returns the exit status.
   int Explain(const Reply& reply) const;

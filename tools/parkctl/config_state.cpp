@@ -18,7 +18,9 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr char kLastGood[] = ".last-good.json";
+constexpr char kTried[] = ".tried.json";
 constexpr char kRun[] = ".run.json";
+constexpr char kRefusedRun[] = ".refused.json";  // the latest run that ended with something refused
 constexpr char kLock[] = ".lock";
 
 fs::path Directory() {
@@ -37,10 +39,7 @@ ConfigState::ConfigState(const std::string& device_file_name) {
   path_ = Directory() / device_file_name;
   lock_ = open((path_ + kLock).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
   if (lock_ < 0) throw UserError("cannot write to " + Directory().string());
-  if (flock(lock_, LOCK_EX | LOCK_NB) != 0) {
-    close(lock_);
-    throw UserError("another parkctl sets this device's configuration right now");
-  }
+  alone_ = flock(lock_, LOCK_EX | LOCK_NB) == 0;
 }
 
 ConfigState::~ConfigState() { close(lock_); }
@@ -71,8 +70,19 @@ void ConfigState::Write(const char* ending, const std::string& text) const {
 
 std::optional<config::Configuration> ConfigState::LastGood() const { return ReadConfiguration(kLastGood); }
 
-void ConfigState::KeepLastGood(const config::Configuration& configuration) const {
-  Write(kLastGood, config::FileText(configuration));
+void ConfigState::KeepLastGood(const config::Configuration& held) const {
+  const bool ended_well = !Exists(kRun) && !Exists(kRefusedRun);
+  if (ended_well || !Exists(kLastGood)) Write(kLastGood, config::FileText(held));
+}
+
+void ConfigState::BeginTry(const config::Configuration& held) const { Write(kTried, config::FileText(held)); }
+
+void ConfigState::DropTry() const { Remove(kTried); }
+
+void ConfigState::SettleTry(const config::Configuration& held_now) const {
+  const std::optional<config::Configuration> before = ReadConfiguration(kTried);
+  if (before && !config::Difference(held_now, *before).empty()) KeepLastGood(*before);
+  Remove(kTried);
 }
 
 std::optional<config::Configuration> ConfigState::UnfinishedRun() const { return ReadConfiguration(kRun); }
@@ -83,6 +93,17 @@ void ConfigState::BeginRun(const std::vector<config::Change>& changes) const {
   Write(kRun, config::FileText(wanted));
 }
 
-void ConfigState::EndRun() const { unlink((path_ + kRun).c_str()); }
+void ConfigState::EndRun(bool well) const {
+  if (well) {
+    Remove(kRefusedRun);
+    Remove(kRun);
+  } else {
+    rename((path_ + kRun).c_str(), (path_ + kRefusedRun).c_str());
+  }
+}
+
+void ConfigState::Remove(const char* ending) const { unlink((path_ + ending).c_str()); }
+
+bool ConfigState::Exists(const char* ending) const { return access((path_ + ending).c_str(), F_OK) == 0; }
 
 }  // namespace parkctl
