@@ -119,7 +119,7 @@ int Play(const Options& options, const std::vector<desk::Script>& scripts, desk:
 int RunDesk(const Options& options, const std::vector<desk::Script>& scripts) {
   desk::Desk device(options.plan);
   desk::Narrator narrator(stdout, isatty(STDOUT_FILENO) != 0);
-  desk::Screen screen(device);
+  desk::Screen screen(device, options.parkctl);
   device.journal().Listen([&](const desk::Event& event) { narrator.Tell(event); });
   if (options.log) device.daemon_log().Listen([&](const desk::Event& event) { narrator.Tell(event); });
   // What the page changes goes back by itself unless it is kept: somebody on the device sees to that.

@@ -72,6 +72,7 @@ class Desk {
   void PlugBeacon(bool plugged);
 
   Loop& loop() { return loop_; }
+  const std::string& directory() const { return device_.plan().directory; }  // of the device's files
   Journal& journal() { return journal_; }
   Journal& daemon_log() { return daemon_log_; }  // its lines, one event each
   const Board& board() const { return device_.board; }

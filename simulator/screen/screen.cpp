@@ -35,7 +35,7 @@ void MakeColors() {
 
 }  // namespace
 
-Screen::Screen(Desk& desk) : desk_(desk) {
+Screen::Screen(Desk& desk, const std::string& parkctl) : desk_(desk), change_(desk, parkctl) {
   desk_.journal().Listen([this](const Event& event) { Note(event); });
 }
 
@@ -100,6 +100,7 @@ bool Screen::Run(const Loop::Condition& interrupted, End& end, std::string& prob
   });
   while (!ended_ && !interrupted()) {
     for (int key; (key = getch()) != ERR;) HandleKey(key);  // a changed size arrives as a key, but not as input
+    change_.Look();
     Draw();
     desk_.loop().RunUntil([&] { return ended_ || interrupted(); }, kFrame);
   }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "desk/desk.h"
+#include "screen/bad_change.h"
 
 namespace desk {
 
@@ -12,7 +13,7 @@ class Screen {
  public:
   enum class End { kLeave, kQuit };  // back to the lines, or the end of it all
 
-  explicit Screen(Desk& desk);
+  Screen(Desk& desk, const std::string& parkctl);
 
   // Shows the screen until a key or interrupted ends it. False when the terminal cannot do it; problem says why.
   bool Run(const Loop::Condition& interrupted, End& end, std::string& problem);
@@ -37,6 +38,7 @@ class Screen {
   // ---- drawing: screen_draw.cpp ----
   void Draw();
   void DrawHeader(int width);
+  int DrawChange(int row, int width);
   int DrawTop(int row, int width);
   int DrawMiddle(int row, int width);
   void DrawLists(int row, int rows, int width);
@@ -48,6 +50,7 @@ class Screen {
   int DrawHelp(int height, int width);
 
   Desk& desk_;
+  BadChange change_;
   std::deque<Line> serial_;
   std::deque<Line> bus_;
   std::string total_ = "-";

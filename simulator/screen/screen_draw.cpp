@@ -49,8 +49,9 @@ int LampNumber(uint32_t data) { return static_cast<int>(data >> 2 & 7); }
 const char* MannerName(BeaconManner manner) { return kBeaconManners[static_cast<size_t>(manner)].shown; }
 
 constexpr const char* kHelp[] = {
-    "1-3 car comes/goes", "4-6 line on/off", "n neighbour", "s it falls silent", "d displays", "b beacon plug",
-    "m beacon manner",    "7 broker",        "8 store",     "9 daemon",          "l lines",    "q quit",
+    "1-3 car comes/goes", "4-6 line on/off", "n neighbour",  "s it falls silent", "d displays",
+    "b beacon plug",      "m beacon manner", "c bad change", "7 broker",          "8 store",
+    "9 daemon",           "l lines",         "q quit",
 };
 
 constexpr int kTopRows = 4;  // a title and three lines
@@ -63,7 +64,7 @@ void Screen::Draw() {
   const int width = COLS;
   const int help_rows = DrawHelp(LINES, width);
   DrawHeader(width);
-  int row = DrawTop(1, width);
+  int row = DrawTop(DrawChange(1, width), width);
   const int rows_left = LINES - help_rows - row;
   if (rows_left >= kMiddleRows) row = DrawMiddle(row, width);
   DrawLists(row, LINES - help_rows - row, width);
@@ -84,6 +85,14 @@ void Screen::DrawHeader(int width) {
   }
   const std::string clock = ClockText(std::chrono::system_clock::now()).substr(0, 8);
   if (width - 9 > column) Put(0, width - 9, 8, clock, A_REVERSE);
+}
+
+// A change that goes back by itself, while there is one; returns the row below.
+int Screen::DrawChange(int row, int width) {
+  if (change_.words().empty()) return row;
+  const attr_t color = Pair(kTextPair + (change_.is_waiting() ? COLOR_YELLOW : COLOR_GREEN)) | A_BOLD | A_REVERSE;
+  Put(row, 0, width, " " + change_.words() + std::string(static_cast<size_t>(width), ' '), color);
+  return row + 1;
 }
 
 int Screen::DrawTop(int row, int width) {

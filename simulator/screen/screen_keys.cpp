@@ -64,6 +64,9 @@ void Screen::HandleKey(int key) {
     case 'm':
       NextManner();
       break;
+    case 'c':
+      change_.Make();
+      break;
     case 'l':
     case kEscape:
       end_ = End::kLeave;
