@@ -34,6 +34,10 @@ TEST(ContractWatch, SeesWhatIsAgainstTheContract) {
       {"reply/x", R"({"state":403,"error_msg":"error type","type":"get_dev_pos"})", ""},
       {"park/g/counts/a/L1", R"({"spaces":1,"free":2})", "site/counts: free: 2 is above spaces, 1"},
       {"park/g/health/a", R"({"online":true})", "site/health: run: missing"},
+      {"park/g/reply/x", R"({"state":504,"error_msg":"the device does not answer","type":"get_dev_pos"})", ""},
+      {"park/g/reply/x", R"({"state":403,"error_msg":"no","type":"cmd"})", "site/remote_refusal: error_msg: "},
+      {"reply/x", R"({"state":200,"error_msg":"All done","type":"get_change","body":{"id":""}})",
+       "site/get_change_reply: body.id: "},
       // What a test asks for against the contract comes back.
       {"BUS_REQUEST_MESSAGE", R"({"type":"set_dev_pos","body":{"pos":4}})", ""},
       {"reply/x", R"({"state":200,"error_msg":"All done","type":"get_dev_pos","body":{"pos":4}})", ""},
@@ -70,6 +74,8 @@ class Edges : public DeviceOnDesk {
     request["type"] = command;
     request["body"] = body;
     next_event_ = desk_.journal().next();
+    next_log_ = desk_.daemon_log().next();
+    sent_ = body;
     const bool external = businessserver::FindCommand(businessserver::kBusExtRequestMessage, command) != nullptr;
     return Parse(Ask(external ? businessserver::kBusExtRequestMessage : businessserver::kBusRequestMessage,
                      words::CompactText(request)))["state"]
@@ -106,6 +112,11 @@ class Edges : public DeviceOnDesk {
   std::string FrameOfResult() {
     next_event_ = desk_.journal().next();
     desk_.CarLeaves(1, {{"name", "P1"}});
+    return BytesOnLine();
+  }
+
+  // What has left on the line since next_event_.
+  std::string BytesOnLine() {
     std::string bytes;
     desk_.loop().RunUntil(
         [&] {
@@ -118,6 +129,17 @@ class Edges : public DeviceOnDesk {
         },
         Milliseconds(300));
     return bytes;
+  }
+
+  // Stored as it was sent, and taken up without a word of trouble.
+  bool IsKept(const std::string& reading_command) {
+    const Json::Value kept = Get(reading_command);
+    desk_.loop().RunFor(Milliseconds(50));  // its lines come by another way than its answers
+    const auto& lines = desk_.daemon_log().events();
+    const bool troubled = std::any_of(lines.begin(), lines.end(), [&](const desk::Event& line) {
+      return line.number >= next_log_ && line.text.find(" 3 lib/") != std::string::npos;
+    });
+    return state_ == 200 && kept == sent_ && !troubled;
   }
 
   bool Shows(int color) {
@@ -145,7 +167,9 @@ class Edges : public DeviceOnDesk {
   }
 
   int state_ = 0;  // of the last reply
+  Json::Value sent_;
   uint64_t next_event_ = 0;
+  uint64_t next_log_ = 0;  // of the daemon's lines
 };
 
 TEST_F(Edges, OfTheLine) {
@@ -183,7 +207,22 @@ TEST_F(Edges, OfWhatLeavesOnTheLine) {
   constexpr char kNoDisplays[] =
       R"({"proto":0,"f_ena":0,"f_addr":0,"r_ena":0,"r_addr":0,"l_ena":0,"l_addr":0,
           "frame1_addr":0,"frame2_addr":0,"frame3_addr":0})";
+  const auto driven = [&](const char* address) {
+    return [&, address](const Json::Value& value) {
+      const bool heard = Happens(desk::Source::kSerialOut, "address", address, 300);
+      return value.isInt() && ((value == 1 && heard) || (value == 0 && !heard));
+    };
+  };
+  const auto output = [&](const Json::Value& value) {
+    const std::string frame = FrameOfResult();
+    const char* const kinds[] = {"BB 88", "AA 04", "BB 88"};  // the default list's, the relays'
+    return value == 255 ? frame.empty() : value >= 0 && value <= 2 && frame.substr(0, 5) == kinds[value.asInt()];
+  };
   const EdgeRow kRows[] = {
+      {"set_ext_ttyio_cfg", kDisplays, "f_ena", "[-1,0,1,2,true,\"1\"]", driven("1"), kNoDisplays},
+      {"set_ext_ttyio_cfg", kDisplays, "r_ena", "[0,1,2]", driven("2"), kNoDisplays},
+      {"set_ext_ttyio_cfg", kDisplays, "l_ena", "[0,1,2]", driven("3"), kNoDisplays},
+      {"set_ext_ttyio_cfg", kRelays, "proto", "[-1,0,1,2,3,254,255,256]", output},
       {"set_ext_ttyio_cfg", kDisplays, "f_addr", "[-1,0,1,255,256]", display_at},
       {"set_ext_ttyio_cfg", kDisplays, "r_addr", "[0,255,256]", display_at},
       {"set_ext_ttyio_cfg", kDisplays, "l_addr", "[0,255,256]", display_at},
@@ -225,6 +264,43 @@ TEST_F(Edges, OfWhatLeavesOnTheLine) {
     EXPECT_EQ(valid, row.frame != nullptr) << row.list;
     const std::string frame = Send("set_rs485pro_cfg", request["body"]) == 200 ? FrameOfResult() : "";
     EXPECT_TRUE(row.frame == nullptr || frame == row.frame) << row.list << "\n" << frame;
+  }
+}
+
+TEST_F(Edges, OfWhatOthersSendOnTheLine) {
+  const struct {
+    const char* type;
+    const char* body;
+    const char* bytes;  // what the body says that is sent; null: nothing that could be sent
+  } kSent[] = {
+      {"send_ttyio_data", R"({"data":"QUI=","data_len":2})", "41 42"},
+      {"send_ttyio_data", R"({"data":"AA==","data_len":1})", "00"},
+      {"send_ttyio_data", R"({"data":"QUI=","data_len":1})", nullptr},
+      {"send_ttyio_data", R"({"data":"QUI=","data_len":3})", nullptr},
+      {"send_ttyio_data", R"({"data":"QUI=","data_len":"2"})", nullptr},
+      {"send_ttyio_data", R"({"data":"A=B=","data_len":1})", nullptr},
+      {"send_ttyio_data", R"({"data":"","data_len":0})", nullptr},
+      {"send_ttyio_data", R"({"data_len":2})", nullptr},
+  };
+  const auto is_valid = [](const std::string& type, const Json::Value& body) {
+    Json::Value message;
+    message["type"] = type;
+    message["body"] = body;
+    return contract::Check("messages/" + type, message).empty();
+  };
+  for (const auto& row : kSent) {
+    EXPECT_EQ(is_valid(row.type, Parse(row.body)), row.bytes != nullptr) << row.body;
+    next_event_ = desk_.journal().next();
+    desk_.Listen(row.type, row.body);
+    const std::string bytes = BytesOnLine();
+    EXPECT_TRUE(row.bytes == nullptr || bytes == row.bytes) << row.body << "\n" << bytes;
+  }
+  for (const char* halt : {"0", "1", "0", "\"1\"", "1", "null"}) {
+    const std::string body = std::string("{\"halt\":") + halt + "}";
+    desk_.Listen("set_ttyio_halt", body);
+    const bool halted = FrameOfResult().empty();
+    EXPECT_EQ(is_valid("set_ttyio_halt", Parse(body)), (halt[0] == '0' && !halted) || (halt[0] == '1' && halted))
+        << halt;
   }
 }
 
@@ -273,6 +349,12 @@ TEST_F(Edges, OfTheModuleAndTheRest) {
     return [this, member](const Json::Value& value) { return state_ == 200 && Get("get_bt")[member] == value; };
   };
   const EdgeRow kRows[] = {
+      {"set_enc_cfg", R"({"level":0,"data":"QUI=","data_len":2})", "level", "[-1,0,1,4294967295,4294967296,\"a\"]",
+       [&](const Json::Value&) { return IsKept("get_enc_cfg"); }},
+      {"set_enc_cfg", R"({"level":0,"data":"QUI=","data_len":2})", "",
+       R"([{"level":0,"data":"QQ==","data_len":1},{"level":1,"data":"QUFBQUFBQUFBQUFBQUFBQQ==","data_len":16},
+           {"level":0,"data":"QUI=","data_len":-1},{"level":0,"data":[],"data_len":2}])",
+       [&](const Json::Value&) { return IsKept("get_enc_cfg"); }},
       {"set_ibc_name", R"({"name":"gate"})", "name",
        R"(["g","fifteen bytes o","sixteen bytes ok","五个汉字啊","五个汉字啊!"])", named},
       {"set_ibc_broper", R"({"time":500})", "time", "[0,99,100,101,200,330,500,999,1000,1001]", accepted},
@@ -292,6 +374,26 @@ TEST_F(Edges, OfTheModuleAndTheRest) {
        [&](const Json::Value&) { return std::filesystem::remove(directory_ + "/done"); }},
   };
   for (const EdgeRow& row : kRows) Play(row);
+  // As many reservations as one request takes.
+  Json::Value reserving;
+  reserving["body"] = contract::Schema("documents/bus_parking_reserve_cfg_value")["default"];
+  reserving["type"] = "set_parking_reserve_cfg";
+  Json::Value& reservations = reserving["body"]["reservecfg"];
+  for (const unsigned number : {0u, 1u, 9u, 10u, 11u}) {
+    const Json::Value one = reservations["reserve"][0];
+    Json::Value list(Json::arrayValue);
+    for (unsigned i = 0; i < number; ++i) list.append(one);
+    reservations["reservenum"] = number;
+    Json::Value body = reserving["body"];
+    body["reservecfg"]["reserve"] = list;
+    Json::Value request = reserving;
+    request["body"] = body;
+    const bool valid = contract::Check("requests/set_parking_reserve_cfg", request).empty();
+    EXPECT_EQ(Send("set_parking_reserve_cfg", body) == 200 &&
+                  words::CompactText(Get("get_parking_reserve_cfg")) == words::CompactText(body),
+              valid)
+        << number;
+  }
   Json::Value longest;
   longest["type"] = "cmd";
   for (const size_t bytes : {2047u, 2048u}) {

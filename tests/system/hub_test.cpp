@@ -12,6 +12,7 @@
 
 #include "bus/caller.h"
 #include "bus/kept.h"
+#include "contract_watch.h"
 #include "stranger.h"
 
 namespace {
@@ -368,10 +369,14 @@ TEST_F(InstalledSite, CountsAndRequestsPassWithTheRightsOfTheirAccounts) {
   plan.retained = true;
   anna.Publish(plan);
   std::map<std::string, std::string> heard;
+  ContractWatch contract(loop_);
   const auto hears = [&](const std::string& topic, const std::string& words) {
     return loop_.RunUntil(
         [&] {
-          anna.Receive(milliseconds(20), [&](const bus::Message& message) { heard[message.topic] = message.payload; });
+          anna.Receive(milliseconds(20), [&](const bus::Message& message) {
+            contract.Expect(message.topic, message.payload);
+            heard[message.topic] = message.payload;
+          });
           return heard[topic].find(words) != std::string::npos;
         },
         milliseconds(20000));
@@ -386,6 +391,7 @@ TEST_F(InstalledSite, CountsAndRequestsPassWithTheRightsOfTheirAccounts) {
     EXPECT_TRUE(caller.Connect());
     caller.Request({"park/garage/request/cam-1", "{\"type\": \"" + command + "\"}", "park/garage/reply/anna/1"},
                    milliseconds(8000), answer);
+    contract.Expect("park/garage/reply/anna/1", answer);
     return answer;
   };
   EXPECT_NE(ask("get_ttyio_cfg").find("200"), std::string::npos);

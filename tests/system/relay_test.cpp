@@ -13,6 +13,7 @@
 #include "bringup/device.h"
 #include "bringup/network.h"
 #include "bus/kept.h"
+#include "contract_watch.h"
 #include "desk/bus_client.h"
 #include "desk/recogniser.h"
 #include "desk/store_client.h"
@@ -39,7 +40,8 @@ struct Camera {
                       "",
                       &network}),
         store(&network),
-        bus(loop, &network) {
+        bus(loop, &network),
+        contract(loop, &network) {
     for (desk::Process* process : {&device.relay, &device.daemon}) {
       process->OnLine([this](const std::string& line) { log += line + "\n"; });
     }
@@ -59,6 +61,7 @@ struct Camera {
   desk::Device device;
   desk::StoreClient store;
   desk::BusClient bus;
+  ContractWatch contract;
   desk::Recogniser recogniser;
   std::string broadcast, push, log;
 };
@@ -91,7 +94,8 @@ class Relays : public testing::Test {
       }
     }
     camera.bus.Start();
-    ASSERT_TRUE(Eventually([&] { return camera.bus.connected(); }));
+    camera.contract.Start();
+    ASSERT_TRUE(Eventually([&] { return camera.bus.connected() && camera.contract.connected(); }));
   }
   static std::string Name(int number) { return "c" + std::to_string(number); }
 
@@ -127,6 +131,7 @@ class Relays : public testing::Test {
     bus::Connection::Handlers handlers;
     handlers.up = [this] { client_.Subscribe({"park/g/health/#", "park/g/reply/test", "park/g/counts/#"}); };
     handlers.message = [this](const bus::Message& message) {
+      contract_.Expect(message.topic, message.payload);
       if (message.topic == "park/g/reply/test") reply_ = message.payload;
       kept_[message.topic] = message.payload;
       ++heard_;
@@ -143,6 +148,7 @@ class Relays : public testing::Test {
   desk::Loop loop_;
   SiteWires wires_;
   desk::Process hub_{loop_, "hub"};
+  ContractWatch contract_{loop_};  // of what the hub carries
   std::string reply_;
   std::map<std::string, std::string> kept_;  // the last payload by topic
   unsigned heard_ = 0;
@@ -201,6 +207,7 @@ TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
   EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 0, 0); }));
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/counts/c2/L9"] == R"({"spaces": 3, "free": 0})"; }));
   EXPECT_EQ(kept_["park/g/counts/c2/L2/C/x"], "");
+  leaf.contract.LookIntoStore(leaf.store);
   leaf.device.relay.Kill();
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
   Plan(2, R"({"zone": "L2/C"})");  // while nobody is there to hear it
@@ -228,6 +235,7 @@ TEST_F(Relays, SetBackWhatWasTriedAndNotKept) {
   ASSERT_TRUE(Eventually([this] { return kept_["park/g/health/c1"].find("true") != std::string::npos; }));
   EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_dev_pos"})") == before; })) << camera.log;
   EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_change"})")["body"].empty(); }));
+  camera.contract.LookIntoStore(camera.store);
 }
 
 // The wall clock of the programs that are started while it lives; this one's stays.
