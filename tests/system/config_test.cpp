@@ -104,25 +104,27 @@ TEST_F(ParkctlConfig, KeepsWhatWasLastKnownToBeGood) {
 }
 
 TEST_F(ParkctlConfig, SetsUpAReplacementInOneCommand) {
-  RunAll({{"parkctl request set_bt '{\"uuid\":\"0123456789ABCDEF\",\"major\":7,\"minor\":9}'", 0, "200"},
-          {"parkctl request set_dev_pos '{\"pos\":2}'", 0, "200"},
-          {"parkctl relay set site=garage device=L1-1 user=L1-1 broker=mqtt://127.0.0.1:1", 0, "+ site"},
-          {"parkctl config export died.json", 0, "14 documents"}});
+  desk_.relay().Stop();
+  desk_.store_client().Delete("relay_value");
+  Play({{"parkctl request set_bt '{\"uuid\":\"0123456789ABCDEF\",\"major\":7,\"minor\":9}'", 0, "200"},
+        {"parkctl request set_dev_pos '{\"pos\":2}'", 0, "200"},
+        {"parkctl relay set site=garage device=L1-1 user=L1-1 broker=mqtt://127.0.0.1:1", 0, "+ site"},
+        {"parkctl config export died.json", 0, "14 documents"}});
   for (const auto& identity :
        {businessserver::kSysBlueTooth, businessserver::kSiteMembership}) {  // as out of the carton
     desk_.store_client().Delete(std::string(identity.key, identity.key_length));
   }
-  RunAll({{"parkctl request set_dev_pos '{\"pos\":0}'", 0, "200"},
-          {"parkctl config apply died.json --yes", 0, "left out, for they are who L1-1 is: "},
-          {"parkctl config diff died.json", 1, "relay_value\n"},
-          {"parkctl config diff died.json | grep -c pos", 1, "0"},
-          {"parkctl config apply died.json --replace --yes", 0, "sys_blue_tooth_value: set\n"},
-          {"parkctl config diff died.json && parkctl store get relay", 0, "\"device\": \"L1-1\""},
-          // One that has a name of its own is somebody else.
-          {"parkctl relay set device=L1-2", 0, "L1-2"},
-          {"parkctl config apply died.json --yes", 3, "--other-device takes it all the same"},
-          {"parkctl config apply died.json --yes --other-device", 0, "nothing differs"},
-          {"parkctl config apply died.json --yes --replace", 0, "relay_value: set"}});
+  Play({{"parkctl request set_dev_pos '{\"pos\":0}'", 0, "200"},
+        {"parkctl config apply died.json --yes", 0, "left out, for they are who L1-1 is: "},
+        {"parkctl config diff died.json", 1, "relay_value\n"},
+        {"parkctl config diff died.json | grep -c pos", 1, "0"},
+        {"parkctl config apply died.json --replace --yes", 0, "sys_blue_tooth_value: set\n"},
+        {"parkctl config diff died.json && parkctl store get relay", 0, "\"device\": \"L1-1\""},
+        // One that has a name of its own is somebody else.
+        {"parkctl relay set device=L1-2", 0, "L1-2"},
+        {"parkctl config apply died.json --yes", 3, "--other-device takes it all the same"},
+        {"parkctl config apply died.json --yes --other-device", 0, "nothing differs"},
+        {"parkctl config apply died.json --yes --replace", 0, "relay_value: set"}});
 }
 
 TEST_F(ParkctlConfig, GoesBackByItselfUnlessConfirmed) {
