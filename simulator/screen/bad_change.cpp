@@ -33,9 +33,8 @@ uint64_t SinceBoot() {
 
 BadChange::BadChange(Desk& desk, std::string parkctl)
     : desk_(desk), parkctl_(std::move(parkctl)), tool_(desk.loop(), "parkctl"), guard_(desk.loop(), "guard") {
-  tool_.OnLine([this](const std::string& line) {
-    desk_.journal().Add(Source::kDesk, "parkctl: " + words::Printable(line));
-  });
+  tool_.OnLine(
+      [this](const std::string& line) { desk_.journal().Add(Source::kDesk, "parkctl: " + words::Printable(line)); });
 }
 
 std::optional<Json::Value> BadChange::Stored(const char* document) {
