@@ -2,7 +2,7 @@
 # The Debian packages that building, running, testing and measuring need. Sourced by ./run, ./test and benchmarks/run;
 # Debian 12's names.
 #   install_missing GROUP...   installs, through apt-get, what these groups lack; prints nothing when that is nothing
-# Groups: build, page, run, test, arm, bench.
+# Groups: build, page, run, test, arm, machine, bench.
 
 # What the page is built with counts as installed when its commands are there: a newer node brings its own npm along.
 packages_page=()
@@ -22,6 +22,7 @@ packages_test=(
   dpkg-dev file systemd curl stunnel4 python3-jsonschema python3-yaml chromium
 )
 packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)
+packages_machine=(mmdebstrap)
 packages_arm=(g++-arm-linux-gnueabihf qemu-user)
 
 reason_build="the compiler and the libraries that the programs are built with"
@@ -29,6 +30,7 @@ reason_page="what the web page is built with"
 reason_run="the broker, the store and their command-line clients, killall, and what arranges networks"
 reason_test="the tests' own tools: formatter, analysers, sanitizers, fuzzer, what makes and checks the package, the second validator, a browser"
 reason_bench="the micro-benchmark library, the profiler, and what the Python handler is written with"
+reason_machine="what makes a small Debian system, in which the packages are installed"
 reason_arm="the cross-compiler for the 32-bit board and its emulator"
 
 # Prints those of the given packages that are not installed.

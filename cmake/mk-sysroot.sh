@@ -7,16 +7,17 @@
 set -euo pipefail
 
 arch=armhf
-release=bookworm
+# The release of this machine: its compiler and the board's libraries belong together.
+release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 packages=(
-  libc6-dev libstdc++-12-dev
+  libc6-dev "libstdc++-$(arm-linux-gnueabihf-g++ -dumpversion)-dev"
   libboost-dev libcli11-dev libevent-dev libhiredis-dev libjsoncpp-dev libmosquitto-dev libssl-dev libsodium-dev libspdlog-dev
   libgtest-dev libvalijson-dev
 )
 
 [ $# = 1 ] || { echo "usage: mk-sysroot.sh DIR" >&2; exit 2; }
 dir=$(realpath -m "$1")
-made_by=$(sha256sum <"$0")
+made_by="$(sha256sum <"$0") ${packages[*]} $release"
 stamp=$dir/.made-by
 mkdir -p "$(dirname "$dir")"
 exec 9>"$dir.lock"
@@ -52,7 +53,11 @@ CONF
 export APT_CONFIG=$state/apt.conf
 apt-get -qq update
 apt-get -qq -y --download-only install "${packages[@]}" >/dev/null
-for package in "$state"/cache/archives/*.deb; do dpkg-deb -x "$package" "$dir"; done
+for package in "$state"/cache/archives/*.deb; do
+  dpkg-deb -x "$package" "$dir"
+  # Which package has which library, for the dependencies of ours.
+  dpkg-deb -I "$package" shlibs >>"$dir/.shlibs" 2>/dev/null || true
+done
 rm -rf "$state" "$dir"/usr/share/{doc,man,locale}
 
 # A link that starts with / would leave the sysroot (libm.so -> /lib/...).

@@ -151,8 +151,10 @@ file(WRITE ${made}/cpack.cmake "
 if(CMAKE_CROSSCOMPILING)
   # This machine's package database does not know the board's libraries.
   set(CPACK_DEBIAN_DEVICE_PACKAGE_ARCHITECTURE armhf)
-  string(APPEND CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS ", libc6 (>= 2.36), libevent-core-2.1-7, libhiredis0.14, libjsoncpp25,"
-    " libmosquitto1, libsodium23, libstdc++6 (>= 12)")
+  file(APPEND ${made}/cpack.cmake "
+    execute_process(COMMAND ${here}/library-packages ${CMAKE_SYSROOT}/.shlibs \"${programs}\"
+      OUTPUT_VARIABLE libraries OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+    string(APPEND CPACK_DEBIAN_DEVICE_PACKAGE_DEPENDS \", \${libraries}\")\n")
 else()
   set(CPACK_DEBIAN_DEVICE_PACKAGE_SHLIBDEPS ON)
   # Without this tool the package would be made all the same, and depend on no library.
