@@ -8,6 +8,7 @@ foreach(row "BOARD_GPIO_DATA 0x3G" "BOARD_PIN_MUX_OF_LEDS" "BOARD_PIN_IS_GPIO -1
   file(WRITE ${SCRATCH}/script.cmake "set(BOARD ${SCRATCH}/board.cmake)\ninclude(${board_cmake})\n")
   execute_process(COMMAND ${CMAKE_COMMAND} -P ${SCRATCH}/script.cmake WORKING_DIRECTORY ${SCRATCH}
                   RESULT_VARIABLE status ERROR_VARIABLE said OUTPUT_QUIET)
+  string(REGEX REPLACE "[ \n]+" " " said "${said}")  # lines are broken where a path makes them long
   if(status EQUAL 0 OR NOT said MATCHES "${name} is" OR NOT said MATCHES "wrong/board.cmake")
     message(FATAL_ERROR "${row}: status ${status}: ${said}")
   endif()
