@@ -81,6 +81,7 @@ TEST(KvdbLog, StoreThatIsDownLosesNothing) {
   EXPECT_EQ(StyledText(log.QuaryKvdbLog()), "{\n\t\"log_index\" : 0\n}\n");
   log.AddKvdbLog(Record(2));
   Fake().store_down = false;
+  EXPECT_EQ(Slots(log.QuaryKvdbLog()), "1 2 ") << "who asks is shown what was stored";
   EXPECT_EQ(Fake().store[kKey], stored);
   EXPECT_EQ(log.AddKvdbLog(Record(3)), 1);
   EXPECT_EQ(Slots(log.QuaryKvdbLog()), "1 2 3 ") << "what was made meanwhile joins what was stored";

@@ -143,6 +143,11 @@ void KvdbLog::Flush() {
   }
 }
 
+Json::Value& KvdbLog::QuaryKvdbLog() {
+  if (!loaded_ && !key_.empty()) Load();
+  return document_;
+}
+
 int KvdbLog::Save() {
   if (!loaded_ && !Load()) return 1;
   unsaved_ = false;

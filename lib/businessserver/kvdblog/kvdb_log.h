@@ -31,7 +31,8 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
   void Flush();
   static constexpr int kMaxWrites = 32;
 
-  Json::Value& QuaryKvdbLog() { return document_; }
+  // Where the store had not answered yet, it is asked again first.
+  Json::Value& QuaryKvdbLog();
 
   // The library's callback; self is the KvdbLog that reads.
   static void GetKeyCallBack(const char* key, int key_length, const char* value, int value_length, void* self);
@@ -46,7 +47,8 @@ class KvdbLog : public boost::enable_shared_from_this<KvdbLog> {
 
   Json::Value document_;
   std::string key_;
-  bool loaded_ = false;  // the store has answered once; until then nothing is written, and a write asks it again first
+  bool loaded_ =
+      false;  // the store has answered once; until then nothing is written, and a write or a query asks it again
   bool unsaved_ = false;
   int writes_left_ = kMaxWrites;
 };
