@@ -20,6 +20,7 @@ if(TARGET parkctl)
   install(FILES ${CMAKE_CURRENT_LIST_DIR}/parkctl.bash-completion
           DESTINATION share/bash-completion/completions RENAME parkctl)
 endif()
+install(TARGETS store_records DESTINATION lib/business-server)
 # The relay to a site: not enabled until somebody puts the device into one.
 if(TARGET park_relay)
   install(TARGETS park_relay DESTINATION bin)

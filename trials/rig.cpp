@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 
 #include "build_identity/build.h"
 #include "protocol/commands.h"
@@ -89,19 +90,18 @@ void Rig::Received(const desk::BusMessage& message) {
 Milliseconds Rig::Await(const std::string& command, const std::string& body, Milliseconds limit, std::string* reply) {
   const auto start = Loop::Clock::now();
   const auto passed = [&] { return std::chrono::duration_cast<Milliseconds>(Loop::Clock::now() - start); };
-  const auto done = std::make_shared<bool>(false);
-  while (!*done && passed() < limit) {
+  // An answer to an earlier question counts as well: on a busy machine each may come later than the next is asked.
+  const auto good = std::make_shared<std::optional<std::string>>();
+  while (!*good && passed() < limit) {
     const auto heard_of = std::make_shared<bool>(false);
-    const auto text = std::make_shared<std::string>();
     Send(command, body, [=](int state, const std::string& payload) {
       *heard_of = true;
-      *done = *done || state == bs::kAllDone.state;
-      *text = payload;
+      if (state == bs::kAllDone.state) *good = payload;
     });
-    loop.RunUntil([&] { return *heard_of; }, std::min(kPatience, limit - passed()));
-    if (*done && reply != nullptr) *reply = *text;
-    if (!*done) loop.RunFor(Milliseconds(10));
+    loop.RunUntil([&] { return *heard_of || *good; }, std::min(kPatience, limit - passed()));
+    if (!*good) loop.RunFor(Milliseconds(10));
   }
+  if (*good && reply != nullptr) *reply = **good;
   return std::min(passed(), limit);
 }
 

@@ -132,7 +132,8 @@ class Store {
   Store(const trials::Programs& programs, fs::path recorded)
       : recorded_(std::move(recorded)),
         device_(loop_, {directory_.path, programs.daemon, programs.packaging, true}),
-        repair_("sh " + fs::absolute(programs.packaging).string() + "/store-repair " + device_.StoreDirectory() + " >" +
+        repair_("PATH=" + fs::absolute(programs.daemon).parent_path().string() + ":$PATH sh " +
+                fs::absolute(programs.packaging).string() + "/store-repair " + device_.StoreDirectory() + " >" +
                 directory_.path.string() + "/repair.log 2>&1") {
     std::string problem;
     device_.MakeFiles(problem);
@@ -170,12 +171,16 @@ class Store {
   // As the unit does it, and once more when it fails, as the supervisor does.
   bool StartAndRead(Documents& documents) {
     bool runs = false;
+    problem_ = "the repair fails";
     for (int attempt = 0; attempt < 2 && !runs; ++attempt) {
       runs = system(repair_.c_str()) == 0 && device_.StartAndAwait(device_.store, problem_);
     }
     if (!runs) return false;
     desk::StoreClient client;
-    if (!client.Ping()) return false;
+    if (!loop_.RunUntil([&] { return client.Ping(); }, trials::kReturnLimit)) {
+      problem_ = "it does not answer";
+      return false;
+    }
     for (const auto& [key, value] : all_) {
       std::string text;
       if (client.Get(key, text)) documents[key] = text;
