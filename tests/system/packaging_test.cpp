@@ -214,7 +214,7 @@ TEST_F(InstalledDevice, TakesBackWhatTheConsoleTriesAlsoAfterARestart) {
   };
   const auto answers = [&] { return ask("front_end", R"({"type":"get_change"})").find("200") != std::string::npos; };
   const auto position = [&] {
-    return Shell(BINARY_DIRECTORY "/parkctl store get bus_dev_pos").output.find("3") != std::string::npos;
+    return Shell(BINARY_DIRECTORY "/parkctl store get bus_dev_pos").output.find('3') != std::string::npos;
   };
   constexpr char kTry[] = R"({"type":"try_change","body":{"id":"page-1","seconds":3600,"changes":)"
                           R"([{"type":"set_dev_pos","body":{"pos":3}}]}})";
