@@ -207,13 +207,16 @@ class Store {
     for (size_t count = whole; count < records_.size(); ++count) {
       if (documents == After(records_, count)) return kOutcomes[1];
     }
-    // The file has no checksums: a bit within a text goes by.
+    // The file has no checksums: a bit within a text goes by, and one in a length can join a text with what follows it.
     if (!damage.flips || whole == records_.size()) return std::nullopt;
-    for (const auto& [key, value] : all_) {
-      const auto found = documents.find(key);
-      if (key != records_[whole].key && (found == documents.end() || found->second != value)) return std::nullopt;
+    const auto without_its_own = [&](Documents from) {
+      from.erase(records_[whole].key);
+      return from;
+    };
+    for (size_t count = whole; count <= records_.size(); ++count) {
+      if (without_its_own(documents) == without_its_own(After(records_, count))) return kOutcomes[2];
     }
-    return kOutcomes[2];
+    return std::nullopt;
   }
 
   std::string Difference(const Documents& documents) const {
