@@ -113,7 +113,8 @@ export class App {
     void this.link.publish(`park/nobody/reply/${this.link.replyName}`, "").then(() => settling.acknowledged());
     this.settle();
     this.link.subscribe([...kOwnTopics, `reply/${this.link.replyName}`]);
-    if (this.kind !== "site") setTimeout(() => void this.lookAround(), this.route.view === "own" ? 0 : kLookAroundMs);
+    if (this.site === undefined)
+      setTimeout(() => void this.lookAround(), this.route.view === "own" ? 0 : kLookAroundMs);
     if (this.site !== undefined) void this.askRights(this.site.name);
     this.page?.again();
     this.show(true);
@@ -123,7 +124,6 @@ export class App {
     this.now(); // the clock takes the time up to here
     this.connection = "down";
     this.settling = undefined;
-    this.asOf = new Date().toLocaleString("en-GB");
     this.requests.down();
     this.show(true);
   }
@@ -136,7 +136,7 @@ export class App {
 
   /** Nothing of a site was heard: is this a device's own broker? */
   private async lookAround(): Promise<void> {
-    if (this.kind === "site" || this.connection !== "up") return;
+    if (this.site !== undefined || this.connection !== "up") return;
     const answer = await this.requests.ask(kOwnRequests, { type: "get_frame_status" });
     if (this.site !== undefined || answer.kind === "down") return; // a site was heard meanwhile
     if (answer.kind === "answer") {
@@ -177,9 +177,10 @@ export class App {
   }
 
   private message({ topic, bytes, kept, correlation }: Message): void {
+    this.asOf = new Date().toLocaleString("en-GB");
     if (correlation !== undefined && /(^|\/)reply\//.test(topic)) {
-      this.requests.take(correlation, bytes);
-      if (this.kind === "device") this.own.heard(this.now());
+      const asked = this.requests.take(correlation, bytes);
+      if (asked === kOwnRequests) this.own.heard(this.now()); // its daemon, and nobody else, answers these
       return;
     }
     if (kept) this.settling?.kept(this.monotonic());
@@ -187,7 +188,7 @@ export class App {
     if (about !== undefined) {
       this.siteOf(about.site).take({ topic: about, payload: new TextDecoder().decode(bytes), kept }, this.now());
     } else if (kOwnTopics.includes(topic)) {
-      if (this.kind === "unknown") this.isDevice();
+      if (this.site === undefined && this.kind !== "device") this.isDevice();
       this.own.take(topic, bytes, this.now());
       if (this.kind === "device") this.page?.status.heard(this.own);
     }
@@ -211,6 +212,7 @@ export class App {
 
   chooseSite(name: string): void {
     this.site = this.sites.get(name);
+    this.hour.clear();
     this.rights = noRights();
     this.page = undefined;
     this.openPage();

@@ -1,14 +1,14 @@
 // What the page holds about the one device that somebody looks at.
 import { Settings } from "./ask/settings";
 import { Status } from "./ask/status";
-import type { Requests } from "./ask/requests";
+import type { Requests, Target } from "./ask/requests";
 import { kGroups } from "./contract/commands";
 import { contract } from "./contract/data";
 
 const kRemoteTimeoutMs = 8000; // the relay itself waits 5 s
 const kOwnTimeoutMs = 5000;
-export const kOwnRequests = { topic: "BUS_REQUEST_MESSAGE", timeoutMs: kOwnTimeoutMs };
-const kOwnChanges = { topic: "CHANGE_REQUEST_MESSAGE", timeoutMs: kOwnTimeoutMs };
+export const kOwnRequests: Target = { topic: "BUS_REQUEST_MESSAGE", device: "own", timeoutMs: kOwnTimeoutMs };
+const kOwnChanges: Target = { topic: "CHANGE_REQUEST_MESSAGE", device: "own", timeoutMs: kOwnTimeoutMs };
 
 export interface PageNeeds {
   requests: Requests;

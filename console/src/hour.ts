@@ -11,6 +11,12 @@ export class Hour implements PlotSource {
     if (this.history.sample(free, performance.now())) this.redraw();
   }
 
+  /** Another site's line begins. */
+  clear(): void {
+    this.history.clear();
+    this.redraw();
+  }
+
   redraw(): void {
     for (const listener of this.listeners) listener();
   }

@@ -22,19 +22,22 @@ function write(key: string, value: string | null): void {
 }
 
 export class Preferences {
+  private theme = read(kTheme); // in a browser that keeps nothing, too
+
   get dark(): boolean {
-    const chosen = read(kTheme);
+    const chosen = this.theme;
     return chosen === null ? matchMedia("(prefers-color-scheme: dark)").matches : chosen === "dark";
   }
 
   set dark(dark: boolean) {
-    write(kTheme, dark ? "dark" : "light");
+    this.theme = dark ? "dark" : "light";
+    write(kTheme, this.theme);
     this.show();
   }
 
   /** Without a choice the page goes with the browser. */
   show(): void {
-    const chosen = read(kTheme);
+    const chosen = this.theme;
     if (chosen !== null) document.documentElement.dataset.theme = chosen;
   }
 

@@ -41,7 +41,8 @@ export class Plans {
 
   isEdited(device: string): boolean {
     const draft = this.drafts.get(device);
-    return draft !== undefined && canonical(draft) !== canonical(this.devices().get(device)?.plan);
+    const kept = this.devices().get(device);
+    return draft !== undefined && (kept?.planFault !== undefined || canonical(draft) !== canonical(kept?.plan));
   }
 
   edit(device: string, change: Partial<Plan>): void {
@@ -93,6 +94,9 @@ export class Plans {
       const line = (what: string, from: string, to: string): void => {
         if (from !== to) lines.push(`${what}: ${from} → ${to}`);
       };
+      const { planFault } = this.devices().get(device) ?? {};
+      if (planFault !== undefined) lines.push(`the plan that the hub has is replaced: ${planFault}`);
+      for (const member of before.strange ?? []) lines.push(`${member}: is taken out`);
       line("name", before.name || device, after.name || device);
       line("zone", before.zone || "none", after.zone);
       for (const direction of kDirections)

@@ -8,6 +8,7 @@ const kWaitingMax = 64;
 /** Where a device is asked. */
 export interface Target {
   topic: string;
+  device?: string; // where one device has several topics: what they have in common
   timeoutMs: number;
 }
 
@@ -27,6 +28,8 @@ export interface Outside {
   publish(topic: string, payload: string, correlation: number): Promise<Delivery>;
   after(ms: number, what: () => void): () => void; // returns what cancels it
 }
+
+const deviceOf = ({ topic, device }: Target): string => device ?? topic;
 
 interface Open {
   target: Target;
@@ -61,14 +64,14 @@ export class Requests {
     });
   }
 
-  openAt(topic: string): number {
-    return [...this.open.values()].filter((open) => open.target.topic === topic).length;
+  openAt(device: string): number {
+    return [...this.open.values()].filter((open) => deviceOf(open.target) === device).length;
   }
 
   private start(): void {
     const blocked: Waiting[] = [];
     for (const waiting of this.waiting) {
-      if (this.openAt(waiting.target.topic) >= kOpenMax) blocked.push(waiting);
+      if (this.openAt(deviceOf(waiting.target)) >= kOpenMax) blocked.push(waiting);
       else void this.send(waiting);
     }
     this.waiting = blocked;
@@ -95,20 +98,22 @@ export class Requests {
     this.start();
   }
 
-  /** An answer has come. */
-  take(correlation: number, bytes: Uint8Array): void {
-    if (!this.open.has(correlation)) {
+  /** An answer has come. Returns who was asked, as long as that is still known. */
+  take(correlation: number, bytes: Uint8Array): Target | undefined {
+    const target = this.open.get(correlation)?.target;
+    if (target === undefined) {
       this.late.get(correlation)?.();
       this.late.delete(correlation);
-      return;
+      return undefined;
     }
     const document = parseObject(new TextDecoder().decode(bytes));
     if (document === undefined || typeof document.state !== "number") {
       this.finish(correlation, { kind: "bytes", bytes });
-      return;
+      return target;
     }
     const error = typeof document.error_msg === "string" ? document.error_msg : "";
     this.finish(correlation, { kind: "answer", state: document.state, error, body: document.body });
+    return target;
   }
 
   /** The connection is gone: nothing that is open will be answered. */

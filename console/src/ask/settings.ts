@@ -3,12 +3,13 @@ import type { Command } from "../contract/commands";
 import { differences, withValue, type Difference, type Path } from "../contract/edit";
 import type { Contract } from "../contract/schema";
 import { isObject, type Json, type JsonObject } from "../model/documents";
-import { fail, holdsNoPromise, newForm, recheck, type Form, type Phase } from "./form_state";
+import { fail, holdsNoPromise, newForm, recheck, type Form, type Phase, type Result } from "./form_state";
 import { answerSentence, type Answer, type Requests, type Target } from "./requests";
 
 const kDone = 200;
 const kNoSuchChange = 404;
 export const kTrySeconds = 60;
+const kLookAgainMs = 5000;
 const kReadersMax = 4; // leaves half of what may be open at a device to others
 
 /** How a device is asked, and how it is asked to take changes back. */
@@ -23,6 +24,8 @@ export interface Way {
 export class Settings {
   readonly forms: Form[];
   waiting: { id: string; until: number } | undefined; // a change that somebody else, or this page before, has tried
+  decision: Result | undefined; // what became of keeping it or taking it back
+  private lookAgain: { at: number; until: number } | undefined; // a try whose answer did not come
 
   constructor(
     private readonly way: Way,
@@ -162,7 +165,9 @@ export class Settings {
         form.result.sentence = "The device stored it. Keep it, or it goes back by itself.";
       else if (form.result !== undefined) form.result.sentence += " Unless it is kept, it goes back by itself.";
     } else {
-      fail(form, `Not set. ${answerSentence(answer)}`);
+      const unsure = answer.kind === "late" || answer.kind === "down";
+      if (unsure) this.lookAgain = { at: this.way.now() + kLookAgainMs, until: asked + kTrySeconds * 1000 };
+      fail(form, `${unsure ? "It is not known whether it was set." : "Not set."} ${answerSentence(answer)}`);
       await this.lookForChange();
     }
   }
@@ -209,6 +214,11 @@ export class Settings {
   tick(): void {
     const now = this.way.now();
     if (this.waiting !== undefined && now > this.waiting.until) this.waiting = undefined;
+    if (this.lookAgain !== undefined && now > this.lookAgain.until) this.lookAgain = undefined;
+    if (this.lookAgain !== undefined && this.waiting === undefined && now > this.lookAgain.at) {
+      this.lookAgain.at = now + kLookAgainMs;
+      void this.lookForChange();
+    }
     for (const form of this.forms) {
       if (form.keep === undefined || form.phase !== "keep" || now < form.keep.until + 1000) continue;
       this.work(form, "Its time is over; reading what the device has now ...");
@@ -230,10 +240,17 @@ export class Settings {
 
   async decide(type: "keep_change" | "undo_change"): Promise<void> {
     if (this.waiting === undefined) return;
+    this.decision = { state: "working", sentence: type === "keep_change" ? "Keeping it ..." : "Taking it back ..." };
+    this.way.changed();
     const answer = await this.askChange(type, { id: this.waiting.id });
-    if (answer.kind === "answer" && answer.state === kNoSuchChange) this.waiting = undefined;
-    if (answer.kind === "answer" && answer.state === kDone) {
+    const done = answer.kind === "answer" && answer.state === kDone;
+    const gone = answer.kind === "answer" && answer.state === kNoSuchChange;
+    this.decision = done
+      ? { state: "done", sentence: type === "keep_change" ? "Kept: the change stays." : "Taken back." }
+      : { state: "failed", sentence: answerSentence(answer) };
+    if (done || gone) {
       this.waiting = undefined;
+      this.lookAgain = undefined;
       for (const form of this.forms) if (form.command.guarded === true) await this.read(form);
     }
     this.way.changed();

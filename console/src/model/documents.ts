@@ -15,6 +15,7 @@ export interface Plan {
   name: string; // "" where the plan names nobody
   zone: string;
   shows: Shows;
+  strange?: string[]; // members of a newer version, which a new plan would lack
 }
 
 export interface Counts {
@@ -80,7 +81,8 @@ export function readPlan(document: Json | undefined): Plan | string {
     }
     shows[direction] = zones;
   }
-  return { name: text(document.name), zone: document.zone, shows };
+  const strange = Object.keys(document).filter((member) => !["name", "zone", "shows"].includes(member));
+  return { name: text(document.name), zone: document.zone, shows, ...(strange.length > 0 ? { strange } : {}) };
 }
 
 /** The document of a plan, without what is empty. */

@@ -1,11 +1,11 @@
 // The last hour of free spaces, one sample every ten seconds, by the clock that only goes forward.
 
 const kStepMs = 10_000;
-const kSamples = 360;
+const kHourMs = 3_600_000;
 
 export class History {
-  private readonly at: number[] = [];
-  private readonly free: (number | null)[] = [];
+  private at: number[] = [];
+  private free: (number | null)[] = [];
 
   /** Takes a sample when one is due. null: nothing is known, the line has a gap. */
   sample(free: number | null, now: number): boolean {
@@ -13,11 +13,15 @@ export class History {
     if (last !== undefined && now - last < kStepMs) return false;
     this.at.push(now);
     this.free.push(free);
-    if (this.at.length > kSamples) {
-      this.at.shift();
-      this.free.shift();
-    }
+    const old = this.at.findIndex((at) => now - at <= kHourMs); // a hidden page takes fewer samples
+    this.at = this.at.slice(old);
+    this.free = this.free.slice(old);
     return true;
+  }
+
+  clear(): void {
+    this.at = [];
+    this.free = [];
   }
 
   /** Minutes before now (negative) and the free spaces then. */

@@ -22,11 +22,11 @@ const idOf = (editor: Editor, path: Path): string => `${editor.form.command.comm
 
 export function faultAt(editor: Editor, path: Path): Element_ | false {
   const place = fullPath(path);
-  const fault = editor.form.faults.find((one) => one.path === place);
+  const faults = editor.form.faults.filter((one) => one.path === place).map((one) => one.words);
   editor.told.add(place);
   return (
-    fault !== undefined &&
-    h("span", { class: "fault", "data-fault": place, id: `${idOf(editor, path)}-fault` }, fault.words)
+    faults.length > 0 &&
+    h("span", { class: "fault", "data-fault": place, id: `${idOf(editor, path)}-fault` }, faults.join("; "))
   );
 }
 

@@ -14,12 +14,23 @@ import { planForm } from "./plan_form";
 
 export function deviceView(app: App): Element_ {
   const page = app.page;
-  if (page === undefined) return note("info", "Waiting for the connection ...");
+  if (page === undefined)
+    return note(
+      "info",
+      app.connection === "up" ? "No device of this name is known here." : "Waiting for the connection ...",
+    );
   return h(
     "div",
     { class: "device", key: page.name },
     head(app, page),
-    h("div", { class: "cards" }, lamp(page), directions(app, page), frames(page), log(app, page)),
+    h(
+      "div",
+      { class: "cards" },
+      lamp(page),
+      directions(app, page),
+      frames(page, app.kind === "device" && app.own.halted),
+      log(app, page),
+    ),
     app.kind === "site" && planForm(app, page.name),
     settingsView(app, page),
   );
@@ -178,7 +189,7 @@ function directions(app: App, page: DevicePage): Element_ {
   );
 }
 
-function frames(page: DevicePage): Element_ {
+function frames(page: DevicePage, halted: boolean): Element_ {
   const stored = (command: string): Record<string, never> | undefined =>
     page.settings.form(command)?.stored as Record<string, never> | undefined;
   const list = outgoingFrames({
@@ -193,11 +204,13 @@ function frames(page: DevicePage): Element_ {
   return card(
     "On the serial line",
     { "data-field": "frames" },
-    list === undefined
-      ? h("p", { class: "quiet" }, "Not known: its settings were not read.")
-      : list.length === 0
-        ? h("p", {}, "Nothing goes out.")
-        : h("ul", { class: "plain" }, lines),
+    halted
+      ? h("p", {}, "Nothing goes out: its output is halted.")
+      : list === undefined
+        ? h("p", { class: "quiet" }, "Not known: its settings were not read.")
+        : list.length === 0
+          ? h("p", {}, "Nothing goes out.")
+          : h("ul", { class: "plain" }, lines),
   );
 }
 

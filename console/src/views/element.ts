@@ -99,6 +99,8 @@ export function patch(parent: Node, wanted: Child[]): void {
     const key = shown.get(node)?.attributes.key;
     if (key !== undefined) keyed.set(key, node);
   }
+  const stay = new Set(wanted.map(keyOf));
+  for (const [key, node] of keyed) if (!stay.has(key)) takeOut(node); // first: what is moved loses the focus
   let at: ChildNode | null = parent.firstChild;
   for (const next of wanted) {
     const key = keyOf(next);
@@ -118,7 +120,11 @@ export function patch(parent: Node, wanted: Child[]): void {
   while (at !== null) {
     const gone: ChildNode = at;
     at = gone.nextSibling;
-    dispose(gone);
-    gone.remove();
+    takeOut(gone);
   }
+}
+
+function takeOut(gone: ChildNode): void {
+  dispose(gone);
+  gone.remove();
 }

@@ -135,6 +135,7 @@ function devicesCard(app: App, blocked: string): Element_ {
 
 function planRow(app: App, name: string, choose: (names: string[], chosen: boolean) => void): Element_ {
   const plan = app.plans.plan(name);
+  const fault = app.site?.devices.get(name)?.planFault;
   const zones = (direction: Direction): Element_ => h("td", {}, printable(plan.shows[direction].join(", ")));
   return h(
     "tr",
@@ -151,7 +152,12 @@ function planRow(app: App, name: string, choose: (names: string[], chosen: boole
     ),
     h("td", {}, h("a", { href: deviceAddress(name) }, name)),
     h("td", {}, printable(plan.name)),
-    h("td", {}, plan.zone || h("span", { class: "quiet" }, "none")),
+    h(
+      "td",
+      {},
+      plan.zone || h("span", { class: "quiet" }, "none"),
+      fault !== undefined && h("span", { class: "fault" }, ` unreadable: ${fault}`),
+    ),
     kDirections.map(zones),
   );
 }

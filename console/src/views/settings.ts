@@ -41,7 +41,15 @@ export function settingsView(app: App, page: DevicePage): Element_ {
 
 /** A change that was tried before this page was opened. */
 function waiting(app: App, { settings }: DevicePage): Element_ | false {
-  if (settings.waiting === undefined) return false;
+  const { decision } = settings;
+  const told =
+    decision !== undefined &&
+    h(
+      "p",
+      { class: "result", role: "status", "data-field": "result", "data-state": decision.state },
+      decision.sentence,
+    );
+  if (settings.waiting === undefined) return told;
   const left = Math.max(0, Math.ceil((settings.waiting.until - app.monotonic()) / 1000));
   return h(
     "div",
@@ -53,5 +61,6 @@ function waiting(app: App, { settings }: DevicePage): Element_ | false {
       button(`Keep it (${left} s)`, () => void settings.decide("keep_change"), { action: "keep", main: true }),
       button("Take it back now", () => void settings.decide("undo_change"), { action: "undo" }),
     ),
+    told,
   );
 }

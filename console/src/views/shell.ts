@@ -80,7 +80,7 @@ function connection(app: App): Element_ {
 function banner(app: App): Element_ | false {
   if (app.connection === "up") return false;
   const asOf = h("time", { "data-field": "as-of" }, app.asOf);
-  if (app.connection === "login") return app.wasUp && note("warning", "These are the values of ", asOf, ".");
+  if (app.connection === "login") return note(app.wasUp ? "warning" : "info", "Values: ", asOf, ".");
   return app.wasUp
     ? note("warning", "The connection is away and is tried again by itself. These are the values of ", asOf, ".")
     : note("info", "Connecting to the broker. Values: ", asOf, ".");

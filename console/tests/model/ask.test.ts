@@ -244,4 +244,10 @@ test("where nobody can take a change back it is not set, and may be set without"
   waits.answers.set("get_change", { state: 200, error_msg: "", body: { id: "theirs", seconds_left: 20 } });
   assert.match((await tried(waits)).result?.sentence ?? "", /Another change/);
   assert.equal(waits.settings.waiting?.id, "theirs");
+  waits.answers.set("keep_change", { state: 504, error_msg: "the device does not answer" });
+  await waits.run(waits.settings.decide("keep_change"));
+  assert.deepEqual([waits.settings.decision?.state, waits.settings.waiting?.id], ["failed", "theirs"]);
+  waits.answers.delete("keep_change");
+  await waits.run(waits.settings.decide("keep_change"));
+  assert.deepEqual([waits.settings.decision?.state, waits.settings.waiting], ["done", undefined]);
 });

@@ -1,6 +1,7 @@
 import assert from "node:assert/strict";
 import { test } from "node:test";
 import { ListeningClock } from "../../src/model/clock";
+import { History } from "../../src/model/history";
 import { parseTopic } from "../../src/model/names";
 import { overviewOf, pick, type DeviceRow } from "../../src/model/overview";
 import { Site } from "../../src/model/site";
@@ -193,4 +194,10 @@ test("the clock goes only while the page listens", () => {
   ];
   for (const [monotonic, listening, time] of steps)
     assert.equal(clock.now(monotonic, listening), time, String(monotonic));
+});
+
+test("the plot's hour is an hour, however seldom it was sampled", () => {
+  const history = new History();
+  for (let minute = 0; minute <= 200; ++minute) history.sample(minute, minute * 60_000);
+  assert.deepEqual([history.series(200 * 60_000)[0][0], history.series(200 * 60_000)[0].length], [-60, 61]);
 });

@@ -226,6 +226,11 @@ test("plans are checked before they are sent", () => {
   plans.apply(["c"]);
   assert.equal(plans.result?.state, "failed");
   plans.discard();
+  Object.assign(site.devices.get("c") ?? {}, { planFault: "the plan is no JSON object" });
+  plans.edit("c", { zone: "L1/C" });
+  assert.deepEqual(plans.edited(), ["c"], "the last good plan is sent in place of one that cannot be read");
+  assert.match(plans.changes(["c"])[0]?.lines[0] ?? "", /replaced: the plan is no JSON object/);
+  plans.discard();
   assert.deepEqual(plans.takeFile('{"site":"garage","devices":{"a":{"zone":7}}}').length, 1);
   assert.deepEqual(plans.edited(), []);
   assert.deepEqual(plans.takeFile('{"site":"garage","devices":{"a":{"zone":"L2"}}}'), []);
