@@ -3,6 +3,7 @@
 #include <json/writer.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "protocol/commands.h"
 #include "protocol/json_text.h"
@@ -148,7 +149,7 @@ void ChangeGuard::Try(uint64_t token, const Json::Value& body, Milliseconds now)
   changes_ = std::move(changes);
   try_token_ = token;
   end_token_ = 0;
-  outcome_ = {};
+  outcome_ = left_ = {};
   keeps_ = false;
   set_ = 0;
   Begin(Phase::kReading, now);
@@ -173,6 +174,7 @@ std::optional<std::string> ChangeGuard::ReadChanges(const Json::Value& list, std
 }
 
 void ChangeGuard::Extend(uint64_t token, int seconds, Milliseconds now) {
+  before_extension_ = {seconds_, deadline_};
   seconds_ = seconds;
   deadline_ = now + static_cast<Milliseconds>(seconds) * 1000;
   try_token_ = token;
@@ -427,6 +429,7 @@ void ChangeGuard::TakenBack(const Outcome& outcome, const Json::Value& body, Mil
     said_ = true;
     if (IsAway(outcome.state) || ++refusals_ < kMostRefusals) return;  // again, when patience is over
     wishes_.push_back(Say{kError, change.type + " is not set back: " + reason});
+    outcome_ = left_ = {kLeftAsTried, change.type + " is not set back: " + reason};
   }
   --at_;
   refusals_ = 0;
@@ -445,13 +448,20 @@ void ChangeGuard::Stored(bool done, Milliseconds now) {
       }
       return;
     case Phase::kMarking:
-      if (!done) {
-        outcome_ = {503, "the store does not answer"};
+      if (!done && !before_extension_) {
+        outcome_ = {kNoStore, "the store does not answer"};
         GoBack(now);
         return;
       }
       phase_ = Phase::kWaiting;
       patience_ = kNever;
+      if (!done) {
+        std::tie(seconds_, deadline_) = *before_extension_;
+        before_extension_.reset();
+        Reply(std::exchange(try_token_, 0), kTryChange, {kNoStore, "the store does not answer"});
+        return;
+      }
+      before_extension_.reset();
       Reply(std::exchange(try_token_, 0), kTryChange, {}, Summary());
       wishes_.push_back(Say{kInfo, "the change " + id_ + " is tried for " + std::to_string(seconds_) + " s"});
       return;
@@ -477,7 +487,8 @@ void ChangeGuard::End() {
   Json::Value body;
   body["id"] = id_;
   if (try_token_ != 0) Reply(std::exchange(try_token_, 0), kTryChange, outcome_, body);
-  if (end_token_ != 0) Reply(std::exchange(end_token_, 0), end_type_, {}, body);
+  if (end_token_ != 0) Reply(std::exchange(end_token_, 0), end_type_, left_, body);
+  left_ = {};
   changes_.clear();
 }
 

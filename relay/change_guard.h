@@ -29,6 +29,7 @@ inline constexpr char kUndoChange[] = "undo_change";
 inline constexpr char kGetChange[] = "get_change";
 inline constexpr char kGetRelayCfg[] = "get_relay_cfg";
 inline constexpr char kSetRelayCfg[] = "set_relay_cfg";
+inline constexpr int kLeftAsTried = 500;  // the state of a reply: something of what was tried could not be set back
 
 // Where what is to be set back stands in the device's store: of a change that came from the site, guarded by the relay,
 // and of one that was made on the device itself, guarded there.
@@ -154,8 +155,10 @@ class ChangeGuard {
   std::string refusal_;    // of the latest setting back
   bool compares_ = false;  // whether anything is left to set back
   bool said_ = false;
-  bool keeps_ = false;              // the text is erased because the change is kept
-  Outcome outcome_;                 // of the try
+  bool keeps_ = false;                                            // the text is erased because the change is kept
+  std::optional<std::pair<int, Milliseconds>> before_extension_;  // seconds and deadline
+  Outcome outcome_;                                               // of the try
+  Outcome left_;                    // of setting back: what stays as it was tried, if anything
   Milliseconds deadline_ = kNever;  // when it goes back
   Milliseconds patience_ = kNever;  // of the question under way, or of the pause before the next
   uint64_t try_token_ = 0;

@@ -140,6 +140,9 @@ TEST_F(RelayChanges, OneAtATimeAndTheSameOneAgainIsLonger) {
   EXPECT_EQ(Try(Two(), 30), "200 All done");
   EXPECT_EQ(reply_["body"]["stored"].size(), 2U);
   EXPECT_EQ(Sets(), "");
+  change_.found = Found::kUnreachable;
+  EXPECT_EQ(Try(Two(), 60), "503 the store does not answer");  // as long as it was, then
+  change_.found = Found::kYes;
   Wait(29000);
   EXPECT_EQ(Held(), after_);
   Wait(1000);
@@ -193,6 +196,16 @@ TEST_F(RelayChanges, WhatFailsOnTheWayLeavesNothing) {
   Wait(6000);
   EXPECT_EQ(Reply(), "200 All done");
   EXPECT_EQ(Held(), before_);
+
+  // Not to be had back at all: said as it is, the other document goes back all the same.
+  Try(Two());
+  refuses_ = "set_dev_pos";
+  Request(R"({"type": "undo_change", "body": {"id": "x-1"}})");
+  Wait(120000);
+  EXPECT_EQ(Reply(), "500 set_dev_pos is not set back: set error");
+  EXPECT_EQ(Held(), R"({"baudrate":9600}{"pos":2})");
+  refuses_ = "";
+  documents_["dev_pos"] = Value(R"({"pos": 1})");
 
   change_.found = Found::kUnreachable;
   Sets();

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <thread>
@@ -16,6 +15,7 @@
 #include "plain_words.h"
 #include "protocol/names.h"
 #include "relay/change_guard.h"
+#include "whole_file.h"
 
 namespace parkctl {
 
@@ -81,6 +81,12 @@ void LeaveIdentityOut(const Configuration& held, Configuration& wanted) {
   if (names.empty()) return;
   Note("left out, for they are who " + words::Printable(wanted.device) + " is: " + names +
        ". --replace sets them too, where this device takes its place");
+}
+
+// A beacon module that does not answer leaves an empty identity in the store, which no command sets.
+bool HasNoIdentity(const config::Document& document) {
+  return document.part->name == kIdentity[0] && document.value.isObject() &&
+         document.value[bs::kUuid] == Json::Value("");
 }
 
 bool Agrees() {
@@ -200,8 +206,7 @@ int SetAll(ConfigDevice& device, const ConfigState& state, const std::vector<Cha
         status = kRefused;
         break;
       case Step::kChangedMeanwhile:
-        state.EndRun(false);
-        return kRefused;
+        return kRefused;  // the next run names what is left
       case Step::kNoAnswer:
         Note("ended half way: the next apply says what is left, and sets it");
         return kNoAnswer;
@@ -251,9 +256,13 @@ Json::Value TryRequest(const std::string& id, int seconds, const std::vector<Cha
 
 int TellTried(const ConfigDevice& device, const Reply& reply, int seconds) {
   if (!reply.Came()) return device.Explain(reply);
+  if (reply.Away()) {
+    Note(words::Printable(reply.error_msg));
+    return kNoAnswer;
+  }
   if (!reply.Done()) {
     std::cout << "refused, " << reply.state << " " << words::Printable(reply.error_msg)
-              << ": everything is as it was\n";
+              << (reply.state == relay::kLeftAsTried ? "" : ": everything is as it was") << "\n";
     return kRefused;
   }
   for (const Json::Value& stored : reply.body["stored"]) {
@@ -279,6 +288,16 @@ int TryAll(ConfigDevice& device, const ConfigOptions& options, const std::string
   return TellTried(device, device.AskGuard(TryRequest(id, options.confirm_s, changes)), options.confirm_s);
 }
 
+// The change that was tried stays, and with it what an earlier run had left to set.
+void EndTry(ConfigDevice& device) {
+  const ConfigState state(device.FileName());
+  if (!state.alone()) return;
+  if (const std::optional<Configuration> held = device.Read()) {
+    state.SettleTry(*held);
+    state.EndRun(true);
+  }
+}
+
 int RefuseWhileWaiting(const Waiting& waiting) {
   Note("a change waits to be confirmed, " + std::to_string(waiting.seconds_left) +
        " s are left: \"parkctl config confirm\" keeps it, \"parkctl config rollback\" takes it back");
@@ -289,16 +308,21 @@ int RefuseWhileWaiting(const Waiting& waiting) {
 
 int ExportConfiguration(const ConfigOptions& options) {
   ConfigDevice device(options.device);
-  const std::optional<Configuration> held = device.Read();
+  std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
+  std::vector<config::Document>& documents = held->documents;
+  const auto nameless = std::find_if(documents.begin(), documents.end(), HasNoIdentity);
+  if (nameless != documents.end()) {
+    Note(nameless->part->name + " is left out: the beacon module has not said who it is, and the device stored that");
+    documents.erase(nameless);
+  }
   const std::string text = config::FileText(*held);
   if (options.file.empty() || options.file == "-") {
     std::cout << text << std::flush;
     return kDone;
   }
-  std::ofstream file(options.file, std::ios::binary | std::ios::trunc);
-  file << text << std::flush;
-  if (!file) throw UserError("cannot write '" + options.file + "'");
+  if (const std::string problem = WriteWholeFile(options.file, text); !problem.empty())  // it may hold a key
+    throw UserError("cannot write '" + options.file + "': " + problem);
   std::cout << options.file << ": " << held->documents.size() << " documents\n";
   return kDone;
 }
@@ -374,7 +398,12 @@ int ConfirmConfiguration(const ConfigOptions& options) {
   }
   const Reply reply = device.AskGuard(GuardRequest(relay::kKeepChange, waiting.id));
   if (!reply.Came()) return device.Explain(reply);
+  if (reply.Away()) {
+    Note(words::Printable(reply.error_msg));
+    return kNoAnswer;
+  }
   std::cout << (reply.Done() ? "kept" : "not kept: " + words::Printable(reply.error_msg)) << "\n";
+  if (reply.Done()) EndTry(device);
   return reply.Done() ? kDone : kRefused;
 }
 
@@ -385,6 +414,10 @@ int RollBackConfiguration(const ConfigOptions& options) {
   if (!waiting.id.empty()) {
     const Reply reply = device.AskGuard(GuardRequest(relay::kUndoChange, waiting.id));
     if (!reply.Came()) return device.Explain(reply);
+    if (reply.Away()) {
+      Note(words::Printable(reply.error_msg));
+      return kNoAnswer;
+    }
     std::cout << (reply.Done() ? "everything is as it was" : words::Printable(reply.error_msg)) << "\n";
     return reply.Done() ? kDone : kRefused;
   }

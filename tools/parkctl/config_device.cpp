@@ -8,6 +8,7 @@
 #include "change_guard_service.h"
 #include "console.h"
 #include "contract/schemas.h"
+#include "json_words.h"
 #include "kvdb.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
@@ -72,7 +73,7 @@ std::string ConfigDevice::FileName() const {
 Reply ConfigDevice::Ask(const std::string& topic, const Json::Value& request) {
   std::string answer;
   const auto patience = topic == kChangeRequestMessage ? kGuardPatience : kPatience;
-  const std::string text = bs::StyledText(request);
+  const std::string text = words::CompactText(request);  // a device takes 2047 bytes
   if (!link_) link_.emplace(options_.device);
   Outcome outcome = link_->Ask(topic, text, patience, answer);
   if (outcome == Outcome::kNoBroker) {  // given up by the broker while a person thought, or started again
