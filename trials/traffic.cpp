@@ -110,7 +110,7 @@ void Traffic::CheckDocuments(const std::string& after) {
       continue;
     }
     const int number = bs::ParseJson(text, stored) ? stored["n"].asInt() : -1;
-    if (text != document.Text(number)) Breach(name + " is none of the texts that were sent: " + text);
+    if (number < 0 || text != document.Text(number)) Breach(name + " is none of the texts that were sent: " + text);
     if (number < document.acknowledged) {
       Breach(name + " has number " + std::to_string(number) + ", acknowledged was " +
              std::to_string(document.acknowledged));
