@@ -105,7 +105,7 @@ fs::path AppendOnlyFile(const Rig& rig) {
 
 // A power cut in the middle of a write: the file ends in a part of a set that nobody was told of.
 void TearFile(Rig& rig, Traffic& trial, int rounds) {
-  const std::string write = "*4\r\n$4\r\nHSET\r\n$4\r\nkvdb\r\n$19\r\nbus_led_color_value\r\n$9\r\n{\"n\":9999}\r\n";
+  const std::string write = "*4\r\n$4\r\nHSET\r\n$4\r\nkvdb\r\n$19\r\nbus_led_color_value\r\n$10\r\n{\"n\":9999}\r\n";
   Row row{"torn append-only file"};
   for (int round = 0; round < rounds; ++round) {
     trial.RunFor(50);
