@@ -4,15 +4,14 @@
 #include <json/reader.h>
 #include <json/value.h>
 #include <json/writer.h>
-#include <mosquitto.h>
-#include <mqtt_protocol.h>
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <string>
+
+#include "responder.h"
 
 namespace {
 
@@ -48,19 +47,7 @@ std::string AnswerText(const mosquitto_message* message) {
 
 void Answer(mosquitto* client, void*, const mosquitto_message* message, const mosquitto_property* properties) {
   const std::string text = AnswerText(message);
-  char* topic = nullptr;
-  void* tag = nullptr;
-  uint16_t tag_size = 0;
-  mosquitto_property_read_string(properties, MQTT_PROP_RESPONSE_TOPIC, &topic, false);
-  mosquitto_property_read_binary(properties, MQTT_PROP_CORRELATION_DATA, &tag, &tag_size, false);
-  mosquitto_property* answer = nullptr;
-  mosquitto_property_add_binary(&answer, MQTT_PROP_CORRELATION_DATA, tag, tag_size);
-  if (topic != nullptr) {
-    mosquitto_publish_v5(client, nullptr, topic, static_cast<int>(text.size()), text.data(), 0, false, answer);
-  }
-  mosquitto_property_free_all(&answer);
-  free(topic);
-  free(tag);
+  bench::Reply(client, properties, text.data(), static_cast<int>(text.size()));
 }
 
 }  // namespace
@@ -72,12 +59,5 @@ int main(int argc, char** argv) {
   }
   store = redisConnect("127.0.0.1", atoi(argv[2]));
   if (store == nullptr || store->err != 0) return 1;
-  mosquitto_lib_init();
-  mosquitto* const client = mosquitto_new(nullptr, true, nullptr);
-  mosquitto_int_option(client, MOSQ_OPT_PROTOCOL_VERSION, MQTT_PROTOCOL_V5);
-  mosquitto_int_option(client, MOSQ_OPT_TCP_NODELAY, 1);
-  mosquitto_message_v5_callback_set(client, Answer);
-  if (mosquitto_connect(client, "127.0.0.1", atoi(argv[1]), 60) != MOSQ_ERR_SUCCESS) return 1;
-  mosquitto_subscribe(client, nullptr, argv[3], 0);
-  return mosquitto_loop_forever(client, -1, 1);
+  return bench::Serve(atoi(argv[1]), argv[3], Answer);
 }

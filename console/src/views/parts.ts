@@ -1,4 +1,5 @@
 // Small pieces that several views show.
+import type { App } from "../app";
 import type { State } from "../model/state";
 import { h, type Children, type Element_ } from "./element";
 
@@ -78,5 +79,23 @@ export function button(
       onclick: press,
     },
     text,
+  );
+}
+
+/** The field that narrows the lists of devices: by name, plan or zone. */
+export function searchField(app: App): Element_ {
+  return h(
+    "label",
+    { class: "search" },
+    h("span", { class: "quiet" }, "Search"),
+    h("input", {
+      id: "search",
+      type: "search",
+      value: app.question.search,
+      autocomplete: "off",
+      spellcheck: "false",
+      placeholder: "Device, plan or zone",
+      oninput: (event: Event) => app.ask({ search: (event.target as HTMLInputElement).value }),
+    }),
   );
 }

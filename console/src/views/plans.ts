@@ -6,7 +6,7 @@ import { faultText } from "../model/plan_check";
 import { deviceAddress } from "../model/route";
 import { many, printable } from "../words";
 import { h, type Element_ } from "./element";
-import { button, card, note } from "./parts";
+import { button, card, note, searchField } from "./parts";
 import { confirmation, planResult, plansBlocked, zoneNames } from "./plan_form";
 
 const kFaultsMax = 20;
@@ -78,18 +78,7 @@ function devicesCard(app: App, blocked: string): Element_ {
   return card(
     "Devices",
     {},
-    h(
-      "label",
-      { class: "search" },
-      h("span", { class: "quiet" }, "Search"),
-      h("input", {
-        id: "search",
-        type: "search",
-        value: app.question.search,
-        autocomplete: "off",
-        oninput: (event: Event) => app.ask({ search: (event.target as HTMLInputElement).value }),
-      }),
-    ),
+    searchField(app),
     together(app, blocked),
     h(
       "div",

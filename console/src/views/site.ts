@@ -13,7 +13,7 @@ import {
 import { deviceAddress, zoneAddress } from "../model/route";
 import { many } from "../words";
 import { h, type Element_ } from "./element";
-import { bar, card, freeOf, note, stateBadge } from "./parts";
+import { bar, card, freeOf, note, searchField, stateBadge } from "./parts";
 import { plot } from "./plot";
 
 const kOverscan = 12; // rows drawn above and below what can be seen
@@ -97,24 +97,11 @@ function zoneTree(app: App, zones: ZoneRow[], here: string): Element_ {
 }
 
 function toolbar(app: App, found: number): Element_ {
-  const { search, filter, order } = app.question;
+  const { filter, order } = app.question;
   return h(
     "div",
     { class: "toolbar" },
-    h(
-      "label",
-      { class: "search" },
-      h("span", { class: "quiet" }, "Search"),
-      h("input", {
-        id: "search",
-        type: "search",
-        value: search,
-        autocomplete: "off",
-        spellcheck: "false",
-        placeholder: "Device, plan or zone",
-        oninput: (event: Event) => app.ask({ search: (event.target as HTMLInputElement).value }),
-      }),
-    ),
+    searchField(app),
     h(
       "div",
       { class: "choices", role: "group", "aria-label": "Which devices" },
