@@ -110,8 +110,23 @@ class RelayBench : public testing::Test {
     Forget();
     return text;
   }
+  std::string PushedIn(Milliseconds duration) {
+    Advance(duration);
+    return Pushed();
+  }
+  // What the display on the left shows then.
+  std::string LeftIn(Milliseconds duration) {
+    Advance(duration);
+    return Last("push left ").substr(10);
+  }
   void Forget() { wanted_.clear(); }
   std::string Health() const { return Last(std::string("retain ") + kHealthTopic); }
+  // Whether its last word on itself has this part then.
+  testing::AssertionResult HealthHas(const std::string& part, Milliseconds duration = 1000) {
+    Advance(duration);
+    const bool has = Health().find(part) != std::string::npos;
+    return (has ? testing::AssertionSuccess() : testing::AssertionFailure()) << Health();
+  }
 
   struct StoredText {
     Found found;
@@ -162,13 +177,11 @@ class RelayBench : public testing::Test {
       relay_->StoreRead(what.key, stored.found, stored.text, now_);
       return;
     }
-    const bool of_change = what.key == StoreKey::kChange;
-    const auto& kept = of_change ? change_ : store_;
+    const auto& kept = what.key == StoreKey::kChange ? change_ : store_;
     relay_->StoreRead(what.key, kept.found, kept.text, now_);
   }
   void Note(const WriteStore& what) {
-    const bool of_change = what.key == StoreKey::kChange;
-    auto& kept = of_change ? change_ : store_;
+    auto& kept = what.key == StoreKey::kChange ? change_ : store_;
     const bool done = kept.found != Found::kUnreachable;
     if (done) kept = {what.text.empty() ? Found::kNo : Found::kYes, what.text};
     relay_->StoreWritten(what.key, done, now_);
