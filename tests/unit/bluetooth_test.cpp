@@ -26,10 +26,7 @@ struct Identity {
 };
 
 TEST(BeaconText, IdentityReplies) {
-  const struct {
-    const char* name;
-    std::string reply, expected;
-  } rows[] = {
+  const std::tuple<const char*, std::string, std::string> rows[] = {
       {"whole", kIdentity, "four park beacon 101 65534 -55"},
       {"first line only", kUuidLine, "four park beacon 7 8 9"},
       {"an odd digit, then the line ends", "MTD:UID-0x414\nMTD:MAJ-0x1", "A\x04-------------- 1 8 9"},
@@ -40,13 +37,13 @@ TEST(BeaconText, IdentityReplies) {
        "---------------- 9029 65535 2147483647"},
       {"power is no number", "MTD:UID-0x\n\n\nMTD:MEA-x", "---------------- 7 8 0"},
   };
-  for (const auto& row : rows) {
+  for (const auto& [name, said, expected] : rows) {
     BeaconText reply;  // a full one has no terminator
-    reply.size = static_cast<int>(row.reply.copy(reply.bytes, sizeof reply.bytes));
+    reply.size = static_cast<int>(said.copy(reply.bytes, sizeof reply.bytes));
     Identity identity;
     ReadIdentity(reply, identity.uuid, &identity.major, &identity.minor, &identity.power);
-    EXPECT_EQ(row.expected, identity.Text()) << row.name;
-    EXPECT_EQ(0, identity.uuid[kBeaconUuidSize]) << row.name;
+    EXPECT_EQ(expected, identity.Text()) << name;
+    EXPECT_EQ(0, identity.uuid[kBeaconUuidSize]) << name;
   }
 }
 
@@ -80,35 +77,35 @@ class BeaconTest : public BoardTest {
 
 using Operation = int (*)(BlueTooth&);
 
+// What a command puts on the line, and what is logged of one that could not be sent.
+const std::tuple<std::string, const char*, Operation> kOnTheLine[] = {
+    {"DTM:UID-0x80FF0020343536373839616263646566\r\n", "2 send tty uuid : DTM:UID|3 SetUUID Send Data failed 0|",
+     [](BlueTooth& b) { return b.SetUUID(kUuid); }},
+    {"DTM:MAJ-0x0065\r\n", "3 SetUUID Send Data failed0|", [](BlueTooth& b) { return b.SetMajor(101); }},
+    {"DTM:MIN-0xFFFE\r\n", "3 SetMinor Send Data failed 0|", [](BlueTooth& b) { return b.SetMinor(65534); }},
+    {"DTM:NAM-01234567890123456789\r\n", "3 devName = DTM:NAM|3 SetName Send Data failed 0|",
+     [](BlueTooth& b) { return b.SetBluetoothName(kLongName, 20); }},
+    {"DTM:INT-330\r\n", "3 SetBroardCastPeriod = DTM:INT|3 SetBroardCastPeriod Send Data failed 0|",
+     [](BlueTooth& b) { return b.SetBroardCastPeriod(330); }},
+    {"DTM:TXP--5\r\n", "3 SetSendPower Send Data failed 0|", [](BlueTooth& b) { return b.SetSendPower(-5); }},
+    {"DTM:MEA--90\r\n", "3 SetTestPower Send Data failed 0|", [](BlueTooth& b) { return b.SetTestPower(-90); }},
+    {"DTM:MEA--20\r\n", "3 SetTestPower Send Data failed 0|", [](BlueTooth& b) { return b.SetTestPower(-20); }},
+    {"DTM:RTC-20240229235958\r\n", "3 SetRTCTime: DTM:RTC|3 SetName Send Data failed 0|",
+     [](BlueTooth& b) { return b.SetRTCTime(kTime); }},
+};
+
 TEST_F(BeaconTest, CommandsOnTheLine) {
-  const struct {
-    std::string bytes;
-    Operation run;
-  } rows[] = {
-      {"DTM:UID-0x80FF0020343536373839616263646566\r\n", [](BlueTooth& b) { return b.SetUUID(kUuid); }},
-      {"DTM:MAJ-0x0065\r\n", [](BlueTooth& b) { return b.SetMajor(101); }},
-      {"DTM:MIN-0xFFFE\r\n", [](BlueTooth& b) { return b.SetMinor(65534); }},
-      {"DTM:NAM-01234567890123456789\r\n", [](BlueTooth& b) { return b.SetBluetoothName(kLongName, 20); }},
-      {"DTM:INT-330\r\n", [](BlueTooth& b) { return b.SetBroardCastPeriod(330); }},
-      {"DTM:TXP--5\r\n", [](BlueTooth& b) { return b.SetSendPower(-5); }},
-      {"DTM:MEA--90\r\n", [](BlueTooth& b) { return b.SetTestPower(-90); }},
-      {"DTM:MEA--20\r\n", [](BlueTooth& b) { return b.SetTestPower(-20); }},
-      {"DTM:RTC-20240229235958\r\n", [](BlueTooth& b) { return b.SetRTCTime(kTime); }},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.bytes);
+  for (const auto& [bytes, unsent, run] : kOnTheLine) {
+    SCOPED_TRACE(bytes);
     Answer({{1, "MTD:OK\r\n"}});
     line_.Say("MTD:ERR stale\r\n");
-    EXPECT_EQ(0, row.run(*beacon_));
-    EXPECT_EQ(row.bytes, line_.Heard(row.bytes.size()));
+    EXPECT_EQ(0, run(*beacon_));
+    EXPECT_EQ(bytes, line_.Heard(bytes.size()));
   }
 }
 
 TEST_F(BeaconTest, RefusedValuesSendNothing) {
-  const struct {
-    const char* text;
-    Operation run;
-  } rows[] = {
+  const std::pair<const char*, Operation> rows[] = {
       {"input arg error!", [](BlueTooth& b) { return b.SetUUID(nullptr); }},
       {"input arg error!", [](BlueTooth& b) { return b.SetBluetoothName(kLongName, 21); }},
       {"input arg error!", [](BlueTooth& b) { return b.SetBluetoothName(kLongName, -1); }},
@@ -119,10 +116,10 @@ TEST_F(BeaconTest, RefusedValuesSendNothing) {
       {"unsupport BroardCastPeriod 300", [](BlueTooth& b) { return b.SetBroardCastPeriod(300); }},
       {"unsupport BroardCastPeriod -4", [](BlueTooth& b) { return b.SetSendPower(-4); }},
   };
-  for (const auto& row : rows) {
+  for (const auto& [text, run] : rows) {
     Fake().log.clear();
-    EXPECT_EQ(-1, row.run(*beacon_)) << row.text;
-    EXPECT_TRUE(Fake().log.size() == 1 && Fake().Logged(3, row.text)) << row.text;
+    EXPECT_EQ(-1, run(*beacon_)) << text;
+    EXPECT_TRUE(Fake().log.size() == 1 && Fake().Logged(3, text)) << text;
   }
   beacon_->SetSendPower(18);
   EXPECT_EQ("DTM:TXP-18\r\n", line_.Heard(12)) << "the first bytes on the line are the first accepted command's";
@@ -130,12 +127,7 @@ TEST_F(BeaconTest, RefusedValuesSendNothing) {
 
 TEST_F(BeaconTest, AcceptedOnlyInTimeAndInOnePiece) {
   const std::string noise(4000, '\xA5');
-  const struct {
-    const char* name;
-    std::map<int, std::string> answers;
-    int result, sleeps;
-    std::string kept;
-  } rows[] = {
+  const std::tuple<const char*, std::map<int, std::string>, int, int, std::string> rows[] = {
       {"at the last poll", {{9, "MTD:OK\r\n"}}, 0, 9, "MTD:OK\r\n"},
       {"after the last poll", {{10, "MTD:OK\r\n"}}, -1, 10, ""},
       {"no line end", {{1, "MTD:OK"}}, 0, 1, "MTD:OK"},
@@ -144,12 +136,12 @@ TEST_F(BeaconTest, AcceptedOnlyInTimeAndInOnePiece) {
       {"after noise", {{1, noise + "MTD:OK\r\n"}}, -1, 10, noise.substr(0, 92) + "MTD:OK\r\n"},
       {"refused, then accepted", {{2, "MTD:ERR\r\n"}, {3, "MTD:OK\r\n"}}, 0, 3, "MTD:OK\r\n\n"},
   };
-  for (const auto& row : rows) {
-    Answer(row.answers);
-    EXPECT_EQ(row.result, beacon_->SetMajor(1)) << row.name;
-    EXPECT_EQ(row.sleeps, sleeps_) << row.name;
+  for (const auto& [name, answers, result, sleeps, kept] : rows) {
+    Answer(answers);
+    EXPECT_EQ(result, beacon_->SetMajor(1)) << name;
+    EXPECT_EQ(sleeps, sleeps_) << name;
     EXPECT_EQ("sleep 5000", Fake().shell.back());
-    EXPECT_TRUE(Fake().Logged(3, "Recv RetBuf : " + row.kept)) << row.name;
+    EXPECT_TRUE(Fake().Logged(3, "Recv RetBuf : " + kept)) << name;
   }
 }
 
@@ -189,33 +181,22 @@ TEST_F(BoardTest, BeaconWithoutAPort) {
   EXPECT_EQ(3u, Register(kPinMux + 0xC0));
   EXPECT_EQ(3u, Register(kPinMux + 0xC8));
   EXPECT_EQ(2, OpenDescriptors("dev/mem")) << "the serial driver's two, none of its own";
-  using B = BlueTooth&;
-  const std::pair<const char*, Operation> rows[] = {
-      {"2 send tty uuid : DTM:UID|3 SetUUID Send Data failed 0|", [](B b) { return b.SetUUID(kUuid); }},
-      {"3 SetUUID Send Data failed0|", [](B b) { return b.SetMajor(1); }},
-      {"3 SetMinor Send Data failed 0|", [](B b) { return b.SetMinor(1); }},
-      {"3 devName = DTM:NAM|3 SetName Send Data failed 0|", [](B b) { return b.SetBluetoothName(kLongName, 1); }},
-      {"3 SetBroardCastPeriod = DTM:INT|3 SetBroardCastPeriod Send Data failed 0|",
-       [](B b) { return b.SetBroardCastPeriod(200); }},
-      {"3 SetSendPower Send Data failed 0|", [](B b) { return b.SetSendPower(0); }},
-      {"3 SetTestPower Send Data failed 0|", [](B b) { return b.SetTestPower(-55); }},
-      {"3 SetRTCTime: DTM:RTC|3 SetName Send Data failed 0|", [](B b) { return b.SetRTCTime(kTime); }},
-      {"3 GetRTCTime: DTM:RTC|3 GetRTCTime Send Data failed 0|",
-       [](B b) {
-         unsigned char time[15];
-         return b.GetRTCTime(time);
-       }},
-      {"3 GetRTCTime Send Data failed 0|", [](B b) { return b.GetDeviceInfo(nullptr, nullptr, nullptr, nullptr); }},
-  };
-  for (const auto& [expected, run] : rows) {
+  const auto check = [&](const char* unsent, Operation run) {
     Fake().log.clear();
-    EXPECT_EQ(-1, run(*beacon)) << expected;
+    EXPECT_EQ(-1, run(*beacon)) << unsent;
     std::string logged;
     for (const auto& [level, source, text] : Fake().log) {
       if (level != 1) logged += std::to_string(level) + " " + text.substr(0, text.find("-")) + "|";
     }
-    EXPECT_EQ(expected, logged);
-  }
+    EXPECT_EQ(unsent, logged);
+  };
+  for (const auto& [bytes, unsent, run] : kOnTheLine) check(unsent, run);
+  check("3 GetRTCTime: DTM:RTC|3 GetRTCTime Send Data failed 0|", [](BlueTooth& b) {
+    unsigned char time[15];
+    return b.GetRTCTime(time);
+  });
+  check("3 GetRTCTime Send Data failed 0|",
+        [](BlueTooth& b) { return b.GetDeviceInfo(nullptr, nullptr, nullptr, nullptr); });
   EXPECT_TRUE(Fake().shell.empty()) << "waits for no answer to what was not sent";
 }
 

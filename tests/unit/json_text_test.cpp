@@ -32,11 +32,7 @@ std::string Repeated(const std::string& text, size_t count) {
 }
 
 TEST(JsonText, RefusesMoreThanTheDeviceKeeps) {
-  const struct {
-    const char* name;
-    std::string text;
-    bool accepted;
-  } kRows[] = {
+  const std::tuple<const char*, std::string, bool> kRows[] = {
       {"64 lists", Repeated("[", 64) + Repeated("]", 64), true},
       {"65 lists", Repeated("[", 65) + Repeated("]", 65), false},
       {"65 objects", Repeated("{\"a\":", 65) + "1" + Repeated("}", 65), false},
@@ -51,9 +47,9 @@ TEST(JsonText, RefusesMoreThanTheDeviceKeeps) {
       {"too many values", "[" + Repeated("0,", kMaxJsonValues) + "0]", false},
       {"too many lists", "[" + Repeated("[],", kMaxJsonValues / 2 + 1) + "0]", false},
   };
-  for (const auto& row : kRows) {
+  for (const auto& [name, text, accepted] : kRows) {
     Json::Value document(7);
-    EXPECT_EQ(ParseJson(row.text, document), row.accepted) << row.name;
+    EXPECT_EQ(ParseJson(text, document), accepted) << name;
   }
   Json::Value document(7);
   ParseJson("[1," + Repeated("[", 65), document);
@@ -61,12 +57,7 @@ TEST(JsonText, RefusesMoreThanTheDeviceKeeps) {
 }
 
 TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
-  struct Row {
-    const char* name;
-    std::string text;
-    bool accepted;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, std::string, bool> rows[] = {
       {"counted terminator", std::string("{\"a\":1}\0", 8), true},
       {"text after the document", "{\"a\":1} x", true},
       {"comment", "{\"a\":/* c */1}", true},
@@ -74,11 +65,11 @@ TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
       {"empty", "", false},
       {"nesting beyond the reader", std::string(100000, '['), false},
   };
-  for (const Row& row : rows) {
+  for (const auto& [name, text, accepted] : rows) {
     Json::Value document;
-    EXPECT_EQ(ParseJson(row.text, document), row.accepted) << row.name;
-    if (row.text.size() > 4 && row.text.size() < 20) {
-      EXPECT_EQ(document["a"].asInt(), 1) << row.name << ": what was read stays";
+    EXPECT_EQ(ParseJson(text, document), accepted) << name;
+    if (text.size() > 4 && text.size() < 20) {
+      EXPECT_EQ(document["a"].asInt(), 1) << name << ": what was read stays";
     }
   }
 }

@@ -93,11 +93,7 @@ TEST(ParkctlMessages, OneLineEach) {
       "\xAA\x02\x17\x03"
       "123\x8F",
       8);
-  const struct {
-    const char* type;
-    std::string data;
-    const char* words;
-  } kRows[] = {
+  const std::tuple<const char*, std::string, const char*> kRows[] = {
       {bs::kAvsSimulatorTrigger, Data(Record({"--space", "1", "--occupied", "--plate", "京A12345"})),
        "1 occupied 京A12345 (P1) | 2 - | 3 -"},
       {bs::kBusSimulatorTrigger, std::string(967, 'x'), "not a result record: 967 bytes instead of 968"},
@@ -128,8 +124,8 @@ TEST(ParkctlMessages, OneLineEach) {
       {bs::kBusBroadcastMessage, "[1]", "[1]"},
       {"SOMETHING_ELSE", "", "(empty)"},
   };
-  for (const auto& row : kRows) {
-    EXPECT_EQ(parkctl::MessageWords(row.type, row.data, Json::Value()), row.words) << row.type << " " << row.data;
+  for (const auto& [type, data, words] : kRows) {
+    EXPECT_EQ(parkctl::MessageWords(type, data, Json::Value()), words) << type << " " << data;
   }
 }
 

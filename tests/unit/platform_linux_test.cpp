@@ -36,10 +36,7 @@ int InitLogging(std::vector<std::string> arguments) {
 }
 
 TEST(Logging, KeepsARecordOneLineOfUtf8) {
-  const struct {
-    const char* name;
-    std::string text, written;
-  } kRows[] = {
+  const std::tuple<const char*, std::string, std::string> kRows[] = {
       {"plain", "state 3, \\n stays \\", "state 3, \\n stays \\"},
       {"line ends", "a\nb\r\tc", "a\\nb\\x0D\\tc"},
       {"controls", "\x1B[2J\x7F\0."s, "\\x1B[2J\\x7F\\x00."},
@@ -53,14 +50,14 @@ TEST(Logging, KeepsARecordOneLineOfUtf8) {
       {"longer than any message", std::string(17000, 'x'), std::string(16384, 'x') + "... (17000 bytes)"},
       {"steering marks", "\u061C\u200E\u202E\u2066", "\\xD8\\x9C\\xE2\\x80\\x8E\\xE2\\x80\\xAE\\xE2\\x81\\xA6"},
   };
-  for (const auto& row : kRows) {
+  for (const auto& [name, text, written] : kRows) {
     const CapturedErrors errors;
-    Log(3, row.text);
+    Log(3, text);
     const std::string record = errors.Read();
     ASSERT_TRUE(
         Matches(record, "2[0-9][0-9][0-9]-[01][0-9]-[0-3][0-9] [0-2][0-9]:[0-5][0-9]:[0-6][0-9].[0-9][0-9][0-9] *"))
         << record;
-    EXPECT_EQ(record.substr(24), "3 test/source:17 " + row.written + "\n") << row.name;
+    EXPECT_EQ(record.substr(24), "3 test/source:17 " + written + "\n") << name;
   }
 }
 
@@ -163,28 +160,26 @@ TEST(Watchdog, SpeaksTheSupervisorsWords) {
 }
 
 TEST(Base64, RefusesWhatIsNotCanonical) {
-  const struct {
-    std::string text, data;
-    int size;  // -1 for text that is refused
-  } kRows[] = {{"", "", 0},
-               {"AA==", "\0"s, 1},
-               {"AP8=", "\0\xFF"s, 2},
-               {"+/+/", "\xFB\xFF\xBF", 3},
-               {"Zm9vYg==", "foob", 4},
-               {"Zm9vYg", "", -1},
-               {"Zm9vYg=", "", -1},
-               {"Zm9vYg===", "", -1},
-               {"Zm9vYh==", "", -1},
-               {"Zm9v\nYg==", "", -1},
-               {"-_-_", "", -1},
-               {"Xb\x8E\x8E", "", -1},
-               {"Zm9vYg==Zm9v", "", -1}};
-  for (const auto& row : kRows) {
+  // A size of -1 stands for text that is refused.
+  const std::tuple<std::string, std::string, int> kRows[] = {{"", "", 0},
+                                                             {"AA==", "\0"s, 1},
+                                                             {"AP8=", "\0\xFF"s, 2},
+                                                             {"+/+/", "\xFB\xFF\xBF", 3},
+                                                             {"Zm9vYg==", "foob", 4},
+                                                             {"Zm9vYg", "", -1},
+                                                             {"Zm9vYg=", "", -1},
+                                                             {"Zm9vYg===", "", -1},
+                                                             {"Zm9vYh==", "", -1},
+                                                             {"Zm9v\nYg==", "", -1},
+                                                             {"-_-_", "", -1},
+                                                             {"Xb\x8E\x8E", "", -1},
+                                                             {"Zm9vYg==Zm9v", "", -1}};
+  for (const auto& [text, data, length] : kRows) {
     int size = -2;
-    EXPECT_EQ(lxbase::Base64::DecodeFromArray(row.text.data(), row.text.size(), 21, &size), row.data) << row.text;
-    EXPECT_EQ(size, row.size) << row.text;
-    if (row.size >= 0) {
-      EXPECT_EQ(lxbase::Base64::EncodeFromArray(row.data.data(), row.data.size()), row.text);
+    EXPECT_EQ(lxbase::Base64::DecodeFromArray(text.data(), text.size(), 21, &size), data) << text;
+    EXPECT_EQ(size, length) << text;
+    if (length >= 0) {
+      EXPECT_EQ(lxbase::Base64::EncodeFromArray(data.data(), data.size()), text);
     }
   }
 }
@@ -202,13 +197,28 @@ TEST(ShownText, EscapesEveryMarkThatSteers) {
   }
 }
 
+// The platform connected to a store that gives these answers, one to each command. Returns the store's process.
+pid_t ConnectToStore(const std::vector<std::string>& answers) {
+  const auto [listener, port] = LoopbackSocket();
+  EXPECT_EQ(listen(listener, 1), 0);
+  const pid_t store = fork();
+  if (store == 0) {
+    const int peer = accept(listener, nullptr, nullptr);
+    char command[256];
+    for (const std::string& answer : answers) {
+      if (read(peer, command, sizeof command) <= 0 || write(peer, answer.data(), answer.size()) < 0) break;
+    }
+    read(peer, command, sizeof command);
+    _exit(0);
+  }
+  close(listener);
+  EXPECT_EQ(Kvdb_Start("127.0.0.1", port), 1);
+  return store;
+}
+
 // What a look-up comes to by what the store says. Only 0 lets a default be written.
 TEST(Store, TellsWhatIsMissingFromWhatWasNotAnswered) {
-  const struct {
-    std::string answer;
-    int result;
-    const char* value;
-  } kRows[] = {
+  const std::tuple<std::string, int, const char*> kRows[] = {
       {"$3\r\nabc\r\n", 1, "abc"},
       {"$-1\r\n", 0, ""},
       {"$1048577\r\nabc", 0, ""},  // longer than any document: the rest is not waited for
@@ -219,31 +229,29 @@ TEST(Store, TellsWhatIsMissingFromWhatWasNotAnswered) {
       {"+OK\r\n", -1, ""},
       {"$3\r\nab", -1, ""},
   };
-  for (const auto& row : kRows) {
-    const auto [listener, port] = LoopbackSocket();
-    ASSERT_EQ(listen(listener, 1), 0);
-    const pid_t server = fork();
-    if (server == 0) {
-      const int peer = accept(listener, nullptr, nullptr);
-      char command[256];
-      for (const std::string& answer : {"+PONG\r\n"s, row.answer}) {
-        if (read(peer, command, sizeof command) <= 0 || write(peer, answer.data(), answer.size()) < 0) break;
-      }
-      read(peer, command, sizeof command);
-      _exit(0);
-    }
-    close(listener);
+  for (const auto& [answer, result, expected] : kRows) {
+    const pid_t store = ConnectToStore({"+PONG\r\n", answer});
     const CapturedErrors errors;
-    ASSERT_EQ(Kvdb_Start("127.0.0.1", port), 1);
     std::string value;
     const auto take = [](const char*, int, const char* text, int size, void* user) {
       static_cast<std::string*>(user)->assign(text, static_cast<size_t>(size));
     };
-    EXPECT_EQ(Kvdb_GetKey("key", 3, take, &value), row.result) << row.answer;
-    EXPECT_EQ(value, row.value) << row.answer;
+    EXPECT_EQ(Kvdb_GetKey("key", 3, take, &value), result) << answer;
+    EXPECT_EQ(value, expected) << answer;
     Kvdb_Stop();
-    waitpid(server, nullptr, 0);
+    waitpid(store, nullptr, 0);
   }
+}
+
+// While the store reads its file it refuses everything: the default that stands in for a document that could not be
+// read must not be written over it a moment later.
+TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
+  const pid_t store = ConnectToStore({"+PONG\r\n", "-LOADING the dataset\r\n", ":1\r\n"});
+  const auto ignore = [](const char*, int, const char*, int, void*) {};
+  EXPECT_EQ(Kvdb_GetKey("key", 3, ignore, nullptr), -1);
+  EXPECT_EQ(Kvdb_SetKey("key", 3, "default", 7), -1);
+  Kvdb_Stop();
+  waitpid(store, nullptr, 0);
 }
 
 // A server of another user's: the connection is its owner's as soon as it has taken it, and not before.
@@ -279,54 +287,36 @@ TEST(PeerOwner, IsWhoeverTookTheConnection) {
 }
 
 TEST(ReplyAddress, IsBelowReplyOrTheTypesOwn) {
-  const struct {
-    const char* asked;  // null for no response topic
-    const char* topic;  // null for no answer
-  } kRows[] = {
+  // Null stands for no response topic, and for no answer.
+  const std::pair<const char*, const char*> kRows[] = {
       {nullptr, "TYPE/reply"},      {"", "TYPE/reply"},       {"reply/me", "reply/me"},
       {"TYPE/reply", "TYPE/reply"}, {"reply/", nullptr},      {"reply", nullptr},
       {"replyx/me", nullptr},       {"OTHER/reply", nullptr}, {"BUS_BROADCAST_MESSAGE", nullptr},
   };
   char type[] = "TYPE";
   const mosquitto_message message = {0, type, nullptr, 0, 0, false};
-  for (const auto& row : kRows) {
+  for (const auto& [asked, topic] : kRows) {
     mosquitto_property* properties = nullptr;
-    if (row.asked != nullptr) mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC, row.asked);
+    if (asked != nullptr) mosquitto_property_add_string(&properties, MQTT_PROP_RESPONSE_TOPIC, asked);
     const std::string correlation(300, 'c');
     mosquitto_property_add_binary(&properties, MQTT_PROP_CORRELATION_DATA, correlation.data(), 300);
     const auto address = platform::ReplyAddressOf(message, properties);
     mosquitto_property_free_all(&properties);
-    const char* const asked = row.asked != nullptr ? row.asked : "nothing";
-    ASSERT_EQ(address.has_value(), row.topic != nullptr) << asked;
+    const char* const said = asked != nullptr ? asked : "nothing";
+    ASSERT_EQ(address.has_value(), topic != nullptr) << said;
     if (!address) continue;
-    EXPECT_EQ(address->topic, row.topic) << asked;
-    if (address->topic == asked) {
-      EXPECT_EQ(address->correlation, correlation) << asked;
+    EXPECT_EQ(address->topic, topic) << said;
+    if (address->topic == said) {
+      EXPECT_EQ(address->correlation, correlation) << said;
     }
   }
 }
 
-// While the store reads its file it refuses everything: the default that stands in for a document that could not be
-// read must not be written over it a moment later.
-TEST(Store, TakesNoWritesRightAfterItWasNotReady) {
-  const auto [listener, port] = LoopbackSocket();
-  ASSERT_EQ(listen(listener, 1), 0);
-  const pid_t server = fork();
-  if (server == 0) {
-    const int peer = accept(listener, nullptr, nullptr);
-    char command[256];
-    for (const char* answer : {"+PONG\r\n", "-LOADING the dataset\r\n", ":1\r\n"}) {
-      if (read(peer, command, sizeof command) <= 0 || write(peer, answer, strlen(answer)) < 0) break;
-    }
-    _exit(0);
-  }
-  close(listener);
-  ASSERT_EQ(Kvdb_Start("127.0.0.1", port), 1);
-  const auto ignore = [](const char*, int, const char*, int, void*) {};
-  EXPECT_EQ(Kvdb_GetKey("key", 3, ignore, nullptr), -1);
-  EXPECT_EQ(Kvdb_SetKey("key", 3, "default", 7), -1);
-  Kvdb_Stop();
-  waitpid(server, nullptr, 0);
+// The bus client, its broker at this port.
+DpPollHandle* StartBusClient(uint16_t port, DpStatusCallback on_status, void* user) {
+  DpClient_Init("127.0.0.1", port);
+  EXPECT_EQ(DpClient_Start(0), 1);
+  return DpClient_CreatePollHandle(nullptr, user, on_status, 0, 0);
 }
 
 // A port that takes connections and says nothing is no broker: as if nobody were there, only that the connection that
@@ -340,9 +330,7 @@ TEST(Loop, ABrokerThatDoesNotAnswerIsReportedEverySecond) {
     static_cast<decltype(reports)*>(user)->emplace_back(Clock::now(), DpClient_HdlReConnect(handle));
   };
   const CapturedErrors errors;
-  DpClient_Init("127.0.0.1", port);
-  ASSERT_EQ(DpClient_Start(0), 1);
-  DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, &reports, on_status, 0, 0);
+  DpPollHandle* const handle = StartBusClient(port, on_status, &reports);
   lxconn::EVT_TIMER awake;
   awake.Init(
       DpClient_GetEvtLoopFromPoll(handle), [](int, short, const void*) { return 0; }, nullptr);
@@ -365,12 +353,10 @@ TEST(Loop, EndsByTheSignalAfterItsLastWords) {
     ASSERT_EQ(pipe(ends), 0);
     const pid_t process = fork();
     if (process == 0) {
-      DpClient_Init("127.0.0.1", FreePort());
-      DpClient_Start(0);
       const auto on_status = [](DpPollHandle*, unsigned status, void* user) {
         if (status == kDpStatusEnding) write(*static_cast<int*>(user), "end", 3);
       };
-      DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, &ends[1], on_status, 0, 0);
+      DpPollHandle* const handle = StartBusClient(FreePort(), on_status, &ends[1]);
       write(ends[1], "up", 2);
       if (hangs) SleepMicroseconds(20000000);
       for (;;) DpClient_PollDpMessage(handle, 10);
@@ -390,9 +376,7 @@ TEST(Loop, EndsByTheSignalAfterItsLastWords) {
 }
 
 TEST(Loop, SurvivesWhateverATimerThrows) {
-  DpClient_Init("127.0.0.1", FreePort());
-  ASSERT_EQ(DpClient_Start(0), 1);
-  DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, nullptr, nullptr, 0, 0);
+  DpPollHandle* const handle = StartBusClient(FreePort(), nullptr, nullptr);
   const CapturedErrors errors;
   lxconn::EVT_TIMER timer;
   timer.Init(
@@ -415,9 +399,7 @@ TEST(Loop, TimersOutliveTheBusClientAndAnAbsentBrokerIsReportedEverySecond) {
   const auto count = [](int, short, const void* user) { return ++*static_cast<int*>(const_cast<void*>(user)); };
   lxconn::EVT_TIMER repeating, once;
   EXPECT_EQ(once.Start(1, 0), -1);
-  DpClient_Init("127.0.0.1", FreePort());
-  ASSERT_EQ(DpClient_Start(0), 1);
-  DpPollHandle* const handle = DpClient_CreatePollHandle(nullptr, &reports, on_status, 0, 0);
+  DpPollHandle* const handle = StartBusClient(FreePort(), on_status, &reports);
   lxconn::EVT_LOOP* const loop = DpClient_GetEvtLoopFromPoll(handle);
   ASSERT_EQ(repeating.Init(loop, count, &fired[0]), 0);
   ASSERT_EQ(once.Init(loop, count, &fired[1]), 0);

@@ -73,6 +73,15 @@ class RelayChanges : public RelayBench {
     return Request(R"({"type": "try_change", "body": {"id": "x-1", "seconds": )" + std::to_string(seconds) +
                    ", \"changes\": [" + changes + "]}}");
   }
+  std::string Keep(const std::string& id) {
+    return Request(R"({"type": "keep_change", "body": {"id": ")" + id + "\"}}");
+  }
+  std::string Undo() { return Request(R"({"type": "undo_change", "body": {"id": "x-1"}})"); }
+  // What is told of the change that waits.
+  std::string Waiting() {
+    EXPECT_EQ(Request(R"({"type": "get_change"})"), "200 All done");
+    return CompactText(reply_["body"]);
+  }
   std::string Two() const {
     return R"({"type": "set_ttyio_cfg", "body": {"baudrate": 19200}}, {"type": "set_dev_pos", "body": {"pos": 2}})";
   }
@@ -102,8 +111,7 @@ TEST_F(RelayChanges, WhatIsNotKeptGoesBackInReverse) {
                                          R"("type":"set_ttyio_cfg"},{"body":{"pos":2},"type":"set_dev_pos"}]})");
   EXPECT_EQ(Sets(), R"(ttyio_cfg{"baudrate":19200}, dev_pos{"pos":2})");
   Wait(20000);
-  EXPECT_EQ(Request(R"({"type": "get_change"})"), "200 All done");
-  EXPECT_EQ(CompactText(reply_["body"]), R"({"id":"x-1","seconds_left":40})");
+  EXPECT_EQ(Waiting(), R"({"id":"x-1","seconds_left":40})");
   HubDown();  // with the hub gone too
   Wait(39000);
   EXPECT_EQ(Held(), after_);
@@ -114,19 +122,18 @@ TEST_F(RelayChanges, WhatIsNotKeptGoesBackInReverse) {
 }
 
 TEST_F(RelayChanges, WhatIsKeptStaysAndWhatIsUndoneGoesAtOnce) {
-  EXPECT_EQ(Request(R"({"type": "keep_change", "body": {"id": "x-1"}})"), "404 no such change waits");
+  EXPECT_EQ(Keep("x-1"), "404 no such change waits");
   Try(Two());
-  EXPECT_EQ(Request(R"({"type": "keep_change", "body": {"id": "x-2"}})"), "404 no such change waits");
-  EXPECT_EQ(Request(R"({"type": "keep_change", "body": {"id": "x-1"}})"), "200 All done");
+  EXPECT_EQ(Keep("x-2"), "404 no such change waits");
+  EXPECT_EQ(Keep("x-1"), "200 All done");
   Wait(100000);
   EXPECT_EQ(Held(), after_);
   EXPECT_EQ(change_.found, Found::kNo);
-  Request(R"({"type": "get_change"})");
-  EXPECT_EQ(CompactText(reply_["body"]), "{}");
+  EXPECT_EQ(Waiting(), "{}");
 
   documents_["dev_pos"] = Value(R"({"pos": 3})");
   Try(Two());
-  EXPECT_EQ(Request(R"({"type": "undo_change", "body": {"id": "x-1"}})"), "200 All done");
+  EXPECT_EQ(Undo(), "200 All done");
   EXPECT_EQ(Held(), R"({"baudrate":19200}{"pos":3})");
 }
 
@@ -155,9 +162,8 @@ TEST_F(RelayChanges, OneAtATimeOnTheWholeDevice) {
   EXPECT_EQ(Try(Two()), "409 another change waits, made on the device itself");
   EXPECT_EQ(Sets(), "");
   EXPECT_EQ(change_.found, Found::kNo);
-  EXPECT_EQ(Request(R"({"type": "get_change"})"), "200 All done");
-  EXPECT_EQ(CompactText(reply_["body"]), R"({"other":{"id":"config-7","seconds_left":0}})");
-  EXPECT_EQ(Request(R"({"type": "keep_change", "body": {"id": "config-7"}})"), "404 no such change waits");
+  EXPECT_EQ(Waiting(), R"({"other":{"id":"config-7","seconds_left":0}})");
+  EXPECT_EQ(Keep("config-7"), "404 no such change waits");
   others_ = {Found::kUnreachable, ""};
   EXPECT_EQ(Request(R"({"type": "get_change"})"), "503 the store does not answer");
   EXPECT_EQ(Try(Two()), "503 the store does not answer, nothing was changed");
@@ -169,27 +175,23 @@ TEST_F(RelayChanges, OneAtATimeOnTheWholeDevice) {
 }
 
 TEST_F(RelayChanges, WhatFailsOnTheWayLeavesNothing) {
-  const struct {
-    const char* what;
-    std::string refuses, ignores;
-    const char* reply;
-  } kCases[] = {
+  const std::tuple<const char*, std::string, std::string, const char*> kCases[] = {
       {"refused reading", "get_dev_pos", "", "404 set_dev_pos: set error"},
       {"refused", "set_dev_pos", "", "404 set_dev_pos: set error"},
       {"not stored", "", "set_dev_pos", "409 set_dev_pos: the device did not store set_dev_pos as it was sent"},
   };
-  for (const auto& c : kCases) {
-    refuses_ = c.refuses;
-    ignores_ = c.ignores;
-    EXPECT_EQ(Try(Two()), c.reply) << c.what;  // at once, whatever the device goes on to refuse
-    EXPECT_EQ(Held(), before_) << c.what;
-    EXPECT_EQ(change_.found, Found::kNo) << c.what;
+  for (const auto& [what, refuses, ignores, reply] : kCases) {
+    refuses_ = refuses;
+    ignores_ = ignores;
+    EXPECT_EQ(Try(Two()), reply) << what;  // at once, whatever the device goes on to refuse
+    EXPECT_EQ(Held(), before_) << what;
+    EXPECT_EQ(change_.found, Found::kNo) << what;
   }
   ignores_ = "";
   // Taken at first, and not to be had back for a while.
   Try(Two());
   refuses_ = "set_ttyio_cfg";
-  EXPECT_EQ(Request(R"({"type": "undo_change", "body": {"id": "x-1"}})"), "");
+  EXPECT_EQ(Undo(), "");
   Wait(20000);
   EXPECT_EQ(Of("say 3").size(), 1U);
   refuses_ = "";
@@ -200,7 +202,7 @@ TEST_F(RelayChanges, WhatFailsOnTheWayLeavesNothing) {
   // Not to be had back at all: said as it is, the other document goes back all the same.
   Try(Two());
   refuses_ = "set_dev_pos";
-  Request(R"({"type": "undo_change", "body": {"id": "x-1"}})");
+  Undo();
   Wait(120000);
   EXPECT_EQ(Reply(), "500 set_dev_pos is not set back: set error");
   EXPECT_EQ(Held(), R"({"baudrate":9600}{"pos":2})");
@@ -214,15 +216,13 @@ TEST_F(RelayChanges, WhatFailsOnTheWayLeavesNothing) {
 }
 
 TEST_F(RelayChanges, ADefaultThatHidesWhatIsStoredIsNotSetBack) {
-  const struct {
-    bool store_away;
-    const char* reply;
-  } kCases[] = {{true, "503 set_ttyio_cfg: the store does not answer"},
-                {false, "503 set_ttyio_cfg: the device does not say what is stored"}};  // back for the relay only
-  for (const auto& c : kCases) {
+  const std::pair<bool, const char*> kCases[] = {
+      {true, "503 set_ttyio_cfg: the store does not answer"},
+      {false, "503 set_ttyio_cfg: the device does not say what is stored"}};  // back for the relay only
+  for (const auto& [store_away, reply] : kCases) {
     forgets_ = true;
-    store_away_ = c.store_away;
-    EXPECT_EQ(Try(Two()), c.reply);
+    store_away_ = store_away;
+    EXPECT_EQ(Try(Two()), reply);
     EXPECT_EQ(Sets(), "");
     EXPECT_EQ(change_.found, Found::kNo);
     forgets_ = store_away_ = false;
@@ -326,10 +326,7 @@ TEST_F(RelayChanges, TheRelaysOwnDocument) {
 }
 
 TEST_F(RelayChanges, AreRefusedWithTheReason) {
-  const struct {
-    const char* body;
-    const char* error_msg;
-  } kCases[] = {
+  const std::pair<const char*, const char*> kCases[] = {
       {R"({"id": "a b", "seconds": 60, "changes": []})", "\"id\" is no name of 1 to 32 of A-Z a-z 0-9 _ -"},
       {R"({"id": "a", "seconds": 0, "changes": []})", "\"seconds\" is no whole number from 1 to 3600"},
       {R"({"id": "a", "seconds": 3601, "changes": []})", "\"seconds\" is no whole number from 1 to 3600"},
@@ -343,9 +340,8 @@ TEST_F(RelayChanges, AreRefusedWithTheReason) {
        "\"set_dev_pos\" stands there twice"},
       {R"([])", "\"id\" is no name of 1 to 32 of A-Z a-z 0-9 _ -"},
   };
-  for (const auto& c : kCases) {
-    EXPECT_EQ(Request(std::string(R"({"type": "try_change", "body": )") + c.body + "}"),
-              std::string("400 ") + c.error_msg);
+  for (const auto& [body, error_msg] : kCases) {
+    EXPECT_EQ(Request(std::string(R"({"type": "try_change", "body": )") + body + "}"), std::string("400 ") + error_msg);
   }
   EXPECT_EQ(ReadingCommand("set_ibc_name"), "get_ibc_name");
   EXPECT_EQ(ReadingCommand("get_ibc_name"), "");

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "protocol/site_names.h"
 #include "relay/documents.h"
 #include "relay/own_counts.h"
 #include "relay/remote_requests.h"
@@ -8,10 +9,7 @@ namespace relay {
 namespace {
 
 TEST(RelayDocuments, CountsAreTakenStrictly) {
-  const struct {
-    const char* text;
-    std::optional<Counts> counts;
-  } kCases[] = {
+  const std::pair<const char*, std::optional<Counts>> kCases[] = {
       {R"({"spaces": 3, "free": 1})", Counts{3, 1}},
       {R"({"spaces": 3.0, "free": 1, "more": [1]})", Counts{3, 1}},
       {R"({"spaces": 1048576, "free": 1048576})", Counts{1048576, 1048576}},
@@ -28,7 +26,7 @@ TEST(RelayDocuments, CountsAreTakenStrictly) {
       {"3", {}},
       {"{", {}},
   };
-  for (const auto& c : kCases) EXPECT_EQ(ParseCounts(c.text), c.counts) << c.text;
+  for (const auto& [text, counts] : kCases) EXPECT_EQ(ParseCounts(text), counts) << text;
   const std::string head = R"({"spaces": 3, "free": 1, "x": ")";
   EXPECT_TRUE(ParseCounts(head + std::string(4096 - head.size() - 2, 'x') + "\"}"));
   EXPECT_FALSE(ParseCounts(head + std::string(4096 - head.size() - 1, 'x') + "\"}"));
@@ -50,10 +48,7 @@ TEST(RelayDocuments, TopicsOfCounts) {
 }
 
 TEST(RelayDocuments, Plans) {
-  const struct {
-    const char* text;
-    const char* problem;
-  } kCases[] = {
+  const std::pair<const char*, const char*> kCases[] = {
       {R"({"zone": "L2/B"})", ""},
       {R"({"name": "Élysée", "zone": "L2", "shows": {"left": ["L2/C", "L3"], "front": []}, "colour": 1})", ""},
       {R"({"zone": "L2", "shows": {"left": ["L2", "L 3"]}})", "\"left\" is no list of zones"},
@@ -65,24 +60,22 @@ TEST(RelayDocuments, Plans) {
       {R"({"name": 3, "zone": "L2"})", "\"name\" is no text"},
       {R"({"zone": "L2",})", "no JSON object"},
   };
-  for (const auto& c : kCases) {
+  for (const auto& [text, expected] : kCases) {
     std::string problem;
-    const bool good = ParsePlan(c.text, &problem).has_value();
-    EXPECT_EQ(good, problem.empty()) << c.text;
-    EXPECT_EQ(problem, c.problem) << c.text;
+    const bool good = ParsePlan(text, &problem).has_value();
+    EXPECT_EQ(good, problem.empty()) << text;
+    EXPECT_EQ(problem, expected) << text;
   }
   std::string problem;
-  const auto plan = ParsePlan(kCases[1].text, &problem);
+  const auto plan = ParsePlan(kCases[1].first, &problem);
   EXPECT_EQ(plan->shows[bs::kLeft], (std::vector<std::string>{"L2/C", "L3"}));
   EXPECT_TRUE(plan->shows[bs::kFront].empty());
 }
 
 TEST(RelayDocuments, Memberships) {
+  const char* const no_broker = "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]";
   const std::string head = R"({"site": "g", "device": "d", "broker": ")";
-  const struct {
-    std::string text;
-    std::string result;
-  } kCases[] = {
+  const std::pair<std::string, std::string> kCases[] = {
       {head + R"(mqtt://hub"})", "hub:1883 plain"},
       {head + R"(mqtts://hub.example", "user": "u", "ca": "/c", "remote": "off"})", "hub.example:8883 tls"},
       {head + R"(mqtts://198.18.0.1:9", "remote": "configure"})", "198.18.0.1:9 tls"},
@@ -92,24 +85,24 @@ TEST(RelayDocuments, Memberships) {
       {"", "it is empty"},
       {"{", "it is no JSON object"},
       {R"({"site": "g", "device": "d"})", "\"broker\" is no text"},
-      {head + R"(http://hub"})", "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]"},
-      {head + R"(mqtt://"})", "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]"},
-      {head + R"(mqtt://hub:0"})", "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]"},
-      {head + R"(mqtt://hub:65536"})", "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]"},
-      {head + R"(mqtt://hub:12x"})", "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]"},
-      {head + R"(mqtt://us@hub"})", "\"broker\" is neither mqtt://HOST[:PORT] nor mqtts://HOST[:PORT]"},
+      {head + R"(http://hub"})", no_broker},
+      {head + R"(mqtt://"})", no_broker},
+      {head + R"(mqtt://hub:0"})", no_broker},
+      {head + R"(mqtt://hub:65536"})", no_broker},
+      {head + R"(mqtt://hub:12x"})", no_broker},
+      {head + R"(mqtt://us@hub"})", no_broker},
       {head + R"(mqtt://hub", "remote": "all"})", "\"remote\" is none of off, read, configure"},
       {head + R"(mqtt://hub", "user": 1})", "\"user\" is no text"},
       {R"({"site": "a b", "device": "d", "broker": "mqtt://h"})", "\"site\" is no name (1 to 32 of A-Z a-z 0-9 _ -)"},
       {R"({"site": "g", "broker": "mqtt://h"})", "\"device\" is no name (1 to 32 of A-Z a-z 0-9 _ -)"},
   };
-  for (const auto& c : kCases) {
+  for (const auto& [text, expected] : kCases) {
     std::string problem;
-    const auto to = ParseMembership(c.text, &problem);
+    const auto to = ParseMembership(text, &problem);
     std::string result = problem;
     if (to && to->host.empty()) result = "no site";
     if (to && !to->host.empty()) result = to->host + ":" + std::to_string(to->port) + (to->tls ? " tls" : " plain");
-    EXPECT_EQ(result, c.result) << c.text;
+    EXPECT_EQ(result, expected) << text;
   }
 }
 
@@ -119,10 +112,7 @@ TEST(RelayDocuments, OwnCountsAreWhatWasNotPushed) {
     if (!frame) return "unreadable";
     return frame->own ? std::to_string(frame->own->spaces) + "/" + std::to_string(frame->own->free) : "skipped";
   };
-  const struct {
-    const char* body;
-    const char* own;
-  } kCases[] = {
+  const std::pair<const char*, const char*> kCases[] = {
       {R"({"totle": 3, "free": 1, "cm_dev": null})", "3/1"},
       {R"({"totle": 15, "free": 4, "cm_dev": [{"ip": 1, "tn": 5, "fn": 1}, {"ip": 4, "tn": 7, "fn": 2}]})", "3/1"},
       // Another neighbour reports for these: they are not the relay's.
@@ -135,16 +125,12 @@ TEST(RelayDocuments, OwnCountsAreWhatWasNotPushed) {
       {R"({"totle": 3, "free": 1, "cm_dev": 7})", "unreadable"},
       {R"([])", "unreadable"},
   };
-  for (const auto& c : kCases) EXPECT_EQ(own(c.body), c.own) << c.body;
+  for (const auto& [body, counts] : kCases) EXPECT_EQ(own(body), counts) << body;
   EXPECT_FALSE(ReadFrame(R"({"type": "ledcolor_changed", "body": {"totle": 3, "free": 1}})"));
 }
 
 TEST(RelayDocuments, WhatTheSiteMayAsk) {
-  const struct {
-    const char* text;
-    Remote remote;
-    int state;
-  } kCases[] = {
+  const std::tuple<const char*, Remote, int> kCases[] = {
       {R"({"type": "get_bt"})", Remote::kOff, 403},
       {R"({"type": "get_bt"})", Remote::kRead, kAllowed},
       {R"({"type": "quary_controled_log"})", Remote::kRead, kAllowed},
@@ -159,12 +145,47 @@ TEST(RelayDocuments, WhatTheSiteMayAsk) {
       {R"({"type": "get_bt", "type": "cmd"})", Remote::kConfigure, 400},
       {R"({"type": "get_bt"}{"type": "cmd"})", Remote::kConfigure, 400},
   };
-  for (const auto& c : kCases) EXPECT_EQ(Judge(c.text, c.remote).state, c.state) << c.text;
+  for (const auto& [text, remote, state] : kCases) EXPECT_EQ(Judge(text, remote).state, state) << text;
   for (const char* topic :
        {"park/g/reply/", "park/g/replying", "park/h/reply/me", "park/g/reply/#", "park/g/reply/+", ""}) {
     EXPECT_FALSE(IsReplyTopic("g", topic)) << topic;
   }
   EXPECT_TRUE(IsReplyTopic("g", "park/g/reply/me/1"));
+}
+
+TEST(SiteNames, ZonesAreOneToEightNamesOfOneToThirtyTwoPlainCharacters) {
+  const std::string longest(32, 'a');
+  const std::tuple<std::string, bool, bool> kRows[] = {
+      {"L2", true, true},
+      {"", false, false},
+      {"L2/B", false, true},
+      {"/L2", false, false},
+      {"L2/", false, false},
+      {"L2//B", false, false},
+      {longest, true, true},
+      {longest + "a", false, false},
+      {"L/" + longest, false, true},
+      {"L/" + longest + "a", false, false},
+      {"1/2/3/4/5/6/7/8", false, true},
+      {"1/2/3/4/5/6/7/8/9", false, false},
+      {"AZaz09_-", true, true},
+      {"+", false, false},
+      {"L2/#", false, false},
+      {"L 2", false, false},
+      {"Überfahrt", false, false},
+      {std::string("L\0B", 3), false, false},
+  };
+  for (const auto& [text, name, zone] : kRows) {
+    EXPECT_EQ(bs::IsSiteName(text), name) << text;
+    EXPECT_EQ(bs::IsZone(text), zone) << text;
+  }
+}
+
+TEST(SiteNames, AZoneHoldsWhatIsBelowItAndNothingBeside) {
+  EXPECT_TRUE(bs::IsWithin("L2", "L2") && bs::IsWithin("L2/B", "L2") && bs::IsWithin("L2/B/1", "L2/B"));
+  EXPECT_FALSE(bs::IsWithin("L20", "L2") || bs::IsWithin("L2", "L2/B") || bs::IsWithin("L2/BB", "L2/B"));
+  EXPECT_EQ(bs::ZoneFilter("garage", "L2/C"), "park/garage/counts/+/L2/C/#");
+  EXPECT_EQ(bs::CountsTopic("garage", "L2-C-003", "L2/C"), "park/garage/counts/L2-C-003/L2/C");
 }
 
 }  // namespace

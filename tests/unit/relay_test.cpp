@@ -343,16 +343,13 @@ TEST_F(RelayBench, HealthIsSaidAtOnceWhenItMatters) {
   Forget();
   Counts("C/L2/C", 3, 2);  // only counts and sums
   Frame(9, 5, "2:6/4");
-  const struct {
-    bool rejects;
-    Milliseconds wait;
-    bool said;
-  } kSteps[] = {{false, 20000, false}, {true, 0, true},       {true, 0, false}, {false, 999, false},
-                {false, 1, true},      {false, 24999, false}, {false, 1, true}};
-  for (const auto& step : kSteps) {
-    if (step.rejects) Hub("park/garage/x", "");
-    Advance(step.wait);
-    EXPECT_EQ(!Health().empty(), step.said) << now_;
+  const std::tuple<bool, Milliseconds, bool> kSteps[] = {{false, 20000, false}, {true, 0, true},  {true, 0, false},
+                                                         {false, 999, false},   {false, 1, true}, {false, 24999, false},
+                                                         {false, 1, true}};
+  for (const auto& [rejects, wait, said] : kSteps) {
+    if (rejects) Hub("park/garage/x", "");
+    Advance(wait);
+    EXPECT_EQ(!Health().empty(), said) << now_;
     Forget();
   }
 }

@@ -1,12 +1,16 @@
 #include "rs485pro/rs485pro.h"
 
 #include <gtest/gtest.h>
+#include <iconv.h>
 
 #include <cstring>
+#include <vector>
 
 #include "fake_platform/fake_platform.h"
 #include "hex_bytes.h"
 #include "protocol/stored_documents.h"
+#include "rs485pro/fixed_frames.h"
+#include "rs485pro/plate_code.h"
 
 namespace businessserver {
 namespace {
@@ -163,6 +167,93 @@ TEST(Rs485Cfg, NewListForgetsThePlateOfTheLast) {
   Frame(builder, result);
   ASSERT_TRUE(builder.SetRs485Str(Cfg(R"({"header":"112244"},{"checksum":0})")));
   EXPECT_EQ(Frame(builder, result), "11 22 44 33") << "no byte more for a plate that is not there";
+}
+
+TEST(FixedFrames, DisplayBytes) {
+  // clang-format off
+  const struct { uint32_t value, address; const char* bytes; } kRows[] = {
+      {0,          1,      "AA 01 17 01 30 8E"},
+      {10,         255,    "AA FF 17 02 31 30 42"},
+      {123,        2,      "AA 02 17 03 31 32 33 8F"},
+      {7,          0x1203, "AA 03 17 01 37 8B"},  // low byte of the address
+      {2147483647, 1,      "AA 01 17 0A 32 31 34 37 34 38 33 36 34 37 BF"},
+      {0xFFFFFFFF, 1,      "AA 01 17 01 35 8B"},  // counted as a number below zero: one digit
+  };
+  // clang-format on
+  Rs485ProBuild builder;
+  for (const auto& row : kRows) {
+    unsigned length = 0;
+    const uint8_t* frame = builder.GetYBRs485ProData(length, row.value, row.address);
+    EXPECT_EQ(HexBytes(frame, length), row.bytes) << row.value;
+  }
+  EXPECT_EQ(Rs485ProBuild::YbCheckXor(nullptr, -1), 3);
+}
+
+TEST(FixedFrames, RelayBytes) {
+  uint8_t bytes[2 * kRelayFrameSize];
+  ByteWriter frames(bytes);
+  EncodeRelayFrame(5, true, frames);
+  EncodeRelayFrame(0x105, false, frames);
+  EXPECT_EQ(HexBytes(bytes, frames.size()), "AA 04 05 01 AA 55 AA 04 05 02 A9 55");
+}
+
+// What people read in the table is what the line carries: each text, converted, gives its two bytes.
+TEST(PlateCode, TextsMatchTheirGbkBytes) {
+  iconv_t converter = iconv_open("GBK", "UTF-8");
+  if (converter == reinterpret_cast<iconv_t>(-1)) GTEST_SKIP() << "no GBK converter on this machine";
+  std::string all;
+  for (uint8_t code = 0; code < kPlateCharacterCount; ++code) {
+    const PlateCharacter& character = *PlateCharacterOf(code);
+    std::string text = character.text;
+    uint8_t gbk[2] = {};
+    char* in = text.data();
+    char* out = reinterpret_cast<char*>(gbk);
+    size_t in_left = text.size(), out_left = sizeof gbk;
+    iconv(converter, &in, &in_left, &out, &out_left);
+    EXPECT_EQ(GbkCharacter(gbk[0], gbk[1]), character.gbk) << text;
+    EXPECT_EQ(iGetCharatorCode(GbkCharacter(gbk[0], gbk[1])), code) << text;
+    all += character.text;
+  }
+  iconv_close(converter);
+  EXPECT_EQ(all, "京津冀晋蒙辽吉黑沪苏浙皖闽赣鲁豫鄂湘粤桂琼渝川贵云藏陕甘青宁新港澳台警使WJ领学民航");
+  EXPECT_EQ(iGetCharatorCode(0xA9BE), kUnknownCharacter) << "bytes swapped";
+  EXPECT_EQ(PlateCharacterOf(kPlateCharacterCount), nullptr);
+}
+
+#define JING "\xBE\xA9"
+#define YUE "\xD4\xC1"
+#define OTHER "\xB0\xA1"
+
+TEST(PlateCode, FieldBytes) {
+  // clang-format off
+  const struct { const char* name; std::string plate; bool long_plate; const char* bytes; } kRows[] = {
+      {"ordinary",                  JING "A12345",           false, "00 41 31 32 33 34 35"},
+      {"no plate",                  "\x5F\xCE\xDE\x5F" "AB", true,  "00 00 00 00 00 00 00"},
+      {"empty",                     "",                      true,  "00 00 00 00 00 00 00"},
+      {"unknown province",          OTHER "A12345",          false, "FF 41 31 32 33 34 35"},
+      {"long",                      YUE "AD12345",           true,  "92 41 44 31 32 33 34 35"},
+      {"long type, short text",     YUE "A",                 true,  "92 41 00 00 00 00 00 00"},
+      {"long, unknown province",    OTHER "AD12345",         true,  "7F 41 44 31 32 33 34 35"},
+      {"long type, plain first",    "AAD12345",              true,  "41 41 44 31 32 33 34"},
+      {"character at the end",      YUE "A1234\xB8\xDB",     false, "12 41 31 32 33 34 1F"},
+      {"police with province",      "WJ\xB4\xA8" "12345",    true,  "24 16 31 32 33 34 35"},
+      {"police, unknown province",  "WJ" OTHER "12345",      false, "24 FF 31 32 33 34 35"},
+      {"police, digits only",       "WJ01234",               false, "57 4A 30 31 32 33 34"},
+      {"z is half a character",     "yz1A",                  false, "79 FF 41 00 00 00 00"},
+      {"z first is still plain",    "z1A",                   true,  "FF 41 00 00 00 00 00"},
+      {"{ first is a character",    "{1A",                   true,  "7F 41 00 00 00 00 00 00"},
+      {"half a character last",     JING "A\xD4",            false, "00 41 FF 00 00 00 00"},
+      {"half a character alone",    "\xBE",                  false, "FF 00 00 00 00 00 00"},
+      {"halves all through",        std::string(16, '\xFF'), true,  "7F FF FF FF FF FF FF FF"},
+  };
+  // clang-format on
+  for (const auto& row : kRows) {
+    const std::vector<char> exact(row.plate.begin(), row.plate.end());  // a sanitizer sees a read past its end
+    uint8_t bytes[kPlateFieldMax];
+    ByteWriter field(bytes);
+    EncodePlateField(std::string_view(exact.data(), exact.size()), row.long_plate, field);
+    EXPECT_EQ(HexBytes(bytes, field.size()), row.bytes) << row.name;
+  }
 }
 
 }  // namespace

@@ -81,6 +81,12 @@ class ServerTest : public BoardTest {
     return Parsed(Fake().replies[0].data);
   }
 
+  // The state of the reply to a command, its body as JSON text.
+  int StateOf(const std::string& command, const std::string& body, const char* type = kBusRequestMessage) {
+    return Request(R"({"type":")" + command + R"(","body":)" + body + "}", type)["state"].asInt();
+  }
+  Json::Value BodyOf(const std::string& command) { return Request(R"({"type":")" + command + "\"}")["body"]; }
+
   // The documents broadcast since the last call, of one "type".
   std::vector<Json::Value> Broadcasts(const std::string& type) {
     std::vector<Json::Value> found;

@@ -25,13 +25,8 @@ TEST_F(ServerTest, ChoosesTheStateAndItsColor) {
   LX_ParkingResult crossed_two = Space(1);
   crossed_two.occupy_line = 2;
   LX_ParkingResult invalid_free = {};
-  struct Row {
-    const char* name;
-    std::string record;
-    int state;
-    uint32_t led_register;  // of the default colours 1, 0 and 3
-  };
-  const Row rows[] = {
+  // State and LED register, of the default colours 1, 0 and 3.
+  const std::tuple<const char*, std::string, int, uint32_t> rows[] = {
       {"first free", Record(Space(0), Space(1), Space(1)), 0, 8},
       {"all occupied", Record(Space(1), Space(2), Space(3)), 1, 4},
       {"alarm in the third wins over a free space", Record(Space(0), Space(1), alarm), 3, 255},
@@ -41,19 +36,17 @@ TEST_F(ServerTest, ChoosesTheStateAndItsColor) {
   };
   Run([&] {
     int previous = 0;
-    for (const Row& row : rows) {
+    for (const auto& [name, record, state, led_register] : rows) {
       Fake().sent.clear();
-      for (int repeat = 0; repeat < 2; ++repeat) Fake().Deliver(kAvsParkRectChange, row.record);
-      EXPECT_EQ(LedRegister(), row.led_register) << row.name;
+      for (int repeat = 0; repeat < 2; ++repeat) Fake().Deliver(kAvsParkRectChange, record);
+      EXPECT_EQ(LedRegister(), led_register) << name;
       const auto sent = Fake().sent;
       const auto states = Broadcasts("framestatus_changed");
-      ASSERT_EQ(states.size(), row.state != previous ? 1u : 0u) << row.name;
-      if (!states.empty()) {
-        EXPECT_EQ(states[0]["frame_status"].asInt(), row.state) << row.name;
-      }
+      ASSERT_EQ(states.size(), state != previous ? 1u : 0u) << name;
+      for (const Json::Value& told : states) EXPECT_EQ(told["frame_status"].asInt(), state) << name;
       Fake().sent = sent;
-      EXPECT_EQ(Broadcasts("ledcolor_changed").size(), states.size()) << row.name;
-      previous = row.state;
+      EXPECT_EQ(Broadcasts("ledcolor_changed").size(), states.size()) << name;
+      previous = state;
     }
   });
 }
@@ -66,12 +59,12 @@ TEST_F(ServerTest, UnusableColorConfigurationCostsTheLampOnly) {
       Fake().sent.clear();
       Fake().Deliver(kAvsSimulatorTrigger, Record(Space(1)));
       EXPECT_NE(Fake().LastSent(kBusSimulatorTrigger), nullptr) << text;
-      EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"]["totle"].asUInt(), 1u) << text;
+      EXPECT_EQ(BodyOf("get_frame_status")["totle"].asUInt(), 1u) << text;
       EXPECT_NE(TakeExternal(), "") << text;
-      const std::string set = R"({"type":"set_parking_color_cfg","body":)";
-      EXPECT_EQ(Request(set + text + "}")["state"].asInt(), 404) << text;
+      EXPECT_EQ(StateOf("set_parking_color_cfg", text), 404) << text;
       EXPECT_EQ(Fake().store[KeyOf(kBusLedColor)], StyledText(Parsed(text))) << "stored all the same";
-      EXPECT_EQ(Request(set + R"({"parkingledcolorcfg":{"parkingoccupyledcolor":3}}})")["state"].asInt(), 200) << text;
+      const char* const good = R"({"parkingledcolorcfg":{"parkingoccupyledcolor":3}})";
+      EXPECT_EQ(StateOf("set_parking_color_cfg", good), 200) << text;
       EXPECT_EQ(LedRegister(), 255u) << text;
     });
   }
@@ -80,8 +73,7 @@ TEST_F(ServerTest, UnusableColorConfigurationCostsTheLampOnly) {
 TEST_F(ServerTest, CountsItsSpacesInTheOwnGroup) {
   Fake().store[KeyOf(kDevPos)] = R"({"pos":2})";
   Run([&] {
-    EXPECT_EQ(Request(R"({"type":"get_net_status"})")["body"]["r_totles"].asUInt(), 3u)
-        << "before the first result: as configured";
+    EXPECT_EQ(BodyOf("get_net_status")["r_totles"].asUInt(), 3u) << "before the first result: as configured";
     Fake().Deliver(kAvsParkRectChange, Record(Space(0), Space(1)));
     const auto broadcasts = Broadcasts("frame_changed");
     ASSERT_FALSE(broadcasts.empty());
@@ -97,12 +89,7 @@ TEST_F(ServerTest, RepublishesUnlessALineValueAloneMoved) {
   other_plate.plate[0] = 'B';
   LX_ParkingResult other_trigger = moved;
   other_trigger.trigger = 2;
-  struct Row {
-    const char* name;
-    LX_ParkingResult result;
-    bool sent;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, LX_ParkingResult, bool> rows[] = {
       {"first", repeat, true},
       {"identical", repeat, true},
       {"only the line value moved", moved, false},
@@ -111,11 +98,11 @@ TEST_F(ServerTest, RepublishesUnlessALineValueAloneMoved) {
       {"another trigger", other_trigger, true},
   };
   Run([&] {
-    for (const Row& row : rows) {
+    for (const auto& [name, result, sent] : rows) {
       Fake().sent.clear();
-      Fake().Deliver(kAvsSimulatorTrigger, Record(row.result));
-      EXPECT_EQ(Fake().LastSent(kBusSimulatorTrigger) != nullptr, row.sent) << row.name;
-      Fake().Deliver(kAvsParkRectChange, Record(row.result));
+      Fake().Deliver(kAvsSimulatorTrigger, Record(result));
+      EXPECT_EQ(Fake().LastSent(kBusSimulatorTrigger) != nullptr, sent) << name;
+      Fake().Deliver(kAvsParkRectChange, Record(result));
     }
     Fake().sent.clear();
     Fake().Deliver(kAvsParkRectChange, Record(Space(0, "C")));
@@ -141,12 +128,9 @@ TEST_F(ServerTest, RepublishedCopyFollowsTheFields) {
     repeat.second_flag = 0;
     strcpy(repeat.extra_text, "third");
     const std::string records[] = {record, Record(left), Record(repeat), Record({})};
-    struct Row {
-      const char* plate;
-      const char* extra_text;
-    };
     // A freed space keeps the plate; a triggered repeat keeps the text; an invalid space has no plate.
-    const Row rows[] = {{"A12345", "first"}, {"A12345", "second"}, {"_", "second"}, {kNoPlate, ""}};
+    const std::pair<const char*, const char*> rows[] = {
+        {"A12345", "first"}, {"A12345", "second"}, {"_", "second"}, {kNoPlate, ""}};
     for (size_t i = 0; i < 4; ++i) {
       Fake().sent.clear();
       Fake().Deliver(kAvsSimulatorTrigger, records[i]);
@@ -155,8 +139,8 @@ TEST_F(ServerTest, RepublishedCopyFollowsTheFields) {
       ASSERT_EQ(sent->data.size(), 968u);
       LX_Parking_Result_Param copy;
       memcpy(&copy, sent->data.data(), sizeof copy);
-      EXPECT_EQ(FieldText(copy.spaces[0].plate), rows[i].plate) << i;
-      EXPECT_EQ(FieldText(copy.spaces[0].extra_text), rows[i].extra_text) << i;
+      EXPECT_EQ(FieldText(copy.spaces[0].plate), rows[i].first) << i;
+      EXPECT_EQ(FieldText(copy.spaces[0].extra_text), rows[i].second) << i;
       if (i == 0) {
         EXPECT_EQ(sent->data.substr(0, 152), record.substr(0, 152)) << "carried along unchanged";
         EXPECT_EQ(FieldText(copy.extra_text), std::string(128, 'e'));
@@ -169,14 +153,10 @@ TEST_F(ServerTest, RepublishedCopyFollowsTheFields) {
 }
 
 TEST_F(ServerTest, CountsWatchedSpacesAtStart) {
-  struct Row {
-    const char* name;
-    const char* area;
-    const char* info;
-    uint32_t spaces;
-    uint32_t led_register;
-  };
-  const Row rows[] = {
+  const struct {
+    const char *name, *area, *info;
+    uint32_t spaces, led_register;
+  } rows[] = {
       {"neither known", nullptr, nullptr, 3, 8},
       {"device information", nullptr, R"({"parking_num":2})", 2, 8},
       {"device information, capped", nullptr, R"({"parking_num":5})", 3, 8},
@@ -184,7 +164,7 @@ TEST_F(ServerTest, CountsWatchedSpacesAtStart) {
        R"({"parking_num":2})", 1, 8},
       {"no area", R"({"parkingareacfg":{"parkingframe":[]}})", nullptr, 0, 4},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     ResetFake();
     if (row.area != nullptr) Fake().store[KeyOf(kAlgAreaPark)] = row.area;
     if (row.info != nullptr) Fake().store[KeyOf(kSysDeviceInfo)] = row.info;
@@ -194,7 +174,7 @@ TEST_F(ServerTest, CountsWatchedSpacesAtStart) {
       EXPECT_EQ(Broadcasts("ledcolor_changed").size(), row.spaces == 0 ? 1u : 0u) << row.name;
       Fake().sent = sent;
       EXPECT_EQ(Broadcasts("framestatus_changed").size(), 0u) << row.name;
-      const Json::Value counts = Request(R"({"type":"get_frame_status"})")["body"];
+      const Json::Value counts = BodyOf("get_frame_status");
       EXPECT_EQ(counts["totle"].asUInt(), row.spaces) << row.name;
       EXPECT_EQ(counts["free"].asUInt(), row.spaces) << row.name;
     });

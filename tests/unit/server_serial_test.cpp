@@ -18,7 +18,7 @@ std::string Push(uint32_t sender, int pos, uint32_t spaces, uint32_t free) {
 
 TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
   const auto configure = [&](const std::string& body) {
-    Request("{\"type\":\"set_ext_ttyio_cfg\",\"body\":" + body + "}");
+    StateOf("set_ext_ttyio_cfg", body);
     TakeExternal();
   };
   const auto result_writes = [&](const std::string& record) {
@@ -34,8 +34,7 @@ TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
     EXPECT_EQ(result_writes(occupied), frame);
     EXPECT_EQ(result_writes(Record(repeat)), "") << "a repeat of a triggered result";
     EXPECT_EQ(result_writes(Record(repeat, {}, Space(1))).size(), frame.size()) << "the spaces behind it go out";
-    const char* const refused = R"({"type":"set_rs485pro_cfg","body":{"pro_cfg":[{"header":"AA"},{"no such":1}]}})";
-    EXPECT_EQ(Request(refused)["state"].asInt(), 404);
+    EXPECT_EQ(StateOf("set_rs485pro_cfg", R"({"pro_cfg":[{"header":"AA"},{"no such":1}]})"), 404);
     EXPECT_EQ(result_writes(occupied), frame) << "nothing of a refused list stays";
     configure(R"({"proto":7,"f_ena":1})");
     EXPECT_EQ(result_writes(occupied), frame) << "an unknown protocol: the configurable frame alone";
@@ -63,18 +62,13 @@ TEST_F(ServerTest, SerialOutputFollowsTheProtocolAndTheHaltFlag) {
 TEST_F(ServerTest, OldProtocolDocumentIsCompleted) {
   Fake().store[KeyOf(kExtTtyio)] = R"({"proto":1,"frame1_addr":5})";
   Run([&] {
-    const Json::Value stored = Parsed(Fake().store[KeyOf(kExtTtyio)]);
-    EXPECT_EQ(stored, Parsed(R"({"proto":1,"frame1_addr":0,"frame2_addr":0,"frame3_addr":0})"));
+    EXPECT_EQ(Parsed(Fake().store[KeyOf(kExtTtyio)]),
+              Parsed(R"({"proto":1,"frame1_addr":0,"frame2_addr":0,"frame3_addr":0})"));
   });
 }
 
 TEST_F(ServerTest, SendsOnlyBytesThatItWasGiven) {
-  struct Row {
-    const char* name;
-    const char* body;
-    std::string sent;
-  };
-  const Row rows[] = {
+  const std::tuple<const char*, const char*, std::string> rows[] = {
       {"as counted", R"({"data":"AQID","data_len":3})", Bytes({1, 2, 3})},
       {"fewer than given", R"({"data":"AQID","data_len":2})", Bytes({1, 2})},
       {"more than given", R"({"data":"AQID","data_len":2000000000})", Bytes({1, 2, 3})},
@@ -84,10 +78,10 @@ TEST_F(ServerTest, SendsOnlyBytesThatItWasGiven) {
       {"nothing", "{}", ""},
   };
   Run([&] {
-    for (const Row& row : rows) {
+    for (const auto& [name, body, sent] : rows) {
       TakeExternal();
-      Fake().Deliver(kBusBroadlistenMessage, std::string("{\"type\":\"send_ttyio_data\",\"body\":") + row.body + "}");
-      EXPECT_EQ(TakeExternal(), row.sent) << row.name;
+      Fake().Deliver(kBusBroadlistenMessage, std::string("{\"type\":\"send_ttyio_data\",\"body\":") + body + "}");
+      EXPECT_EQ(TakeExternal(), sent) << name;
     }
   });
 }
@@ -161,12 +155,11 @@ TEST_F(ServerTest, NeighboursCountUntilTheyFallSilent) {
   Run([&] {
     Fake().Deliver(kAvsParkRectChange, Record(Space(0), Space(1)));
     for (uint32_t pos = 0; pos < 4; ++pos) Fake().Deliver(kBusNetPush, Push(100 + pos, pos, 20 + 10 * pos, 3 + pos));
-    EXPECT_EQ(Request(R"({"type":"get_net_status"})")["body"],
+    EXPECT_EQ(BodyOf("get_net_status"),
               Parsed(R"({"totle":142,"free":19,"n_totles":22,"n_frees":4,"l_totles":30,"l_frees":4,
                          "r_totles":40,"r_frees":5,"f_totles":50,"f_frees":6})"));
     Fake().Advance(150000);
-    EXPECT_EQ(Request(R"({"type":"get_frame_status"})")["body"], Parsed(R"({"totle":2,"free":1})"))
-        << "this device's own push keeps it alive";
+    EXPECT_EQ(BodyOf("get_frame_status"), Parsed(R"({"totle":2,"free":1})")) << "this device's own push keeps it alive";
   });
 }
 

@@ -41,10 +41,7 @@ std::string Check(const std::string& text) {
 TEST(SiteFile, EveryMistakeIsNamedWithDeviceFieldAndReason) {
   EXPECT_EQ(Check(kGarage), "");
   const std::string zone33(33, 'z');
-  const struct {
-    std::string devices;  // of a site file, or the file itself when it is no object's members
-    std::vector<std::string> said;
-  } kRows[] = {
+  const std::pair<std::string, std::vector<std::string>> kRows[] = {
       {R"("A": {"zone": "L 1"}, "B": {"zone": 5}, "C": {}, "D": 7, "E": {"zone": "L1", "shows": []})",
        {"A zone: ", "B zone: ", "C zone: ", "D: ", "E shows: "}},
       {R"("A": {"zone": ")" + zone33 + R"("}, "B": {"zone": "1/2/3/4/5/6/7/8/9"}, "C": {"zone": "L1/"})",
@@ -65,16 +62,13 @@ TEST(SiteFile, EveryMistakeIsNamedWithDeviceFieldAndReason) {
       {R"("A": {"zone": "L1", "shows": {"left": ["L1"]}}, "B": {"zone": "L1/C", "shows": {"front": ["L1"]}})", {}},
       {"", {"devices: there are none"}},
   };
-  for (const auto& row : kRows) {
-    std::string said = Check(R"({"site": "g", "devices": {)" + row.devices + "}}");
+  for (const auto& [devices, parts] : kRows) {
+    const std::string said = Check(R"({"site": "g", "devices": {)" + devices + "}}");
     const auto lines = static_cast<size_t>(std::count(said.begin(), said.end(), '\n'));
-    EXPECT_EQ(lines, row.said.size()) << row.devices << "\n" << said;
-    for (const std::string& part : row.said) EXPECT_NE(said.find(part), std::string::npos) << part << "\n" << said;
+    EXPECT_EQ(lines, parts.size()) << devices << "\n" << said;
+    for (const std::string& part : parts) EXPECT_NE(said.find(part), std::string::npos) << part << "\n" << said;
   }
-  const struct {
-    const char* file;
-    const char* said;
-  } kFiles[] = {
+  const std::pair<const char*, const char*> kFiles[] = {
       {R"({"site": "my garage", "devices": {"A": {"zone": "L1"}}})", "site: "},
       {R"({"devices": {"A": {"zone": "L1"}}})", "site: "},
       {R"({"site": "g", "devices": {"A": {"zone": "L1"}}, "device": {}})", "device: "},
@@ -83,7 +77,7 @@ TEST(SiteFile, EveryMistakeIsNamedWithDeviceFieldAndReason) {
       {R"({"site": "g", "devices": {"A": {"zone": "L1"})", "cut off"},
       {"", "empty"},
   };
-  for (const auto& row : kFiles) EXPECT_NE(Check(row.file).find(row.said), std::string::npos) << Check(row.file);
+  for (const auto& [file, part] : kFiles) EXPECT_NE(Check(file).find(part), std::string::npos) << Check(file);
 }
 
 TEST(SiteFile, NobodyIsGivenMoreThanCanBeCounted) {
@@ -140,10 +134,7 @@ TEST(SiteFile, ASpreadsheetBecomesOne) {
     ASSERT_TRUE(businessserver::ParseJson(wanted, expected) && businessserver::ParseJson(text, found));
     EXPECT_EQ(found, expected) << sheet << "\n" << text;
   }
-  const struct {
-    const char* sheet;
-    const char* said;
-  } kWrong[] = {
+  const std::pair<const char*, const char*> kWrong[] = {
       {"", "nothing"},
       {"device,name\nA,x\n", "the column zone is missing"},
       {"device,zone,level\n", "no column 'level'"},
@@ -157,10 +148,10 @@ TEST(SiteFile, ASpreadsheetBecomesOne) {
        "e\n",
        "A name: "},
   };
-  for (const auto& row : kWrong) {
+  for (const auto& [sheet, said] : kWrong) {
     std::vector<Mistake> mistakes;
-    site::ImportCsv(row.sheet, "g", mistakes);
-    EXPECT_NE(All(mistakes).find(row.said), std::string::npos) << row.sheet << "\n" << All(mistakes);
+    site::ImportCsv(sheet, "g", mistakes);
+    EXPECT_NE(All(mistakes).find(said), std::string::npos) << sheet << "\n" << All(mistakes);
   }
 }
 

@@ -37,10 +37,7 @@ class SiteView : public testing::Test {
 };
 
 TEST_F(SiteView, TheFirstStateThatAppliesIsTheState) {
-  const struct {
-    const char* health;
-    const char* state;
-  } kRows[] = {
+  const std::pair<const char*, const char*> kRows[] = {
       {"", "offline"},
       {R"({"online":false})", "offline"},
       {R"({"online":true,"daemon":"silent","plan":"unreadable"})", "silent"},
@@ -51,9 +48,9 @@ TEST_F(SiteView, TheFirstStateThatAppliesIsTheState) {
       {kOk, "silent"},                                         // it has, and says nothing of it
   };
   Say("plan/A", R"({"zone":"L1"})", true);
-  for (const auto& row : kRows) {
-    Say("health/A", row.health);
-    EXPECT_EQ(State("A"), row.state) << row.health;
+  for (const auto& [health, state] : kRows) {
+    Say("health/A", health);
+    EXPECT_EQ(State("A"), state) << health;
   }
   Say("counts/A/L1", R"({"spaces":3,"free":1})");
   EXPECT_EQ(State("A"), "ok");

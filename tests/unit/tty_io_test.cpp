@@ -11,11 +11,7 @@ namespace {
 
 TEST(LineSettings, GoldenValues) {
   constexpr tcflag_t kLine = CREAD | CLOCAL;
-  const struct {
-    const char* name;
-    int databits, parity, stopbits, baudrate, code;
-    tcflag_t control;
-  } rows[] = {
+  const std::tuple<const char*, int, int, int, int, int, tcflag_t> rows[] = {
       {"default of the external line", 8, 0, 1, 9600, 0, kLine | CS8 | B9600},
       {"beacon link", 8, 0, 1, 115200, 0, kLine | CS8 | B115200},
       {"odd", 8, 1, 1, 19200, 0, kLine | CS8 | PARENB | PARODD | B19200},
@@ -26,15 +22,15 @@ TEST(LineSettings, GoldenValues) {
       {"parity second", 8, 3, 3, 9600, 2, 0},
       {"stop bits last", 8, 0, 3, 9600, 3, 0},
   };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
+  for (const auto& [name, databits, parity, stopbits, baudrate, code, control] : rows) {
+    SCOPED_TRACE(name);
     termios settings;
     memset(&settings, 0xA5, sizeof settings);
-    ASSERT_EQ(row.code, BuildLineSettings(row.databits, row.parity, row.stopbits, row.baudrate, settings));
-    if (row.code != 0) continue;
+    ASSERT_EQ(code, BuildLineSettings(databits, parity, stopbits, baudrate, settings));
+    if (code != 0) continue;
     termios expected = {};
     expected.c_iflag = IGNPAR;
-    expected.c_cflag = row.control;
+    expected.c_cflag = control;
     expected.c_cc[VMIN] = 1;
     EXPECT_EQ(0, memcmp(&expected, &settings, sizeof settings));
   }
@@ -156,16 +152,15 @@ TEST_F(TtyTest, LongWorkIsReportedWhileItGoesOn) {
 TEST_F(TtyTest, KnowsHowLongBytesTake) {
   EXPECT_EQ(0, tty_->TTY_SendTime(1000)) << "not open";
   Open();
-  const struct {
-    int databits, parity, stopbits, baudrate, milliseconds;
-  } rows[] = {{8, 0, 1, 9600, 1041},  // pseudo-terminals know neither parity nor 7 bits
-              {8, 0, 2, 9600, 1145},
-              {8, 0, 1, 300, 33333},
-              {8, 0, 1, 115200, 86},
-              {8, 0, 1, 57600, 1041}};
-  for (const auto& row : rows) {
-    ASSERT_EQ(0, tty_->TTY_SetParity(row.databits, row.parity, row.stopbits, row.baudrate));
-    EXPECT_EQ(row.milliseconds, tty_->TTY_SendTime(1000)) << row.baudrate;
+  const std::tuple<int, int, int, int, int> rows[] = {
+      {8, 0, 1, 9600, 1041},  // pseudo-terminals know neither parity nor 7 bits
+      {8, 0, 2, 9600, 1145},
+      {8, 0, 1, 300, 33333},
+      {8, 0, 1, 115200, 86},
+      {8, 0, 1, 57600, 1041}};
+  for (const auto& [databits, parity, stopbits, baudrate, milliseconds] : rows) {
+    ASSERT_EQ(0, tty_->TTY_SetParity(databits, parity, stopbits, baudrate));
+    EXPECT_EQ(milliseconds, tty_->TTY_SendTime(1000)) << baudrate;
   }
 }
 

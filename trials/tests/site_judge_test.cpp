@@ -22,17 +22,14 @@ TEST(SiteJudge, KnowsTheMostThatWasFreeOfLate) {
 }
 
 TEST(SiteJudge, NamesWhatCannotBe) {
-  const struct {
-    Claim pushed;
-    const char* fault;
-  } kRows[] = {
+  const std::pair<Claim, const char*> kRows[] = {
       {{0, 0}, ""},
       {{6, 4}, ""},
       {{7, 0}, "counts more than 6"},
       {{6, 5}, "counts more free than the 4 of the last 70 s"},
       {{3, 5}, "counts more free than the 4 of the last 70 s"},
   };
-  for (const auto& row : kRows) EXPECT_EQ(Judge(row.pushed, {6, 4}), row.fault) << row.pushed.spaces;
+  for (const auto& [pushed, fault] : kRows) EXPECT_EQ(Judge(pushed, {6, 4}), fault) << pushed.spaces;
 }
 
 }  // namespace
