@@ -364,6 +364,7 @@ TEST_F(RelayBench, ALateWillIsAnsweredAndTwoDevicesOfOneNameAreTold) {
   Advance(1000);
   EXPECT_EQ(Of("say 3"), Lines());
   Hub(kHealthTopic, other);
+  EXPECT_EQ(Of("say 3").size(), 1U);
   Advance(300000);
   Hub(kHealthTopic, other);
   EXPECT_EQ(Of("say 3").size(), 1U);

@@ -239,6 +239,7 @@ TEST(PlateCode, FieldBytes) {
       {"police with province",      "WJ\xB4\xA8" "12345",    true,  "24 16 31 32 33 34 35"},
       {"police, unknown province",  "WJ" OTHER "12345",      false, "24 FF 31 32 33 34 35"},
       {"police, digits only",       "WJ01234",               false, "57 4A 30 31 32 33 34"},
+      {"police, z is no province",  "WJz2345",               false, "57 4A FF 33 34 35 00"},
       {"z is half a character",     "yz1A",                  false, "79 FF 41 00 00 00 00"},
       {"z first is still plain",    "z1A",                   true,  "FF 41 00 00 00 00 00"},
       {"{ first is a character",    "{1A",                   true,  "7F 41 00 00 00 00 00 00"},

@@ -77,6 +77,8 @@ TEST(SerialDecoder, GoldenLines) {
        "A55A 240B3132333435 00 00  A55A FF413132333426 01 00  A55A 7F4141313233343 501 00",
        "frame license=WJ皖12345 framestatus=free framename=\"\" | frame license=?A1234学 framestatus=occupied "
        "framename=\"\" | frame license=?AA12345 framestatus=occupied framename=\"\""},
+      {"police without province", fields, "A55A 24413132333435 00 00",
+       "frame license=WJA12345 framestatus=free framename=\"\""},
       {"displays and relays in one burst", "", "AA0117 01 308E AA021703 3132338F AA040501AA55 AA040502A955",
        "display 1 shows 0 | display 2 shows 123 | relay 5 is told occupied | relay 5 is told free"},
       {"noise between frames", "", "00 FF AA0117 01 308E 13",
