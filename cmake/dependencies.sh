@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # The Debian packages that building, running, testing and measuring need. Sourced by ./run, ./test and benchmarks/run;
-# Debian 12's names.
+# the names are those that Debian 12 and 13 share.
 #   install_missing GROUP...   installs, through apt-get, what these groups lack; prints nothing when that is nothing
 # Groups: build, page, run, test, arm, machine, bench.
 
@@ -18,7 +18,7 @@ packages_build=(
 )
 packages_run=(mosquitto mosquitto-clients redis-server redis-tools psmisc iproute2)
 packages_test=(
-  git openssl clang clang-format clang-tidy cppcheck libclang-rt-14-dev libbenchmark-dev tmux
+  git openssl clang clang-format clang-tidy cppcheck libclang-rt-dev libbenchmark-dev tmux
   dpkg-dev file systemd curl stunnel4 python3-jsonschema python3-yaml chromium
 )
 packages_bench=(libbenchmark-dev valgrind python3-paho-mqtt python3-redis)

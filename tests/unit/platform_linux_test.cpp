@@ -12,6 +12,7 @@
 #include "../../platform/linux/bus_messages.h"
 #include "../../platform/linux/log_level.h"
 #include "../../platform/linux/peer_owner.h"
+#include "../moved_clock/moved_clock.h"
 #include "../real_platform.h"
 #include "base64.h"
 #include "dp_client.h"
@@ -59,6 +60,16 @@ TEST(Logging, KeepsARecordOneLineOfUtf8) {
         << record;
     EXPECT_EQ(record.substr(24), "3 test/source:17 " + written + "\n") << name;
   }
+}
+
+TEST(Logging, KnowsTheYearsAfter2038) {
+  if (sizeof(time_t) < sizeof(int64_t)) GTEST_SKIP() << "time has 32 bits here";
+  const CapturedErrors errors;
+  MoveWallClock(kNoonIn2040 - time(nullptr));
+  Log(3, "later");
+  MoveWallClock(0);
+  const std::string record = errors.Read();
+  EXPECT_EQ(record.substr(0, 10), "2040-02-29") << record;
 }
 
 TEST(Logging, RotatesItsFileAndFallsBackToStandardError) {

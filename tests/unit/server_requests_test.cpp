@@ -2,6 +2,7 @@
 #include <ctime>
 #include <sstream>
 
+#include "../moved_clock/moved_clock.h"
 #include "server_fixture.h"
 
 namespace businessserver {
@@ -258,6 +259,11 @@ TEST_F(ServerTest, ExternalControlIsRefusedRecordedAndAdmitted) {
       EXPECT_EQ(LedRegister(), 16u) << "no such state: the colour stays";
     }
     EXPECT_EQ(log().size(), 4u) << "one for each address or state that was new and well formed";
+    if (sizeof(time_t) < sizeof(int64_t)) return;  // a build for a system without
+    MoveWallClock(kNoonIn2040 - time(nullptr));
+    EXPECT_EQ(command(R"({"ip":"b","frame_status":0})"), 200);
+    EXPECT_EQ(log()[4]["log_time"].asString().substr(0, 10), "2040-02-29");
+    MoveWallClock(0);
   });
 }
 
