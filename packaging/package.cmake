@@ -64,7 +64,7 @@ set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_SOURCE_DI
 # CMake's own would write the time into it.
 execute_process(COMMAND gzip -9nc ${CMAKE_SOURCE_DIR}/CHANGELOG.md OUTPUT_FILE ${made}/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
 install(FILES ${CMAKE_SOURCE_DIR}/docs/packaging.md ${CMAKE_SOURCE_DIR}/docs/security.md
-              ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/hub.md ${CMAKE_SOURCE_DIR}/docs/commissioning.md ${CMAKE_SOURCE_DIR}/docs/time.md ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
+              ${CMAKE_SOURCE_DIR}/docs/site.md ${CMAKE_SOURCE_DIR}/docs/hub.md ${CMAKE_SOURCE_DIR}/docs/commissioning.md ${CMAKE_SOURCE_DIR}/docs/time.md ${CMAKE_SOURCE_DIR}/docs/migrations.md ${here}/debian/copyright ${made}/changelog.gz DESTINATION share/doc/business-server)
 
 # The hub. It runs on any machine, and has nothing that is compiled.
 set(site ${here}/site)

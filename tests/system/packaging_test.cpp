@@ -75,6 +75,7 @@ TEST(Package, HoldsTheDeviceAndItsUnitsAreLockedDown) {
       {"business-server-bus", "Type=notify\n", "15"},
       {"business-server-store", "ExecStartPre=/usr/lib/business-server/store-repair /var/lib/business-server/store\n",
        "15"},
+      {"business-server-store", "ExecStartPost=-/usr/bin/parkctl store migrate\n", "15"},
       {"business-server-relay", "--site-password ${CREDENTIALS_DIRECTORY}/site-password\n", "15"},
       {"business-server-guard", "ExecStart=/usr/bin/parkctl config guard\n", "15"},
       {"business-server-console", "ExecStart=/usr/bin/stunnel4 /etc/business-server/console/console.conf\n", "15"},

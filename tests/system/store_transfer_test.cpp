@@ -1,7 +1,12 @@
 // The store outside of itself: exported, damaged, brought back; and every file that is not to be brought in.
+#include <sys/wait.h>
+
+#include <csignal>
 #include <vector>
 
 #include "installed_device.h"
+#include "migrations.h"
+#include "shell.h"
 
 namespace {
 
@@ -135,8 +140,41 @@ TEST_F(StoreTransfer, LeavesEverythingAsItIsWhereItCannotGoOn) {
   EXPECT_TRUE(fs::is_empty(exports_));
 }
 
+void CountUp(Json::Value& document) { document["pos"] = document["pos"].asInt() + 1; }
+
+TEST_F(StoreTransfer, AMigrationThatIsKilledIsDoneWholeOrNotAtAll) {
+  const parkctl::Migrations migrations = {{&businessserver::kDevPos, CountUp}, {&businessserver::kDevPos, CountUp}};
+  const std::string file = (directory_.path / "file.json").string();
+  ASSERT_EQ(Store("export " + file).status, 0);
+  const auto pos = [] { return Store("get bus_dev_pos | tr -cd 0-9").output; };
+  const auto form = [] { return StoreSays("hget kvdb store_form_value"); };
+  int killed = 0;
+  for (int delay = 0; delay < 20; ++delay) {
+    ASSERT_EQ(Store("import " + file).status, 0);
+    const pid_t migration = fork();
+    if (migration == 0) _exit(parkctl::MigrateStore(migrations, desk::kStorePort));
+    SleepMicroseconds(static_cast<unsigned>(delay) * 300);
+    kill(migration, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(migration, &status, 0), migration);
+    killed += WIFSIGNALED(status) ? 1 : 0;
+    const bool untouched = form() == "\n";
+    EXPECT_EQ(pos(), untouched ? "3" : "5") << delay;
+    for (int more = 0; more < 2; ++more) EXPECT_EQ(parkctl::MigrateStore(migrations, desk::kStorePort), 0) << delay;
+    EXPECT_EQ(pos() + form(), "52\n") << delay;
+  }
+  EXPECT_GT(killed, 0);
+  // This version knows none of these two, and leaves them alone.
+  const Outcome refused = Store("migrate");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.output.find("later version"), std::string::npos) << refused.output;
+  ASSERT_EQ(Store("export " + file).status, 0);
+  EXPECT_EQ(Store("import " + file).status, 3);
+  EXPECT_EQ(pos() + form(), "52\n");
+}
+
 // A device that was upgraded finds every document as the release before stored it. No form has changed yet; a change of
-// one needs a migration, and this test the form that it becomes.
+// one is a migration, and what this test asks for is the form that it becomes.
 TEST_F(StoreTransfer, TheStoresOfAllReleasesAreUnderstood) {
   Start(device_.broker);
   int releases = 0;

@@ -5,6 +5,7 @@
 #include "base64.h"
 #include "console.h"
 #include "message_words.h"
+#include "migrations.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "record_text.h"
@@ -13,6 +14,7 @@
 namespace {
 
 namespace bs = businessserver;
+using namespace std::string_literals;
 using parkctl::GivenOption;
 
 // The options of a command line: {"--space", "1", "--occupied", ...}.
@@ -165,6 +167,45 @@ TEST(ParkctlStore, ChangesAreNamed) {
                                                                        "~ e: {} -> []", "+ b.c.2: 4", "+ f: \"京\""}));
   EXPECT_TRUE(parkctl::Changes(after, after).empty());
   EXPECT_EQ(parkctl::Changes(Json::Value(), Json::Value(5)), std::vector<std::string>{"+ (the whole): 5"});
+}
+
+void AddOne(Json::Value& document) { document["n"] = document["n"].asInt() + 1; }
+void Double(Json::Value& document) { document["n"] = document["n"].asInt() * 2; }
+
+TEST(ParkctlStore, DocumentsGoThroughEachMigrationOnce) {
+  const parkctl::Migrations migrations = {{&bs::kIbcName, AddOne}, {&bs::kDevPos, AddOne}, {&bs::kIbcName, Double}};
+  const struct {
+    const char* name;
+    std::string number, text, number_after, text_after;
+    size_t lines;
+    const char* problem;
+  } kRows[] = {
+      {"of the first release", "", R"({"n": 3})", "3", "{\n\t\"n\" : 8\n}\n", 2, ""},
+      {"a default, with its NUL", "", "{\"n\": 3}\0"s, "3", "{\n\t\"n\" : 8\n}\n", 2, ""},
+      {"half the way", "2", R"({"n": 3})", "3", "{\n\t\"n\" : 6\n}\n", 1, ""},
+      {"through all", "3", R"({"n": 3})", "3", R"({"n": 3})", 0, ""},
+      {"no JSON", "", "{", "3", "{", 2, ""},
+      {"of no known form", "", R"({"n": []})", "3", R"({"n": []})", 2, ""},
+      {"of a later version", "4", R"({"n": 3})", "4", R"({"n": 3})", 0, "later version"},
+      {"no number", "3x", R"({"n": 3})", "3x", R"({"n": 3})", 0, "later version"},
+  };
+  const std::string key(bs::kIbcName.key, bs::kIbcName.key_length);
+  for (const auto& row : kRows) {
+    KvdbDocuments documents = {{key, row.text}, {"other", R"({"n": 3})"}, {"zz", ""}};
+    if (!row.number.empty()) documents.insert(documents.begin() + 2, {"store_form_value", row.number});
+    const parkctl::MigrationResult result = parkctl::Migrate(migrations, documents);
+    const KvdbDocuments after = {
+        {key, row.text_after}, {"other", R"({"n": 3})"}, {"store_form_value", row.number_after}, {"zz", ""}};
+    EXPECT_EQ(documents, after) << row.name;
+    EXPECT_EQ(result.lines.size(), row.lines) << row.name;
+    EXPECT_EQ(result.changed, row.number != row.number_after) << row.name;
+    EXPECT_EQ(result.problem.empty(), *row.problem == '\0') << row.name;
+    EXPECT_NE(result.problem.find(row.problem), std::string::npos) << row.name << result.problem;
+  }
+  KvdbDocuments none, released = {{key, ""}};
+  EXPECT_TRUE(parkctl::Migrate(migrations, none).changed) << "a new store is in the newest form";
+  EXPECT_EQ(none, (KvdbDocuments{{"store_form_value", "3"}}));
+  EXPECT_FALSE(parkctl::Migrate({}, released).changed);
 }
 
 TEST(ParkctlInput, JsonIsTakenStrictly) {

@@ -93,6 +93,8 @@ void AddStore(CLI::App& app, Action& action, const Ports& ports) {
       {"list", "Every document that the device knows", ListDocuments},
       {"backup", "Copy the whole store to its backup", BackUpStore},
       {"restore", "Bring the backup back", RestoreStore},
+      {"migrate", "Bring documents of an earlier version into the form of this one (done when the store starts)",
+       BringForward},
       {"unreadable", "What documents held that could not be read", ShowUnreadable},
   };
   for (const auto& row : kWhole) {

@@ -6,6 +6,7 @@
 #include "console.h"
 #include "contract/check.h"
 #include "kvdb_whole.h"
+#include "migrations.h"
 #include "plain_words.h"
 #include "protocol/json_text.h"
 #include "stored_text.h"
@@ -112,6 +113,8 @@ int ShowUnreadable(uint16_t store_port) {
   return kDone;
 }
 
+int BringForward(uint16_t store_port) { return MigrateStore(ReleasedMigrations(), store_port); }
+
 int BackUpStore(uint16_t store_port) {
   const Store store(store_port);
   if (!store.IsUp()) return store.Explain();
@@ -124,13 +127,17 @@ int BackUpStore(uint16_t store_port) {
 }
 
 int RestoreStore(uint16_t store_port) {
-  const Store store(store_port);
-  if (!store.IsUp()) return store.Explain();
-  if (Kvdb_RestoreDatabase() != 1) {
-    Note("nothing restored: there is no backup (\"parkctl store backup\" makes one)");
-    return kRefused;
+  {
+    const Store store(store_port);
+    if (!store.IsUp()) return store.Explain();
+    if (Kvdb_RestoreDatabase() != 1) {
+      Note("nothing restored: there is no backup (\"parkctl store backup\" makes one)");
+      return kRefused;
+    }
   }
   std::cout << "the store is as it was backed up\n";
+  const int status = BringForward(store_port);  // the backup may be of an earlier version
+  if (status != kDone) return status;
   Note("the daemon goes on with the settings that it has: restart it to use these");
   return kDone;
 }

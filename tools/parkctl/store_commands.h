@@ -19,6 +19,7 @@ struct SetOptions {
 int SetDocument(uint16_t store_port, const SetOptions& options);
 
 int ShowUnreadable(uint16_t store_port);  // as they were, for their owner
+int BringForward(uint16_t store_port);    // documents of earlier versions into the form of this one
 int BackUpStore(uint16_t store_port);
 int RestoreStore(uint16_t store_port);
 

@@ -8,6 +8,7 @@
 #include "console.h"
 #include "contract/json_text.h"
 #include "kvdb_whole.h"
+#include "migrations.h"
 #include "plain_words.h"
 #include "relay/change_guard.h"
 #include "store_file.h"
@@ -87,6 +88,11 @@ int ImportStore(const TransferOptions& options) {
   const std::string problem = ReadStoreFile(ReadSource(options.file == "-" ? "-" : "@" + options.file), file);
   if (!problem.empty()) {
     Note(problem);
+    return kMisused;
+  }
+  const MigrationResult migrated = Migrate(ReleasedMigrations(), file.documents);
+  if (!migrated.problem.empty()) {
+    Note(migrated.problem);
     return kMisused;
   }
   const Store store(options.store_port);
