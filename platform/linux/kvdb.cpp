@@ -181,13 +181,20 @@ Reply Store::ReadReply() {
   }
 }
 
+// What the library is reading; it keeps that in another form since its version 1.
+#if HIREDIS_MAJOR >= 1
+const redisReadTask& FirstTask(const redisReader& reader) { return *reader.task[0]; }
+#else
+const redisReadTask& FirstTask(const redisReader& reader) { return reader.rstack[0]; }
+#endif
+
 // Of a text "$<length>\r\n<bytes>\r\n" the reader has taken the "$", and the rest only when it is all there. Nothing
 // else that the store says in answer to these commands is long.
 bool Store::AnswersTooLong() const {
   const redisReader& reader = *context_->reader;
   const std::string_view answer(reader.buf + reader.pos, reader.len - reader.pos);
   if (answer.size() > kMaxValue + 32) return true;
-  if (reader.ridx != 0 || reader.rstack[0].type != REDIS_REPLY_STRING) return false;
+  if (reader.ridx != 0 || FirstTask(reader).type != REDIS_REPLY_STRING) return false;
   size_t length = 0;
   std::from_chars(answer.data(), answer.data() + answer.size(), length);
   return length > kMaxValue;
