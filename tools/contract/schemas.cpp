@@ -3,6 +3,7 @@
 #include <json/reader.h>
 
 #include <algorithm>
+#include <functional>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -123,11 +124,12 @@ std::vector<std::string> Names(std::string_view folder) {
 
 bool Has(std::string_view name) { return FindText(name) != nullptr; }
 
-const Json::Value& Schema(const std::string& name) {
-  static std::map<std::string, Json::Value> schemas;
+const Json::Value& Schema(std::string_view name) {
+  static std::map<std::string, Json::Value, std::less<>> schemas;
   const auto known = schemas.find(name);
   if (known != schemas.end()) return known->second;
-  return schemas.emplace(name, Whole(File(name), name)).first->second;
+  const std::string file(name);
+  return schemas.emplace(file, Whole(File(file), file)).first->second;
 }
 
 Json::Value Printed(const Json::Value& schema) {

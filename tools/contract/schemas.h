@@ -17,7 +17,7 @@ bool Has(std::string_view name);
 
 // The whole schema: what it refers to stands in it. Members that stand beside a reference (its own title, its own
 // default) win over those referred to. Throws std::out_of_range for a name that is none.
-const Json::Value& Schema(const std::string& name);
+const Json::Value& Schema(std::string_view name);
 
 // The schema as it is written, without what only this library knows: for people and other programs.
 Json::Value Printed(const Json::Value& schema);
