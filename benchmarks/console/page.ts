@@ -60,10 +60,10 @@ async function main(): Promise<void> {
     await pause(2000);
     const times: number[] = [];
     for (let i = 0; i < 5; ++i) {
-      const window = await openPage(hub.address, { width: 1440, height: 900 });
-      await window.page.waitForSelector("[data-zone]");
-      times.push(await window.page.evaluate(() => performance.now()));
-      await window.context.close();
+      const tab = await openPage(hub.address, { width: 1440, height: 900 });
+      await tab.waitForSelector("[data-zone]");
+      times.push(await tab.evaluate(() => performance.now()));
+      await tab.context().close();
     }
     const seen = share(
       times.sort((a, b) => a - b),
@@ -72,9 +72,9 @@ async function main(): Promise<void> {
     row(`first useful sight, ${count} devices`, `${Math.round(seen)} ms`, count === 300 ? "1,000 ms" : "");
   }
 
-  const window = await openPage(hub.address, { width: 1440, height: 900 });
-  await window.page.waitForSelector("[data-zone]");
-  const devtools = await window.context.newCDPSession(window.page);
+  const tab = await openPage(hub.address, { width: 1440, height: 900 });
+  await tab.waitForSelector("[data-zone]");
+  const devtools = await tab.context().newCDPSession(tab);
   await devtools.send("Performance.enable");
   const metric = async (name: string): Promise<number> => {
     const { metrics } = await devtools.send("Performance.getMetrics");
@@ -86,7 +86,7 @@ async function main(): Promise<void> {
   };
 
   const chatter = new Chatter(site);
-  await window.page.evaluate(() => {
+  await tab.evaluate(() => {
     const frames: number[] = [];
     (globalThis as unknown as { frames: number[] }).frames = frames;
     let last = performance.now();
@@ -100,7 +100,7 @@ async function main(): Promise<void> {
   const seconds = quick ? 5 : 30;
   const busy = await metric("TaskDuration");
   await chatter.talk(kRate, kRate * seconds);
-  const frames = await window.page.evaluate(() => (globalThis as unknown as { frames: number[] }).frames.splice(0));
+  const frames = await tab.evaluate(() => (globalThis as unknown as { frames: number[] }).frames.splice(0));
   const worked = (await metric("TaskDuration")) - busy;
   frames.sort((a, b) => a - b);
   row(`frames at ${kRate} messages a second, median`, `${share(frames, 0.5).toFixed(1)} ms`, "");
@@ -117,7 +117,7 @@ async function main(): Promise<void> {
     `${growth >= 0 ? "+" : ""}${growth.toFixed(1)} MB of ${before.toFixed(1)}`,
     "20 MB",
   );
-  await until("the page follows", async () => (await window.page.locator('body[data-connection="up"]').count()) === 1);
+  await until("the page follows", async () => (await tab.locator('body[data-connection="up"]').count()) === 1);
 
   console.log("| | measured | bound |\n|---|---|---|");
   for (const cells of rows) console.log(`| ${cells.join(" | ")} |`);

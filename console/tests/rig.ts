@@ -1,4 +1,5 @@
 // A hub with made-up devices, and a browser that looks at it: what the tests of the page stand on.
+import assert from "node:assert/strict";
 import { spawn, type ChildProcess } from "node:child_process";
 import { mkdtempSync, readFileSync, rmSync, writeFileSync } from "node:fs";
 import { createRequire } from "node:module";
@@ -215,15 +216,9 @@ export class MadeUpSite {
   }
 }
 
-/** A page, with everything that must not happen on it written down. */
-export interface Window {
-  page: Page;
-  context: BrowserContext;
-  errors: string[];
-  strangers: string[]; // requests to other hosts
-}
-
 let browser: Browser | undefined;
+/** Of the pages that are open. */
+const open: { context: BrowserContext; unwanted: string[] }[] = [];
 
 export async function openBrowser(): Promise<void> {
   browser = await chromium.launch({
@@ -240,34 +235,36 @@ export interface Look {
   width?: number;
   height?: number;
   dark?: boolean;
+  fails?: boolean; // the page may say so: what it asks is refused, or its hub is away
 }
 
 export async function openPage(
   address: string,
-  { width = 1440, height = 900, dark = false }: Look = {},
-): Promise<Window> {
+  { width = 1440, height = 900, dark = false, fails = false }: Look = {},
+): Promise<Page> {
   if (browser === undefined) throw new Error("no browser");
   const context = await browser.newContext({ viewport: { width, height }, colorScheme: dark ? "dark" : "light" });
   const page = await context.newPage();
-  const window: Window = { page, context, errors: [], strangers: [] };
-  page.on("pageerror", (error) => window.errors.push(String(error)));
+  const unwanted: string[] = [];
+  open.push({ context, unwanted });
+  page.on("pageerror", (error) => unwanted.push(String(error)));
   page.on("console", (message) => {
-    if (message.type() === "error") window.errors.push(message.text());
+    if (message.type() === "error" && !fails) unwanted.push(message.text());
   });
   page.on("request", (request) => {
     const url = new URL(request.url());
-    if (url.protocol !== "data:" && url.hostname !== "127.0.0.1") window.strangers.push(request.url());
+    if (url.protocol !== "data:" && url.hostname !== "127.0.0.1") unwanted.push(request.url());
   });
   if (address.startsWith("http")) await page.goto(address);
-  return window;
+  return page;
 }
 
-/** Nothing that must not happen has happened; the page is closed. */
-export async function unwanted(window: Window): Promise<void> {
-  if (window.errors.length > 0 || window.strangers.length > 0) {
-    throw new Error(`the page said ${window.errors.join("; ")} and asked ${window.strangers.join(" ")}`);
+/** After each test: no page has said an error or asked another host; they are closed. */
+export async function closePages(): Promise<void> {
+  for (const { context, unwanted } of open.splice(0)) {
+    await context.close();
+    assert.deepEqual(unwanted, []);
   }
-  await window.context.close();
 }
 
 /** What axe finds serious or worse. */

@@ -1,9 +1,9 @@
 import assert from "node:assert/strict";
 import { spawnSync } from "node:child_process";
-import { after, before, test } from "node:test";
+import { after, afterEach, before, test } from "node:test";
 import type { Locator, Page } from "playwright-core";
 import { RealDevice, kDevicePage } from "../real_device";
-import { Hub, closeBrowser, openBrowser, openPage, picture, unwanted, until, violations } from "../rig";
+import { Hub, closeBrowser, closePages, openBrowser, openPage, picture, until, violations } from "../rig";
 
 const device = new RealDevice();
 let hub: Hub;
@@ -14,6 +14,8 @@ before(async () => {
   await device.start();
   device.join(hub.plain, "garage", "L1-A-001", "configure");
 });
+
+afterEach(closePages);
 
 after(async () => {
   await device.stop();
@@ -37,8 +39,7 @@ const result = (page: Page, command: string, state: string): Promise<void> =>
 const baud = (): unknown => device.get("get_ttyio_cfg").baudrate;
 
 test("a device's own page shows it, and a new position takes effect", async () => {
-  const window = await openPage(kDevicePage);
-  const { page } = window;
+  const page = await openPage(kDevicePage);
   const field = (name: string): Promise<string> =>
     page.locator(`[data-device="device"] [data-field="${name}"]`).innerText();
   await page.waitForSelector('[data-device="device"]');
@@ -53,24 +54,15 @@ test("a device's own page shows it, and a new position takes effect", async () =
   await until("one space is taken", async () => (await field("free")) === "0");
   await page.locator('[data-field="frames"]').getByText("license=京A12345 framestatus=occupied").waitFor();
   await page.locator('[data-field="events"]').getByText("the device shows occupied").waitFor();
-  assert.deepEqual(
-    (await violations(page)).map((one) => one.id),
-    [],
-  );
+  assert.deepEqual(await violations(page), []);
   await page.evaluate(() => scrollTo(0, 0));
   await picture(page, "console-own-1440");
-  await unwanted(window);
 });
 
 test("a stored value that makes no sense is shown as it is, with its fault", async () => {
-  device.parkctl(
-    "request",
-    "--force",
-    "set_ttyio_cfg",
-    '{"ttyionum":2,"baudrate":12345,"checkbit":0,"databit":8,"stopbit":1}',
-  );
-  const window = await openPage(`${kDevicePage}#/device`);
-  const { page } = window;
+  const stored = '{"ttyionum":2,"baudrate":12345,"checkbit":0,"databit":8,"stopbit":1}';
+  device.parkctl("request", "--force", "set_ttyio_cfg", stored);
+  const page = await openPage(`${kDevicePage}#/device`);
   const line = form(page, "set_ttyio_cfg");
   await line.locator('[data-fault="body.baudrate"]').getByText("12345 is none of 300, 1200").waitFor();
   assert.equal(await line.locator('[data-path="body.baudrate"]').inputValue(), "12345");
@@ -83,13 +75,11 @@ test("a stored value that makes no sense is shown as it is, with its fault", asy
   assert.equal(await name.inputValue(), "Einfahrt öööö", "what is typed stays while it is told");
   await line.locator('[data-action="default"]').click();
   await until("the fault is gone", async () => (await line.locator("[data-fault]").count()) === 0);
-  await unwanted(window);
 });
 
 test("where nobody takes a change back, the page says so before it sets the line", async () => {
   spawnSync("pkill", ["-9", "-f", "parkctl config guard"]);
-  const window = await openPage(kDevicePage);
-  const { page } = window;
+  const page = await openPage(kDevicePage);
   const line = form(page, "set_ttyio_cfg");
   await choose(page, "set_ttyio_cfg", "body.baudrate", "9600");
   await line.getByText("nobody on this device can take the change back").waitFor({ timeout: 20_000 });
@@ -99,13 +89,11 @@ test("where nobody takes a change back, the page says so before it sets the line
   await line.locator('[data-action="confirm"]').click();
   await result(page, "set_ttyio_cfg", "done");
   assert.equal(baud(), 9600);
-  await unwanted(window);
 });
 
 test("from the site: a change that is not kept goes back, also when the page is closed", async () => {
   const address = `${hub.address}#/device/L1-A-001`;
-  const window = await openPage(address, { width: 360, height: 740 });
-  const { page } = window;
+  const page = await openPage(address, { width: 360, height: 740 });
   await choose(page, "set_ttyio_cfg", "body.baudrate", "300");
   const keep = form(page, "set_ttyio_cfg").locator('[data-action="keep"]');
   await keep.waitFor();
@@ -113,31 +101,29 @@ test("from the site: a change that is not kept goes back, also when the page is 
   assert.equal(baud(), 300);
   await form(page, "set_ttyio_cfg").scrollIntoViewIfNeeded();
   await picture(page, "console-keep-360");
-  await unwanted(window); // closes the page
+  await page.context().close();
 
   const later = await openPage(address);
-  await later.page.getByText("A change of this device was tried").waitFor();
+  await later.getByText("A change of this device was tried").waitFor();
   await until("it goes back by itself", () => baud() === 9600, 90_000);
-  await until("the page says so no more", async () => (await later.page.locator('[data-action="keep"]').count()) === 0);
+  await until("the page says so no more", async () => (await later.locator('[data-action="keep"]').count()) === 0);
 
-  await later.page.reload();
-  await choose(later.page, "set_ttyio_cfg", "body.baudrate", "19200");
-  await form(later.page, "set_ttyio_cfg").locator('[data-action="undo"]').click();
-  await form(later.page, "set_ttyio_cfg").getByText("The device has what it had before").waitFor();
+  await later.reload();
+  await choose(later, "set_ttyio_cfg", "body.baudrate", "19200");
+  await form(later, "set_ttyio_cfg").locator('[data-action="undo"]').click();
+  await form(later, "set_ttyio_cfg").getByText("The device has what it had before").waitFor();
   assert.equal(baud(), 9600);
-  await choose(later.page, "set_ttyio_cfg", "body.baudrate", "19200");
-  await form(later.page, "set_ttyio_cfg").locator('[data-action="keep"]').click();
-  await later.page.getByText("Kept: the change stays").waitFor();
+  await choose(later, "set_ttyio_cfg", "body.baudrate", "19200");
+  await form(later, "set_ttyio_cfg").locator('[data-action="keep"]').click();
+  await later.getByText("Kept: the change stays").waitFor();
   assert.equal(baud(), 19200);
-  await unwanted(later);
 });
 
 test("a plan is given on the device's page, and its display's direction changes", async () => {
   const client = await hub.connect();
   client.publish("park/garage/plan/other", '{"zone":"L2/B"}', { retain: true });
   client.publish("park/garage/counts/other/L2/B", '{"spaces":5,"free":4}', { retain: true });
-  const window = await openPage(`${hub.address}#/device/L1-A-001`);
-  const { page } = window;
+  const page = await openPage(`${hub.address}#/device/L1-A-001`);
   const plan = form(page, "plan");
   await page.locator('[data-device="L1-A-001"]').getByText("no plan", { exact: true }).waitFor();
   await plan.locator('[data-path="zone"]').fill("L1 A");
@@ -151,5 +137,4 @@ test("a plan is given on the device's page, and its display's direction changes"
   await page.locator('[data-device="L1-A-001"] [data-field="state"]').getByText("ok", { exact: true }).waitFor();
   await until("the device counts what its plan says", () => device.get("get_net_status").l_frees === 4);
   await page.locator('[data-direction="left"]').getByText("4 of 5").waitFor({ timeout: 20_000 });
-  await unwanted(window);
 });

@@ -174,10 +174,8 @@ test("apply checks, asks, sets, reads back and tells what is stored", async () =
   assert.match(form.result?.sentence ?? "", /body\.pos: 7 is none of 0 \(own group\), 1/);
   device.settings.edit(form, ["pos"], 1);
   device.settings.apply(form);
-  assert.deepEqual(
-    device.settings.changes(form).map(({ path, before, after }) => [path, before, after]),
-    [["body.pos", 0, 1]],
-  );
+  const changes = device.settings.changes(form).map(({ path, before, after }) => [path, before, after]);
+  assert.deepEqual(changes, [["body.pos", 0, 1]]);
   assert.deepEqual(device.stored.dev_pos, { pos: 0 }, "nothing is sent before it is confirmed");
   await device.run(device.settings.confirm(form));
   assert.deepEqual([device.stored.dev_pos, form.result?.state], [{ pos: 1 }, "done"]);

@@ -65,10 +65,8 @@ test("edits touch only their place", () => {
   const after = withValue(before, ["list", 1, "b"], 5);
   assert.deepEqual(after, { list: [{ a: 1 }, { b: 5 }], other: { c: 3 } });
   assert.deepEqual(before, { list: [{ a: 1 }, { b: 2 }], other: { c: 3 } });
-  assert.deepEqual(
-    differences(undefined, before, after).map((one) => one.path),
-    ["list[1].b"],
-  );
+  const paths = differences(undefined, before, after).map((one) => one.path);
+  assert.deepEqual(paths, ["list[1].b"]);
   assert.deepEqual(differences(undefined, { a: 1, b: 2 }, { b: 2, a: 1 }), [], "the order of members is no difference");
   assert.deepEqual(withValue({ a: 1 }, ["a"], undefined), {});
 });
@@ -111,27 +109,16 @@ test("a device's own bus is understood, and strangers' messages on it break noth
   };
   assert.equal(own.state(0), "offline");
   const cm_dev = [
-    { ip: 2, tn: 6, fn: 1 },
-    { ip: 335653056, tn: 9, fn: 9 },
-  ];
+    [2, 6, 1],
+    [335653056, 9, 9],
+  ].map(([ip, tn, fn]) => ({ ip, tn, fn }));
   say("BUS_BROADCAST_MESSAGE", { type: "frame_changed", body: { totle: 9, free: 3, cm_dev } });
-  assert.deepEqual(
-    [own.counts, own.totals],
-    [
-      { spaces: 3, free: 2 },
-      { spaces: 9, free: 3 },
-    ],
-  );
+  assert.deepEqual(own.counts, { spaces: 3, free: 2 });
+  assert.deepEqual(own.totals, { spaces: 9, free: 3 });
   say("BUS_BROADCAST_MESSAGE", { type: "ledcolor_changed", body: { led_color: 6 } });
   say("BUS_BROADLISTEN_MESSAGE", { type: "send_ttyio_data", body: { data: "qgEXATCO", data_len: 6 } });
-  for (const bad of [
-    "",
-    "null",
-    "[1]",
-    '{"type":"frame_changed"}',
-    '{"type":"ttyio_data_bro","body":{"data":7}}',
-    "\u0007",
-  ]) {
+  const frames = ['{"type":"frame_changed"}', '{"type":"ttyio_data_bro","body":{"data":7}}'];
+  for (const bad of ["", "null", "[1]", "\u0007", ...frames]) {
     for (const topic of ["BUS_BROADCAST_MESSAGE", "BUS_NET_PUSH", "BUS_BROADLISTEN_MESSAGE", "BUS_SIMULATOR_TRIGGER"])
       say(topic, bad);
   }
@@ -148,47 +135,27 @@ test("site files are refused in the words of the command line", () => {
   const parkctl = join(process.env.BINARIES ?? "../build/release/bin", "parkctl");
   const plan = (zone: string, shows: object = {}): object => ({ zone, shows });
   const many = Array.from({ length: 5000 }, (_, i) => `Zone-of-a-long-name-${i}`);
-  const cases: [string, string | object][] = [
-    ["garage", '{"site":"garage","devices":{"a":{"zone":"L1"},"a":{"zone":\n"L1","zone":"L\\u0031"}}}'],
-    [
-      "garage",
-      { site: "garage", devices: { a: { zone: "L 1", name: "a\u0007", x: 1, shows: { up: [], left: "L1" } } } },
-    ],
-    ["garage", { site: "garage", devices: { "b!": plan("L1"), c: { name: "" }, d: 7, e: plan("1/2/3/4/5/6/7/8/9") } }],
-    ["garage", { site: "my garage", devices: [], more: 1 }],
-    ["garage", { site: "garage", devices: {} }],
-    ["garage", []],
-    [
-      "garage",
-      {
-        site: "garage",
-        devices: {
-          a: plan("L1/A", { left: ["L1", "L1"], right: ["L1/A"], front: ["l1-b", "B", "L7"] }),
-          b: plan("L1/B", { group: ["L1/A", "L1", "L1/B"], left: ["L1/A"] }),
-        },
-      },
-    ],
-    [
-      "garage",
-      {
-        site: "garage",
-        devices: Object.fromEntries([
-          ...many.map((zone, i) => [`d${i}`, plan(zone)]),
-          ["e", plan("E", { left: many, right: ["E"] })],
-        ]) as object,
-      },
-    ],
-    [
-      "garage",
-      {
-        site: "garage",
-        devices: Object.fromEntries(many.slice(0, 3).map((zone) => [zone, plan("L1", { left: ["L1"] })])) as object,
-      },
-    ],
+  const named = (names: string[], planOf: (name: string, i: number) => object): object =>
+    Object.fromEntries(names.map((name, i) => [name, planOf(name, i)]));
+  const devices: object[] = [
+    { a: { zone: "L 1", name: "a\u0007", x: 1, shows: { up: [], left: "L1" } } },
+    { "b!": plan("L1"), c: { name: "" }, d: 7, e: plan("1/2/3/4/5/6/7/8/9") },
+    {},
+    {
+      a: plan("L1/A", { left: ["L1", "L1"], right: ["L1/A"], front: ["l1-b", "B", "L7"] }),
+      b: plan("L1/B", { group: ["L1/A", "L1", "L1/B"], left: ["L1/A"] }),
+    },
+    { ...named(many, (zone) => plan(zone)), e: plan("E", { left: many, right: ["E"] }) },
+    named(many.slice(0, 3), () => plan("L1", { left: ["L1"] })),
   ];
-  for (const [site, file] of cases) {
-    const text = typeof file === "string" ? file : JSON.stringify(file);
-    const { plans, faults } = readSiteFile(text, site);
+  const texts = [
+    '{"site":"garage","devices":{"a":{"zone":"L1"},"a":{"zone":\n"L1","zone":"L\\u0031"}}}',
+    '{"site":"my garage","devices":[],"more":1}',
+    "[]",
+    ...devices.map((all) => JSON.stringify({ site: "garage", devices: all })),
+  ];
+  for (const text of texts) {
+    const { plans, faults } = readSiteFile(text, "garage");
     const sense = checkSense(plans).filter((fault) => !fault.warning);
     const told = spawnSync(parkctl, ["site", "check", "-"], { input: text, encoding: "utf8" });
     const lines = told.stderr.split("\n").filter((line) => line !== "" && !/^(parkctl: )?\d+ mistakes?$/.test(line));
@@ -218,10 +185,8 @@ test("plans are checked before they are sent", () => {
   for (const [edit, places] of cases) {
     plans.discard();
     edit();
-    assert.deepEqual(
-      plans.faults.map((fault) => `${fault.device} ${fault.path}`),
-      places,
-    );
+    const faults = plans.faults.map((fault) => `${fault.device} ${fault.path}`);
+    assert.deepEqual(faults, places);
   }
   plans.apply(["c"]);
   assert.equal(plans.result?.state, "failed");
