@@ -127,57 +127,57 @@ bool Runs(pid_t pid) {
   return !text.empty() && text.find(") Z ") == std::string::npos;
 }
 
-TEST(Processes, ASelfMadeEndIsNoticedWithItsLastWords) {
-  TemporaryDirectory directory;
-  Loop loop;
-  Process process(loop, "child");
+class Processes : public testing::Test {
+ protected:
+  void Start(const std::string& script) {
+    std::string problem;
+    process_.Configure({"/bin/sh", "-c", script}, directory_.path.string());
+    ASSERT_TRUE(process_.Start(problem)) << problem;
+  }
+
+  TemporaryDirectory directory_;
+  Loop loop_;
+  Process process_{loop_, "child"};
+};
+
+TEST_F(Processes, ASelfMadeEndIsNoticedWithItsLastWords) {
   std::vector<std::string> lines;
-  std::string ended = "not";
-  process.Configure({"/bin/sh", "-c", "echo one; echo two >&2; exit 3"}, directory.path.string());
-  process.OnLine([&](const std::string& line) { lines.push_back(line); });
-  process.OnExit([&](const std::string& how) { ended = how; });
-  std::string problem;
-  ASSERT_TRUE(process.Start(problem)) << problem;
-  EXPECT_TRUE(loop.RunUntil([&] { return !process.running(); }, Milliseconds(5000)));
+  std::string problem, ended = "not";
+  process_.OnLine([&](const std::string& line) { lines.push_back(line); });
+  process_.OnExit([&](const std::string& how) { ended = how; });
+  Start("echo one; echo two >&2; exit 3");
+  EXPECT_TRUE(loop_.RunUntil([&] { return !process_.running(); }, Milliseconds(5000)));
   EXPECT_EQ(ended, "with status 3");
   EXPECT_EQ(lines, (std::vector<std::string>{"one", "two"}));
-  process.Configure({"/no/such/program"}, directory.path.string());
-  ASSERT_TRUE(process.Start(problem));
-  loop.RunUntil([&] { return lines.size() == 3; }, Milliseconds(5000));
+  process_.Configure({"/no/such/program"}, directory_.path.string());
+  ASSERT_TRUE(process_.Start(problem));
+  loop_.RunUntil([&] { return lines.size() == 3; }, Milliseconds(5000));
   EXPECT_EQ(lines.back(), "cannot run /no/such/program: No such file or directory");
 }
 
-TEST(Processes, StopEndsAlsoWhoIsFrozenOrDeaf) {
-  TemporaryDirectory directory;
-  Loop loop;
-  Process process(loop, "child");
-  std::string problem;
+TEST_F(Processes, StopEndsAlsoWhoIsFrozenOrDeaf) {
   for (const bool deaf : {false, true}) {
-    process.Configure(
-        {"/bin/sh", "-c", deaf ? "trap '' TERM; echo up; while :; do sleep 0.05; done" : "echo up; sleep 60"},
-        directory.path.string());
     bool up = false;
-    process.OnLine([&](const std::string&) { up = true; });
-    ASSERT_TRUE(process.Start(problem)) << problem;
-    ASSERT_TRUE(loop.RunUntil([&] { return up; }, Milliseconds(5000)));
-    const pid_t pid = process.pid();
-    process.Freeze();
-    process.Stop();
-    EXPECT_FALSE(process.running());
+    process_.OnLine([&](const std::string&) { up = true; });
+    Start(deaf ? "trap '' TERM; echo up; while :; do sleep 0.05; done" : "echo up; sleep 60");
+    ASSERT_TRUE(loop_.RunUntil([&] { return up; }, Milliseconds(5000)));
+    const pid_t pid = process_.pid();
+    process_.Freeze();
+    process_.Stop();
+    EXPECT_FALSE(process_.running());
     EXPECT_FALSE(Runs(pid)) << (deaf ? "deaf" : "frozen");
   }
 }
 
-TEST(Processes, DieWithTheDeskEvenWhenItIsKilled) {
-  TemporaryDirectory directory;
+TEST_F(Processes, DieWithTheDeskEvenWhenItIsKilled) {
   int ends[2];
   ASSERT_EQ(pipe(ends), 0);
   const pid_t desk = fork();
   if (desk == 0) {
     Loop loop;
     Process process(loop, "child");
-    process.Configure({"/bin/sleep", "60"}, directory.path.string());
     std::string problem;
+    process.Configure({"/bin/sleep", "60"}, directory_.path.string());
     process.Start(problem);
     const pid_t pid = process.pid();
     if (write(ends[1], &pid, sizeof pid) != sizeof pid) _exit(1);
@@ -189,8 +189,7 @@ TEST(Processes, DieWithTheDeskEvenWhenItIsKilled) {
   ASSERT_TRUE(Runs(child));
   kill(desk, SIGKILL);
   waitpid(desk, nullptr, 0);
-  Loop loop;
-  EXPECT_TRUE(loop.RunUntil([&] { return !Runs(child); }, Milliseconds(5000)));
+  EXPECT_TRUE(loop_.RunUntil([&] { return !Runs(child); }, Milliseconds(5000)));
   close(ends[0]);
   close(ends[1]);
 }

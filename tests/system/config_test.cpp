@@ -21,17 +21,12 @@ class ParkctlConfig : public ParkctlOnDesk {
     hub_.Configure({"mosquitto", "-c", directory_ + "/hub.conf"}, directory_);
     EXPECT_TRUE(desk_.store_client().Set(
         "relay_value", R"({"site": "garage", "device": "D1", "broker": "mqtt://127.0.0.1", "remote": "configure"})"));
-    Start(hub_);
-    Start(desk_.relay());
+    Launch(hub_);
+    Launch(desk_.relay());
     Play({{"await parkctl request get_dev_pos $HUB", 0, nullptr},
           {"parkctl config export before && parkctl config check before", 0, "all valid"},
           {"sed 's/: 9600/: 19200/; s/\"pos\" : 0/\"pos\" : 2/' before >after && ! cmp -s before after", 0, nullptr},
           {"sed 's/\"pos\" : 0/\"pos\" : 3/' before >third && ! cmp -s before third", 0, nullptr}});
-  }
-
-  void Start(desk::Process& process) {
-    std::string problem;
-    EXPECT_TRUE(process.Start(problem)) << problem;
   }
 
   // $at says where the device is asked, $HUB always through the hub. "await COMMAND" is until it ends with 0.
@@ -172,14 +167,14 @@ TEST_F(ParkctlConfig, OutlivesWhatIsKilledOnTheWay) {
         {"parkctl config apply after $HUB --yes --confirm 600 >/dev/null & echo $! >tool; until changed; do :; done", 0,
          nullptr}});
   desk_.relay().Kill();
-  Start(desk_.relay());
+  Launch(desk_.relay());
   Play({{"kill -9 $(cat tool) 2>/dev/null; await parkctl config rollback $HUB; await parkctl config diff before", 0,
          nullptr}});
 
   // The device's broker, between two changes.
   Play({{"parkctl config apply after --yes --confirm 60 && parkctl config rollback", 0, "set for 60 s"}});
   desk_.broker().Kill();
-  Start(desk_.broker());
+  Launch(desk_.broker());
   Play({{"await parkctl request get_dev_pos && parkctl config apply after --yes --confirm 60", 0, "set for 60 s"},
         {"parkctl config rollback", 0, "everything is as it was"}});
 
@@ -187,14 +182,14 @@ TEST_F(ParkctlConfig, OutlivesWhatIsKilledOnTheWay) {
   Play({{"parkctl config apply after $HUB --yes --confirm 2", 0, "set for 2 s"}});
   hub_.Kill();
   Play({{"await parkctl config diff before", 0, nullptr}, {"parkctl config diff before $HUB", 2, "no connection"}});
-  Start(hub_);
+  Launch(hub_);
   Play({{"await parkctl config diff before $HUB", 0, nullptr}});
 
   // The device starts again in the middle: it is waited for.
   desk_.daemon().Freeze();
   Play({{"parkctl config apply after --yes >said 2>&1 & await ls $mine.run.json", 0, nullptr}});
   desk_.daemon().Kill();
-  Start(desk_.daemon());
+  Launch(desk_.daemon());
   Play({{"await grep -q 'device_ttyio_value: set' said; cat said", 0, "bus_dev_pos_value: set"},
         {"parkctl config diff after", 0, "nothing differs"}});
   // At any moment: it is done, or the next run says what is left.
@@ -202,7 +197,7 @@ TEST_F(ParkctlConfig, OutlivesWhatIsKilledOnTheWay) {
          "run"}},
        "$HUB");
   desk_.daemon().Kill();
-  Start(desk_.daemon());
+  Launch(desk_.daemon());
   Play({{"await grep -qE 'value: set|half way' said; await parkctl config apply before $at --yes", 0, nullptr},
         {"parkctl config diff before", 0, "nothing differs"}},
        "$HUB");
@@ -211,7 +206,7 @@ TEST_F(ParkctlConfig, OutlivesWhatIsKilledOnTheWay) {
   desk_.daemon().Freeze();
   Play({{"parkctl config apply after --yes >said 2>&1 & await ls $mine.run.json; kill -9 $!", 0, nullptr}});
   desk_.daemon().Kill();
-  Start(desk_.daemon());
+  Launch(desk_.daemon());
   Play({{"await parkctl request get_dev_pos && parkctl config apply third --yes", 0,
          "an earlier run ended half way, 2 of its 2 documents are left to set"},
         {"parkctl config diff third", 0, "nothing differs"}});

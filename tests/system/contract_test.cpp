@@ -95,19 +95,6 @@ class Edges : public DeviceOnDesk {
     return settings.c_cflag;
   }
 
-  // Waits for a fact of an event that came after the request; the last one there was otherwise.
-  bool Happens(desk::Source source, const char* fact, const std::string& wanted, int wait_ms = 1000) {
-    return desk_.loop().RunUntil(
-        [&] {
-          const auto& events = desk_.journal().events();
-          return std::any_of(events.begin(), events.end(), [&](const desk::Event& event) {
-            const std::string* value = event.source == source ? desk::FindFact(event.facts, fact) : nullptr;
-            return event.number >= next_event_ && value != nullptr && *value == wanted;
-          });
-        },
-        Milliseconds(wait_ms));
-  }
-
   // The bytes of the frame that a result makes leave on the line; empty for none.
   std::string FrameOfResult() {
     next_event_ = desk_.journal().next();
@@ -168,7 +155,6 @@ class Edges : public DeviceOnDesk {
 
   int state_ = 0;  // of the last reply
   Json::Value sent_;
-  uint64_t next_event_ = 0;
   uint64_t next_log_ = 0;  // of the daemon's lines
 };
 

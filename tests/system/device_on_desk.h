@@ -2,21 +2,17 @@
 // asks and listens. And what a person types: a command line, its status and its output.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <deque>
 #include <map>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "../temporary_directory.h"
 #include "contract_watch.h"
 #include "desk/desk.h"
+#include "programs.h"
 
 class DeviceOnDesk : public testing::Test {
  protected:
@@ -29,10 +25,7 @@ class DeviceOnDesk : public testing::Test {
         contract_(desk_.loop()) {
     std::string problem;
     EXPECT_TRUE(desk_.Start(problem)) << problem;
-    client_.OnMessage([this](const desk::BusMessage& message) {
-      if (message.topic == kReplyTopic) ++answers_[message.correlation];
-      heard_.push_back(message);
-    });
+    client_.OnMessage([this](const desk::BusMessage& message) { heard_.push_back(message); });
     client_.Start();
     contract_.Start();
     EXPECT_TRUE(desk_.loop().RunUntil([&] { return desk_.ready() && client_.connected() && contract_.connected(); },
@@ -67,10 +60,18 @@ class DeviceOnDesk : public testing::Test {
     return Hear(kReplyTopic);
   }
 
-  struct Outcome {
-    int status = -1;
-    std::string output;  // standard output and standard error
-  };
+  // Waits for an event with this fact, from next_event_ on.
+  bool Happens(desk::Source source, const char* fact, const std::string& wanted, int wait_ms = 3000) {
+    return desk_.loop().RunUntil(
+        [&] {
+          const auto& events = desk_.journal().events();
+          return std::any_of(events.begin(), events.end(), [&](const desk::Event& event) {
+            const std::string* value = event.source == source ? desk::FindFact(event.facts, fact) : nullptr;
+            return event.number >= next_event_ && value != nullptr && *value == wanted;
+          });
+        },
+        Milliseconds(wait_ms));
+  }
 
   // Runs a command line, with this build's programs at hand, while the desk goes on.
   Outcome Run(const std::string& command_line) {
@@ -100,6 +101,6 @@ class DeviceOnDesk : public testing::Test {
   desk::Desk desk_;
   desk::BusClient client_;
   ContractWatch contract_;
-  std::map<std::string, int> answers_;  // by correlation data
   std::deque<desk::BusMessage> heard_;
+  uint64_t next_event_ = 0;
 };

@@ -2,43 +2,11 @@
 // of their own; and what a person types.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 
-#include "../temporary_directory.h"
-#include "bringup/device.h"
+#include "programs.h"
 
-inline constexpr char kPackaging[] = SOURCE_DIRECTORY "/packaging";
 inline constexpr char kBuild[] = BINARY_DIRECTORY "/..";
-
-struct Outcome {
-  int status = -1;
-  std::string output;
-};
-
-inline Outcome Shell(const std::string& command) {
-  Outcome outcome;
-  FILE* const pipe = popen((command + " 2>&1").c_str(), "r");
-  if (pipe == nullptr) return outcome;
-  char part[4096];
-  for (size_t size; (size = fread(part, 1, sizeof part, pipe)) > 0;) outcome.output.append(part, size);
-  const int status = pclose(pipe);
-  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return outcome;
-}
-
-inline std::string ReadFile(const std::filesystem::path& path) {
-  std::ostringstream text;
-  text << std::ifstream(path).rdbuf();
-  return text.str();
-}
 
 // The device's broker and store as the package configures them, with the real daemon, in a directory of their own.
 class InstalledDevice : public testing::Test {
@@ -55,16 +23,12 @@ class InstalledDevice : public testing::Test {
     for (const char* made : {"etc", "bus.d"}) std::filesystem::create_directory(directory_.path / made);
     std::ofstream(here + "/etc/mosquitto.conf") << configuration;
     std::filesystem::copy(std::string(kBuild) + "/package/redis.conf", directory_.path / "etc");
-    std::string problem;
-    EXPECT_TRUE(device_.MakeFiles(problem)) << problem;
+    MakeFiles(device_);
     setenv("CREDENTIALS_DIRECTORY", (here + "/bus").c_str(), 1);
   }
   ~InstalledDevice() override { unsetenv("CREDENTIALS_DIRECTORY"); }
 
-  void Start(desk::Process& process) {
-    std::string problem;
-    ASSERT_TRUE(device_.StartAndAwait(process, problem)) << problem;
-  }
+  void Start(desk::Process& process) { Launch(device_, process); }
 
   static std::string StoreSays(const std::string& command) { return Shell("redis-cli -p 5299 " + command).output; }
 

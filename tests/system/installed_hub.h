@@ -2,13 +2,8 @@
 // without TLS is added where a test wants to speak byte by byte.
 #pragma once
 
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <string>
 
-#include "bringup/loop.h"
-#include "bringup/process.h"
 #include "bus/connection.h"
 #include "installed_device.h"
 
@@ -56,15 +51,13 @@ class Hub {
   void Start() {
     const auto log = directory_.path / "log/hub";
     const size_t before = ReadFile(log).size();
-    std::string problem;
-    ASSERT_TRUE(process_.Start(problem)) << problem;
+    Launch(process_);
     ASSERT_TRUE(loop_.RunUntil([&] { return ReadFile(log).find(" running\n", before) != std::string::npos; },
                                desk::Loop::Milliseconds(10000)))
         << ReadFile(log);
   }
   void StartConsole() {
-    std::string problem;
-    ASSERT_TRUE(console_.Start(problem)) << problem;
+    Launch(console_);
     ASSERT_TRUE(loop_.RunUntil([&] { return Shell("curl -sk https://localhost:8443/").status == 0; },
                                desk::Loop::Milliseconds(10000)))
         << ReadFile(File("log/console"));

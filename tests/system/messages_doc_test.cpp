@@ -29,9 +29,9 @@ class MessagesPage : public DeviceOnDesk {
     } else if (word == "output") {
       EXPECT_EQ(output_, example.text + "\n") << example.place;
     } else if (word == "line") {
-      ExpectHappened(example, desk::Source::kSerialOut, "bytes");
+      EXPECT_TRUE(Happens(desk::Source::kSerialOut, "bytes", example.text)) << example.place << ": " << example.text;
     } else if (word == "beacon") {
-      ExpectHappened(example, desk::Source::kBeacon, "command");
+      EXPECT_TRUE(Happens(desk::Source::kBeacon, "command", example.text)) << example.place << ": " << example.text;
     } else {
       Act(example, word, type);
     }
@@ -70,19 +70,7 @@ class MessagesPage : public DeviceOnDesk {
                                           << came;
   }
 
-  void ExpectHappened(const DocumentExample& example, desk::Source source, const char* fact) {
-    const auto happened = [&] {
-      const auto& events = desk_.journal().events();
-      return std::any_of(events.begin(), events.end(), [&](const desk::Event& event) {
-        const std::string* value = event.source == source ? desk::FindFact(event.facts, fact) : nullptr;
-        return event.number >= next_event_ && value != nullptr && *value == example.text;
-      });
-    };
-    EXPECT_TRUE(desk_.loop().RunUntil(happened, Milliseconds(3000))) << example.place << ": " << example.text;
-  }
-
   std::string output_;
-  uint64_t next_event_ = 0;
 };
 
 TEST_F(MessagesPage, ExamplesAreWhatTheDeviceSays) {

@@ -10,9 +10,8 @@
 #include <fstream>
 #include <string>
 
-#include "../temporary_directory.h"
-#include "bringup/device.h"
 #include "bringup/network.h"
+#include "programs.h"
 
 namespace {
 
@@ -62,8 +61,8 @@ TEST(Networks, EachHasItsPortsAndCablesCanBePulled) {
                                                               "",
                                                               "listener 1883 " + SiteWires::Address(i + 1) + "\n",
                                                               &networks[i]});
-    ASSERT_TRUE(devices[i]->MakeFiles(problem)) << problem;
-    ASSERT_TRUE(devices[i]->StartAndAwait(devices[i]->broker, problem)) << problem;
+    MakeFiles(*devices[i]);
+    Launch(*devices[i], devices[i]->broker);
   }
   EXPECT_FALSE(Reaches(Network(), "127.0.0.1", desk::kBusPort)) << "the device's bus is out of sight";
   EXPECT_TRUE(Reaches(networks[0], SiteWires::Address(2), 1883));

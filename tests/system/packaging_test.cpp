@@ -133,21 +133,18 @@ TEST_F(InstalledDevice, LetsEachRolePublishAndReadItsOwnTypesAndNoOther) {
       {"reply/anyone", "business_server", ""},
       {"ANY_OTHER_MESSAGE", "", ""},
   };
-  const auto among = [](const std::string& names, const std::string& name) {
-    return (" " + names + " ").find(" " + name + " ") != std::string::npos;
-  };
   for (const auto& role : roles) EXPECT_EQ(Listen(role, "-E"), "") << role;
   for (const auto& row : kRows) {
     EXPECT_FALSE(MayPublish("", row.type)) << row.type;
     for (const auto& role : roles) {
-      EXPECT_EQ(MayPublish(role, row.type), among(row.publish, role)) << role << " " << row.type;
+      EXPECT_EQ(MayPublish(role, row.type), Among(row.publish, role)) << role << " " << row.type;
     }
   }
   for (const auto& role : roles) {
     std::string read = Listen(role, "-W 1");
     std::replace(read.begin(), read.end(), '\n', ' ');
     for (const auto& row : kRows) {
-      EXPECT_EQ(among(read, row.type), among(row.read, role)) << role << " " << row.type;
+      EXPECT_EQ(Among(read, row.type), Among(row.read, role)) << role << " " << row.type;
     }
   }
   // A request that the broker kept would be carried out again at each reconnect.
@@ -206,8 +203,7 @@ TEST_F(InstalledDevice, TakesBackWhatTheConsoleTriesAlsoAfterARestart) {
   for (desk::Process* program : {&device_.broker, &device_.store, &device_.daemon}) Start(*program);
   desk::Process guard(loop_, "guard");
   guard.Configure({BINARY_DIRECTORY "/parkctl", "config", "guard"}, directory_.path);
-  std::string problem;
-  ASSERT_TRUE(guard.Start(problem)) << problem;
+  Launch(guard);
   const auto ask = [&](const std::string& role, const std::string& request) {
     return Shell("mosquitto_rr -V 5 -W 2 -t CHANGE_REQUEST_MESSAGE -e reply/" + role + "/1 -m '" + request + "'" +
                  Account(role))
@@ -225,7 +221,7 @@ TEST_F(InstalledDevice, TakesBackWhatTheConsoleTriesAlsoAfterARestart) {
   EXPECT_NE(ask("integrator", R"({"type":"get_change"})").find("page-1"), std::string::npos);
 
   guard.Kill();
-  ASSERT_TRUE(guard.Start(problem)) << problem;
+  Launch(guard);
   EXPECT_TRUE(loop_.RunUntil(answers, desk::Loop::Milliseconds(30000)));
   EXPECT_TRUE(position()) << "its time is not over";
   guard.Kill();
@@ -234,7 +230,7 @@ TEST_F(InstalledDevice, TakesBackWhatTheConsoleTriesAlsoAfterARestart) {
   ASSERT_NE(boot, std::string::npos) << kept;
   std::ofstream(directory_.path / "kept") << std::string(kept).replace(boot + 8, 4, "last");
   StoreSays("-x hset kvdb config_change_value <" + (directory_.path / "kept").string());
-  ASSERT_TRUE(guard.Start(problem)) << problem;
+  Launch(guard);
   EXPECT_TRUE(loop_.RunUntil([&] { return !position(); }, desk::Loop::Milliseconds(30000)));
   EXPECT_TRUE(loop_.RunUntil([&] { return StoreSays("hget kvdb config_change_value").size() < 5; },
                              desk::Loop::Milliseconds(10000)));

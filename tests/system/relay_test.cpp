@@ -2,21 +2,16 @@
 #include <gtest/gtest.h>
 #include <json/writer.h>
 
-#include <cstdlib>
-#include <cstring>
 #include <ctime>
-#include <fstream>
-#include <memory>
 #include <string>
 
-#include "../temporary_directory.h"
-#include "bringup/device.h"
 #include "bringup/network.h"
 #include "bus/kept.h"
 #include "contract_watch.h"
 #include "desk/bus_client.h"
 #include "desk/recogniser.h"
 #include "desk/store_client.h"
+#include "programs.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 
@@ -74,7 +69,7 @@ class Relays : public testing::Test {
     hub_.Configure({"mosquitto", "-c", directory_.path / "hub.conf"}, directory_.path);
     std::filesystem::create_directory(directory_.path / "log");
     std::ofstream(directory_.path / "hub.conf") << "listener 1883\nallow_anonymous true\nuser root\n";
-    EXPECT_TRUE(hub_.Start(problem)) << problem;
+    Launch(hub_);
     client_.Start();
     EXPECT_TRUE(Eventually([this] { return client_.up(); })) << "no hub";
   }
@@ -82,15 +77,15 @@ class Relays : public testing::Test {
   void Add(Camera& camera, int number) {
     std::string problem;
     ASSERT_TRUE(camera.network.Make(problem) && wires_.Join(number, camera.network, problem)) << problem;
-    ASSERT_TRUE(camera.device.MakeFiles(problem)) << problem;
+    MakeFiles(camera.device);
     for (desk::Process* process : camera.device.Programs()) {
       if (process == &camera.device.relay) {
         ASSERT_TRUE(camera.store.Set("relay_value", R"({"site": "g", "device": ")" + Name(number) +
                                                         R"(", "broker": "mqtt://)" + SiteWires::Address(0) +
                                                         R"(", "remote": "configure"})"));
-        ASSERT_TRUE(process->Start(problem)) << problem;
+        Launch(*process);
       } else {
-        ASSERT_TRUE(camera.device.StartAndAwait(*process, problem)) << problem;
+        Launch(camera.device, *process);
       }
     }
     camera.bus.Start();
@@ -178,21 +173,20 @@ TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
   leaf.CarArrives(2);
   loop_.RunFor(Milliseconds(300));
   kept_.clear();
-  std::string problem;
-  ASSERT_TRUE(hub_.Start(problem)) << problem;
+  Launch(hub_);
   EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 1); })) << shower.log;
   Plan(2, R"({"zone": "L2/C/x"})");
 
   // The daemon is started anew and forgot what was pushed.
   shower.device.daemon.Kill();
   shower.broadcast.clear();
-  ASSERT_TRUE(shower.device.StartAndAwait(shower.device.daemon, problem)) << problem;
+  Launch(shower.device, shower.device.daemon);
   EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 1); }));
 
   // The device's bus is started anew.
   shower.device.broker.Kill();
   shower.push.clear();
-  ASSERT_TRUE(shower.device.StartAndAwait(shower.device.broker, problem)) << problem;
+  Launch(shower.device, shower.device.broker);
   EXPECT_TRUE(Eventually([&] { return !shower.push.empty(); }));
 
   // A cable is pulled: noticed at once by nobody, and yet the truth comes back with it.
@@ -205,7 +199,7 @@ TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
   // The relay ends in order, its counts move, and it is killed: others hear of all of it.
   leaf.device.relay.Stop();
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
-  ASSERT_TRUE(leaf.device.relay.Start(problem)) << problem;
+  Launch(leaf.device.relay);
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"].find(R"("plan": "ok")") != std::string::npos; }));
   Plan(2, R"({"zone": "L9"})");
   EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 0, 0); }));
@@ -215,7 +209,7 @@ TEST_F(Relays, CarryCountsFromCarToDisplayThroughWhatHappensToThem) {
   leaf.device.relay.Kill();
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/health/c2"] == R"({"online": false})"; }));
   Plan(2, R"({"zone": "L2/C"})");  // while nobody is there to hear it
-  ASSERT_TRUE(leaf.device.relay.Start(problem)) << problem;
+  Launch(leaf.device.relay);
   EXPECT_TRUE(Eventually([&] { return kept_["park/g/counts/c2/L9"].empty(); })) << leaf.log;
   EXPECT_TRUE(Eventually([&] { return ShowsLeft(shower, 3, 0); }));
 }
@@ -234,13 +228,14 @@ TEST_F(Relays, SetBackWhatWasTriedAndNotKept) {
   EXPECT_EQ(tried["body"]["stored"][0]["body"]["pos"], 3) << tried;
   camera.device.relay.Kill();
   kept_.clear();
-  std::string problem;
-  ASSERT_TRUE(camera.device.relay.Start(problem)) << problem;
+  Launch(camera.device.relay);
   ASSERT_TRUE(Eventually([this] { return kept_["park/g/health/c1"].find("true") != std::string::npos; }));
   EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_dev_pos"})") == before; })) << camera.log;
   EXPECT_TRUE(Eventually([&] { return Ask(1, R"({"type": "get_change"})")["body"].empty(); }));
   camera.contract.LookIntoStore(camera.store);
 }
+
+constexpr int64_t kFiftyYears = int64_t{18262} * 86400;
 
 // The wall clock of the programs that are started while it lives; this one's stays.
 class MovedClock {
@@ -278,8 +273,7 @@ class MovedClock {
 TEST_F(Relays, GoOnOnADayOnWhichTheClockJumpsByFiftyYears) {
   MovedClock clock(directory_.path / "clock");
   hub_.Kill();
-  std::string problem;
-  ASSERT_TRUE(hub_.Start(problem)) << problem;
+  Launch(hub_);
   Camera shower(loop_, directory_.path, "shower"), leaf(loop_, directory_.path, "leaf");
   Add(shower, 1);
   Add(leaf, 2);
@@ -291,7 +285,6 @@ TEST_F(Relays, GoOnOnADayOnWhichTheClockJumpsByFiftyYears) {
   const std::string lives_before[] = {lives(1), lives(2)};
   EXPECT_EQ(lives_before[0].rfind(R"({"online": true, "run": ")", 0), 0u) << lives_before[0];
 
-  constexpr int64_t kFiftyYears = int64_t{18262} * 86400;
   unsigned state = 0;
   for (const int64_t seconds : {kFiftyYears, int64_t{0}, -kFiftyYears, int64_t{0}}) {
     clock.Move(seconds);
@@ -332,41 +325,25 @@ TEST_F(Relays, GoOnOnADayOnWhichTheClockJumpsByFiftyYears) {
 
 // Only the relay, its bus and its store: what it says of hubs that it cannot join.
 TEST_F(Relays, SayWhyAHubCannotBeJoined) {
-  std::ofstream(directory_.path / "certificates") << R"(
-set -e; exec >openssl.log 2>&1
-new='-newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes'
-openssl req -x509 $new -keyout ca.key -out ca.pem -days 30 -subj /CN=ca
-openssl req -x509 $new -keyout other.key -out other.pem -days 30 -subj /CN=other
-openssl req $new -keyout hub.key -out hub.csr -subj /CN=hub
-echo subjectAltName=DNS:localhost >names
-sign() {
-  rm -rf demo; mkdir demo; touch demo/index; echo $RANDOM$RANDOM | sed 's/./0&/g' >demo/serial
-  openssl ca -batch -config ca.cnf -cert ca.pem -keyfile ca.key -in hub.csr -extfile names "$@"
-}
-sign -startdate 20400101000000Z -enddate 20450101000000Z -out young.pem
-sign -days 30 -out hub.pem
-mosquitto_passwd -b -c passwords c1 secret
-)";
-  std::ofstream(directory_.path / "ca.cnf")
-      << "[ca]\ndefault_ca=d\n[d]\ndatabase=demo/index\nserial=demo/serial\n"
-         "new_certs_dir=demo\ndefault_md=sha256\npolicy=p\n[p]\ncommonName=supplied\n";
-  ASSERT_EQ(system(("cd " + directory_.path.string() + " && bash certificates").c_str()), 0);
   const std::string here = directory_.path;
-  std::ofstream(here + "/tls.conf")
-      << "per_listener_settings true\nuser root\nlistener 8883 127.0.0.1\npassword_file " + here +
-             "/passwords\ncertfile " + here + "/hub.pem\nkeyfile " + here +
-             "/hub.key\nlistener 8884 127.0.0.1\nallow_anonymous true\ncertfile " + here + "/young.pem\nkeyfile " +
-             here + "/hub.key\n";
-  std::ofstream(here + "/password") << "secret\nnot this\n";
+  ASSERT_EQ(Shell(kPackaging + ("/make-certificate " + here) + "/tls root localhost").status, 0);
+  ASSERT_EQ(Shell("openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -days 30 -subj /CN=other "
+                  "-keyout " +
+                  here + "/other.key -out " + here + "/other.pem")
+                .status,
+            0);
+  std::ofstream(here + "/tls.conf") << "allow_anonymous true\nuser root\nlistener 8883 127.0.0.1\ncertfile " + here +
+                                           "/tls/hub.pem\nkeyfile " + here + "/tls/hub.key\n";
+  MovedClock clock(here + "/clock");
   desk::Device device(loop_, {here + "/device", "unused", SOURCE_DIRECTORY "/packaging"});
   desk::Process tls(loop_, "tls"), relay(loop_, "relay");
   tls.Configure({"mosquitto", "-c", here + "/tls.conf"}, here);
-  relay.Configure({BINARY_DIRECTORY "/park_relay", "--site-password", here + "/password"}, here);
-  std::string problem, log;
+  relay.Configure({BINARY_DIRECTORY "/park_relay"}, here);
+  std::string log;
   relay.OnLine([&](const std::string& line) { log += line + "\n"; });
-  ASSERT_TRUE(device.MakeFiles(problem) && device.StartAndAwait(device.store, problem) &&
-              device.StartAndAwait(device.broker, problem) && tls.Start(problem) && relay.Start(problem))
-      << problem;
+  MakeFiles(device);
+  for (desk::Process* process : {&device.store, &device.broker}) Launch(device, *process);
+  for (desk::Process* process : {&tls, &relay}) Launch(*process);
   desk::StoreClient store;
   desk::BusClient bus(loop_);
   bus.Start();
@@ -376,18 +353,21 @@ mosquitto_passwd -b -c passwords c1 secret
     const char* broker;
     const char* ca;
     const char* says;
+    int64_t clock = 0;  // seconds from the real one
   } kCases[] = {
-      {"mqtts://localhost:8883", "ca.pem", "the hub is connected"},
-      {"mqtts://127.0.0.1:8883", "ca.pem", "IP address mismatch"},
+      {"mqtts://localhost:8883", "tls/ca.pem", "the hub is connected"},
+      {"mqtts://127.0.0.1:8883", "tls/ca.pem", "IP address mismatch"},
       {"mqtts://localhost:8883", "other.pem", "its certificate is refused: unable to get local issuer certificate"},
-      {"mqtts://localhost:8884", "ca.pem", "certificate is not yet valid (by this device's clock it is 2"},
+      {"mqtts://localhost:8883", "tls/ca.pem", "certificate is not yet valid (by this device's clock it is 19",
+       -kFiftyYears},
       {"mqtts://localhost:8883", "nowhere.pem", "no certificates can be read from"},
-      {"mqtts://localhost:1883", "ca.pem", "the hub cannot be reached: "},
-      {"mqtts://localhost:9", "ca.pem", "the hub cannot be reached: "},
-      {"mqtt://127.0.0.1:9", "ca.pem", "the hub cannot be reached: Connection refused"},
-      {"mqtt://localhost:8883", "ca.pem", "the hub cannot be reached: "},
+      {"mqtts://localhost:1883", "tls/ca.pem", "the hub cannot be reached: "},
+      {"mqtts://localhost:9", "tls/ca.pem", "the hub cannot be reached: "},
+      {"mqtt://127.0.0.1:9", "tls/ca.pem", "the hub cannot be reached: Connection refused"},
+      {"mqtt://localhost:8883", "tls/ca.pem", "the hub cannot be reached: "},
   };
   for (const auto& c : kCases) {
+    clock.Move(c.clock);
     log.clear();
     ASSERT_TRUE(store.Set("relay_value", std::string(R"({"site": "g", "device": "c1", "broker": ")") + c.broker +
                                              R"(", "ca": ")" + here + "/" + c.ca + "\"}"));

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "bus/caller.h"
 #include "installed_device.h"
 #include "stranger.h"
 
@@ -65,8 +66,7 @@ class Siege : public InstalledDevice {
   void Bring(const Watched& row) {
     const auto log = directory_.path / "log" / row.process->name();
     const size_t before = ReadFile(log).size();
-    std::string problem;
-    ASSERT_TRUE(row.process->Start(problem)) << problem;
+    Launch(*row.process);
     const auto end = Clock::now() + std::chrono::seconds(30);
     while (ReadFile(log).find(row.ready, before) == std::string::npos) {
       loop_.Turn(milliseconds(5));
@@ -98,13 +98,6 @@ class Siege : public InstalledDevice {
     }
   }
 
-  // In MB.
-  static double Resident(const desk::Process& process, const std::string& which) {
-    const std::string status = ReadFile("/proc/" + std::to_string(process.pid()) + "/status");
-    const size_t at = status.find(which);
-    return at == std::string::npos ? 0 : std::stod(status.substr(at + which.size())) * 1024 / 1e6;
-  }
-
   // To be called while those who attack are still there: what was done, and what it cost.
   void Report(const std::string& what) {
     Sample();
@@ -128,8 +121,28 @@ class Siege : public InstalledDevice {
     login.user = role;
     login.password = Password(role);
     client.Send(mqtt::Connect(login));
-    EXPECT_EQ(client.ReadPacket(milliseconds(5000)).substr(0, 1), "\x20") << role;
+    EXPECT_EQ(client.ReadSome(milliseconds(5000)).substr(0, 1), "\x20") << role;
     return client;
+  }
+
+  // An honest one.
+  bus::Options Account(const std::string& role) const {
+    bus::Options options;
+    options.address.port = kBus;
+    options.user = role;
+    options.password = Password(role);
+    options.keep_alive_s = 60;
+    return options;
+  }
+  // What comes under a filter, until there is nothing for this long.
+  static void Hear(bus::Caller& caller, milliseconds silence, const std::function<void(const bus::Message&)>& handler) {
+    for (bool more = true; more;) {
+      more = false;
+      caller.Receive(silence, [&](const bus::Message& message) {
+        more = true;
+        handler(message);
+      });
+    }
   }
 
   // Whether an honest client logs in, asks and gets its answer; how long that took in seconds.

@@ -80,14 +80,13 @@ class BusyDaemon : public Siege {
 
   // The reply to a shell command; empty for none within 70 s.
   std::string Run(const std::string& command) {
-    Stranger front_end = LogIn("front_end");
-    front_end.Send(mqtt::Subscribe({"reply/front_end/run"}));
-    front_end.Send(mqtt::Publish({bs::kBusRequestMessage, R"({"type":"cmd","body":{"cmdline":")" + command + "\"}}",
-                                  "reply/front_end/run", "1"}));
-    for (std::string packet; !(packet = front_end.ReadPacket(seconds(70))).empty();) {
-      if (mqtt::Read(packet).topic == "reply/front_end/run") return mqtt::Read(packet).payload;
-    }
-    return "";
+    bus::Caller front_end(Account("front_end"));
+    std::string reply;
+    if (!front_end.Connect()) return reply;
+    front_end.Request(
+        {bs::kBusRequestMessage, R"({"type":"cmd","body":{"cmdline":")" + command + "\"}}", "reply/front_end/run"},
+        seconds(70), reply);
+    return reply;
   }
 
   int TimesLost() const {

@@ -28,15 +28,8 @@ using std::chrono::milliseconds;
 constexpr size_t kLongestMessage = 65536;
 
 TEST_F(Siege, UnfinishedPacketsWithoutAnAccount) {
-  Stranger large(kBus);
-  large.Send("\x10" + mqtt::Length(250u << 20));
-  const std::string chunk(1 << 20, 'x');
-  for (int i = 0; i < 60 && large.Send(chunk); ++i) {
-  }
-  EXPECT_FALSE(large.open());
-  std::string almost = mqtt::Packet(0x10, std::string(66000, 'x'));
-  almost.pop_back();
-  const auto strangers = Crowd(kBus, 1600, almost);
+  EXPECT_FALSE(TakesLargePacket(kBus));
+  const auto strangers = UnfinishedCrowd(kBus, 1600);
   Sample();
   AnswersAfter();
   Report("60 MB of a packet of 250 MB; 1,600 packets of 66 kB that lack a byte");
@@ -69,8 +62,10 @@ TEST_F(Siege, KeptSessions) {
     std::vector<std::string> filters;
     for (int j = 0; j < 5; ++j) filters.push_back(std::to_string(i * 5 + j) + deep);
     client.Send(mqtt::Connect(login) + mqtt::Subscribe(filters));
-    if (client.ReadPacket(milliseconds(1000)).empty()) break;
-    client.ReadPacket(milliseconds(1000));
+    std::string answers;  // to both
+    for (std::string part; answers.size() < 15 && !(part = client.ReadSome(milliseconds(1000))).empty();)
+      answers += part;
+    if (answers.empty()) break;
     if (i % 10 == 0) Sample();
   }
   AnswersAfter();
@@ -142,15 +137,13 @@ TEST_F(Siege, DocumentsThatAreTooLongOrTooDeep) {
 }
 
 TEST_F(Siege, RequestsThatWantTooMuch) {
-  Stranger front_end = LogIn("front_end"), controller = LogIn("controller"), relay = LogIn("relay");
-  front_end.Send(mqtt::Subscribe({"reply/front_end/1"}));
+  Stranger controller = LogIn("controller"), relay = LogIn("relay");
+  bus::Caller front_end(Account("front_end"));
+  ASSERT_TRUE(front_end.Connect());
   const auto ask = [&](const std::string& request) {
-    front_end.Send(mqtt::Publish({bs::kBusRequestMessage, request, "reply/front_end/1", "1"}));
-    for (std::string packet; !(packet = front_end.ReadPacket(milliseconds(5000))).empty();) {
-      const mqtt::Message message = mqtt::Read(packet);
-      if (message.topic == "reply/front_end/1") return message.payload;
-    }
-    return std::string();
+    std::string answer;
+    front_end.Request({bs::kBusRequestMessage, request, "reply/front_end/1"}, milliseconds(5000), answer);
+    return answer;
   };
   EXPECT_NE(ask("{\"type\": \"get_ttyio_cfg\"}").find("200"), std::string::npos);
 
@@ -186,9 +179,9 @@ TEST_F(Siege, RequestsThatWantTooMuch) {
 }
 
 TEST_F(Siege, AnswersWhereTheyAreNotWanted) {
-  Stranger watcher = LogIn("integrator"), front_end = LogIn("front_end");
-  watcher.Send(mqtt::Subscribe({"#"}));
-  watcher.ReadPacket(milliseconds(1000));
+  Stranger front_end = LogIn("front_end");
+  bus::Caller watcher(Account("integrator"));
+  ASSERT_TRUE(watcher.Connect() && watcher.Listen({"#"}));
   const char* const topics[] = {
       bs::kHttpRequestMessageRoot, bs::kBusBroadcastMessage, bs::kBusRequestMessage,         bs::kBusNetPush,
       bs::kAvsSimulatorTrigger,    bs::kBusSimulatorTrigger, "BUS_EXT_REQUEST_MESSAGE/reply"};
@@ -196,11 +189,10 @@ TEST_F(Siege, AnswersWhereTheyAreNotWanted) {
     front_end.Send(mqtt::Publish({bs::kBusRequestMessage, "{\"type\": \"get_ttyio_cfg\"}", topic, "forged"}));
   }
   int forged = 0;
-  for (std::string packet; !(packet = watcher.ReadPacket(milliseconds(1000))).empty();) {
-    const mqtt::Message message = mqtt::Read(packet);
+  Hear(watcher, milliseconds(1000), [&](const bus::Message& message) {
     if (message.payload.find("error_msg") != std::string::npos && message.topic != "BUS_REQUEST_MESSAGE/reply")
       ++forged;
-  }
+  });
   EXPECT_EQ(forged, 0);
   AnswersAfter();
   Report("requests that want their answer on seven topics of other processes");
@@ -208,7 +200,8 @@ TEST_F(Siege, AnswersWhereTheyAreNotWanted) {
 
 TEST_F(Siege, RefusedCommandsFromOutside) {
   Stranger controller = LogIn("controller");
-  controller.Send(mqtt::Subscribe({"reply/controller/1"}));
+  bus::Caller listener(Account("controller"));
+  ASSERT_TRUE(listener.Connect() && listener.Listen({"reply/controller/1"}));
   const auto parts = directory_.path / "store/appendonlydir/appendonly.aof.1.incr.aof";
   const auto before = std::filesystem::file_size(parts);
   constexpr int kCommands = 200;
@@ -220,7 +213,7 @@ TEST_F(Siege, RefusedCommandsFromOutside) {
          "reply/controller/1", std::to_string(i)}));
   }
   int answers = 0;
-  while (answers < kCommands && !controller.ReadPacket(milliseconds(5000)).empty()) ++answers;
+  Hear(listener, milliseconds(2000), [&](const bus::Message&) { ++answers; });
   EXPECT_EQ(answers, kCommands);
   const auto written = std::filesystem::file_size(parts) - before;
   EXPECT_LT(written, 200000u);
@@ -320,7 +313,8 @@ TEST_F(Siege, AFalseBrokerAndAFalseStore) {
 
 TEST_F(Siege, HonestBurst) {
   Stranger client = LogIn("front_end");
-  client.Send(mqtt::Subscribe({"reply/front_end/burst"}));
+  bus::Caller listener(Account("front_end"));
+  ASSERT_TRUE(listener.Connect() && listener.Listen({"reply/front_end/burst"}));
   const std::string request = "{\"type\":\"get_ttyio_cfg\"}";
   device_.daemon.Freeze();
   constexpr size_t kRequests = 20000;
@@ -332,13 +326,10 @@ TEST_F(Siege, HonestBurst) {
   device_.daemon.Thaw();
   std::set<std::string> answered;
   size_t answers = 0;
-  for (std::string packet; answers < kRequests && !(packet = client.ReadPacket(milliseconds(10000))).empty();) {
-    const mqtt::Message message = mqtt::Read(packet);
-    if (message.topic.empty()) continue;
+  Hear(listener, milliseconds(3000), [&](const bus::Message& message) {
     ++answers;
     answered.insert(message.correlation);
-  }
-  EXPECT_EQ(client.ReadPacket(milliseconds(300)), "");
+  });
   EXPECT_EQ(answers, kRequests);
   EXPECT_EQ(answered.size(), kRequests);
   Report("20,000 requests of 500 bytes to a daemon that stands still for 2 s, each answered once");

@@ -116,13 +116,10 @@ TEST_F(SiteOfPeople, PlansGoFromAFileToTheHub) {
 
 TEST_F(SiteOfPeople, ADeviceJoinsIsSeenIsAskedAndLeaves) {
   desk::Device device(loop_, {here_ + "/device", BINARY_DIRECTORY "/business_server", SOURCE_DIRECTORY "/packaging"});
-  std::string problem;
-  ASSERT_TRUE(device.MakeFiles(problem)) << problem;
-  for (desk::Process* program : {&device.store, &device.broker, &device.daemon}) {
-    ASSERT_TRUE(device.StartAndAwait(*program, problem)) << problem;
-  }
+  MakeFiles(device);
+  for (desk::Process* program : {&device.store, &device.broker, &device.daemon}) Launch(device, *program);
   device.relay.Configure({BINARY_DIRECTORY "/park_relay", "--site-password", here_ + "/L1-1"}, here_ + "/device");
-  ASSERT_TRUE(device.relay.Start(problem)) << problem;
+  Launch(device.relay);
 
   Expect({"parkctl relay show", 1, {"belongs to no site"}});
   Expect({"parkctl relay set site=garage", 3, {"broker: missing"}});

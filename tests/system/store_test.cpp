@@ -4,8 +4,8 @@
 #include <algorithm>
 
 #include "../real_platform.h"
-#include "bringup/device.h"
 #include "kvdb_whole.h"
+#include "programs.h"
 #include "shell.h"
 
 namespace {
@@ -16,15 +16,10 @@ using namespace std::string_literals;
 class StoreTest : public testing::Test {
  protected:
   StoreTest() {
-    std::string problem;
-    EXPECT_TRUE(device_.MakeFiles(problem)) << problem;
-    Launch();
+    MakeFiles(device_);
+    Launch(device_, device_.store);
   }
   ~StoreTest() override { Kvdb_Stop(); }
-  void Launch() {
-    std::string problem;
-    ASSERT_TRUE(device_.StartAndAwait(device_.store, problem)) << problem;
-  }
   static int Set(const std::string& key, const std::string& value) {
     return Kvdb_SetKey(key.data(), static_cast<uint16_t>(key.size()), value.data(),
                        static_cast<uint32_t>(value.size()));
@@ -59,7 +54,7 @@ TEST_F(StoreTest, CountsEveryByteAndBacksUp) {
   EXPECT_EQ(Set("later", "x"), 1);
   EXPECT_EQ(Get("key"), "none");
   device_.store.Kill();
-  Launch();
+  Launch(device_, device_.store);
   EXPECT_EQ(Kvdb_RestoreDatabase(), 1) << "over the restart of the store, at once";
   EXPECT_EQ(Get("key"), "without");
   EXPECT_EQ(Get("later"), "none");

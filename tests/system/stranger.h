@@ -33,7 +33,7 @@ class Stranger {
   ~Stranger() {
     if (fd_ >= 0) close(fd_);
   }
-  Stranger(Stranger&& other) noexcept : fd_(std::exchange(other.fd_, -1)), open_(other.open_), in_(other.in_) {}
+  Stranger(Stranger&& other) noexcept : fd_(std::exchange(other.fd_, -1)), open_(other.open_) {}
   Stranger(const Stranger&) = delete;
   Stranger& operator=(const Stranger&) = delete;
 
@@ -49,51 +49,26 @@ class Stranger {
     return open_;
   }
 
-  // What arrives, until there is nothing for this long. Empty for nothing.
+  // What arrives next within the limit; empty for nothing.
+  std::string ReadSome(std::chrono::milliseconds limit) {
+    std::string part(1 << 16, '\0');
+    pollfd waiting = {fd_, POLLIN, 0};
+    if (!open_ || poll(&waiting, 1, static_cast<int>(limit.count())) <= 0) return "";
+    const ssize_t size = recv(fd_, part.data(), part.size(), 0);
+    open_ = size > 0;
+    part.resize(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    return part;
+  }
+  // What arrives, until there is nothing for this long.
   std::string Read(std::chrono::milliseconds silence) {
     std::string all;
-    std::vector<char> part(1 << 16);
-    for (pollfd waiting = {fd_, POLLIN, 0}; open_ && poll(&waiting, 1, static_cast<int>(silence.count())) > 0;) {
-      const ssize_t size = recv(fd_, part.data(), part.size(), 0);
-      if (size <= 0) {
-        open_ = false;
-      } else {
-        all.append(part.data(), static_cast<size_t>(size));
-      }
-    }
+    for (std::string part; !(part = ReadSome(silence)).empty();) all += part;
     return all;
-  }
-
-  // The next whole packet of the bus, its first byte and what follows the length; empty for none in time.
-  std::string ReadPacket(std::chrono::milliseconds limit) {
-    const auto end = std::chrono::steady_clock::now() + limit;
-    for (;;) {
-      size_t length = 0, at = 1;
-      bool known = false;
-      for (unsigned shift = 0; at < in_.size() && at < 5 && !known; shift += 7, ++at) {
-        length |= static_cast<size_t>(static_cast<uint8_t>(in_[at]) & 0x7F) << shift;
-        known = (static_cast<uint8_t>(in_[at]) & 0x80) == 0;
-      }
-      if (known && in_.size() - at >= length) {
-        std::string packet = in_[0] + in_.substr(at, length);
-        in_.erase(0, at + length);
-        return packet;
-      }
-      const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-      pollfd waiting = {fd_, POLLIN, 0};
-      if (left.count() <= 0 || poll(&waiting, 1, static_cast<int>(left.count())) <= 0) return "";
-      char part[1 << 14];
-      const ssize_t size = recv(fd_, part, sizeof part, 0);
-      open_ = open_ && size > 0;
-      if (!open_) return "";
-      in_.append(part, static_cast<size_t>(size));
-    }
   }
 
  private:
   int fd_;
   bool open_ = false;
-  std::string in_;
 };
 
 // That many connections that have said this, and no more. With room for the other end to take them in: beyond a
@@ -166,40 +141,21 @@ inline std::string Publish(const Message& message) {
                 Text(message.topic) + Length(properties.size()) + properties + message.payload);
 }
 
-// Of a packet from ReadPacket that is a message without confirmation; anything else has no topic.
-inline Message Read(const std::string& packet) {
-  Message message;
-  const auto byte = [&](size_t at) { return at < packet.size() ? static_cast<uint8_t>(packet[at]) : 0u; };
-  const auto text = [&](size_t at) {
-    return packet.substr(std::min(at + 2, packet.size()), byte(at) << 8 | byte(at + 1));
-  };
-  if (packet.size() < 4 || (byte(0) & 0xF6) != 0x30) return message;
-  message.retain = (byte(0) & 1) != 0;
-  message.topic = text(1);
-  size_t at = 3 + message.topic.size(), length = 0;
-  unsigned shift = 0;
-  for (bool more = true; more && shift < 28; shift += 7, ++at) {
-    length |= (byte(at) & 0x7Fu) << shift;
-    more = (byte(at) & 0x80) != 0;
+}  // namespace mqtt
+
+// Whether a broker takes 60 MB of a packet of 250 MB.
+inline bool TakesLargePacket(uint16_t port) {
+  Stranger large(port);
+  large.Send("\x10" + mqtt::Length(250u << 20));
+  const std::string chunk(1 << 20, 'x');
+  for (int i = 0; i < 60 && large.Send(chunk); ++i) {
   }
-  const size_t end = std::min(at + length, packet.size());
-  while (at < end) {
-    const unsigned property = byte(at++);
-    if (property == 0x01) {
-      at += 1;
-    } else if (property == 0x02) {
-      at += 4;
-    } else if (property == 0x23) {
-      at += 2;
-    } else if (property == 0x03 || property == 0x08 || property == 0x09) {
-      (property == 0x08 ? message.response_topic : message.correlation) = text(at);
-      at += 2 + (byte(at) << 8 | byte(at + 1));
-    } else {
-      break;
-    }
-  }
-  message.payload = packet.substr(end);
-  return message;
+  return large.open();
 }
 
-}  // namespace mqtt
+// That many that say all of a packet of 66 kB but for its last byte.
+inline std::vector<Stranger> UnfinishedCrowd(uint16_t port, int size) {
+  std::string almost = mqtt::Packet(0x10, std::string(66000, 'x'));
+  almost.pop_back();
+  return Crowd(port, size, almost);
+}

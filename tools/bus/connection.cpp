@@ -118,14 +118,6 @@ void Connection::SetUp() {
   }
   if (owner_) platform::HoldLogin(client);
   if (!options_.user.empty()) mosquitto_username_pw_set(client, options_.user.c_str(), options_.password.c_str());
-  if (options_.will) {
-    const Message& will = *options_.will;
-    Properties properties;
-    AddProperties(will, properties);
-    const int result = mosquitto_will_set_v5(client, will.topic.c_str(), static_cast<int>(will.payload.size()),
-                                             will.payload.data(), will.qos, will.retained, properties.list);
-    if (result == MOSQ_ERR_SUCCESS) properties.list = nullptr;  // the library's now
-  }
   mosquitto_connect_v5_callback_set(client, OnConnect);
   mosquitto_disconnect_v5_callback_set(client, OnDisconnect);
   mosquitto_log_callback_set(client, OnLog);

@@ -38,7 +38,6 @@ struct Options {
   std::string ca{};         // file with the authorities to believe; empty: the machine's own
   std::string client_id{};  // empty: the broker gives one
   int keep_alive_s = 5;     // a broker that froze is noticed after about twice this
-  std::optional<Message> will{};
   std::function<int(const std::function<int()>& connect)> within{};  // calls connect where it belongs: other networks
 };
 
@@ -52,7 +51,7 @@ class Connection {
   };
 
   Connection(Options options, Handlers handlers);
-  ~Connection();  // says goodbye: the last will is not published
+  ~Connection();  // says goodbye
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
