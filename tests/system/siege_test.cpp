@@ -2,11 +2,9 @@
 // servers allow before anybody is asked who he is, and whatever an account is good for. What counts is measured: the
 // memory of the processes, how long the daemon is away, what reached whom.
 #include <fcntl.h>
-#include <poll.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 
 #include <algorithm>
 #include <chrono>
@@ -221,63 +219,26 @@ TEST_F(Siege, RefusedCommandsFromOutside) {
          " kB written");
 }
 
-// Another user's program on the ports of bus and store, who says that whoever comes is welcome.
-class Impostor {
- public:
-  Impostor() {
-    if (pipe2(heard_, O_CLOEXEC) != 0 || (pid_ = fork()) != 0) return;
-    if (setgid(65534) != 0 || setuid(65534) != 0) _exit(1);
-    pollfd ports[] = {{Listen(5291), POLLIN, 0}, {Listen(5299), POLLIN, 0}};
-    while (poll(ports, 2, -1) > 0) {
-      for (const pollfd& port : ports) {
-        if (port.revents != 0) Welcome(port.fd, &port == ports ? std::string("\x20\x03\0\0\0", 5) : "");
-      }
-    }
-    _exit(2);
-  }
-  ~Impostor() { Leave(); }
-  Impostor(const Impostor&) = delete;
-  Impostor& operator=(const Impostor&) = delete;
-
-  // Ends it; what it was told, all in one. It fails the test if it was not there.
-  std::string Leave() {
-    if (pid_ < 0) return "";
-    int status = 0;
-    EXPECT_EQ(waitpid(pid_, &status, WNOHANG), 0) << "no impostor";
-    kill(pid_, SIGKILL);
-    waitpid(std::exchange(pid_, -1), &status, 0);
-    close(heard_[1]);
-    std::string all(1 << 16, '\0');
-    all.resize(static_cast<size_t>(std::max<ssize_t>(read(heard_[0], all.data(), all.size()), 0)));
-    close(heard_[0]);
-    return all;
-  }
-
- private:
-  static int Listen(uint16_t number) {
-    const int port = socket(AF_INET, SOCK_STREAM, 0), yes = 1;
-    setsockopt(port, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(number);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(port, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 || listen(port, 10) != 0) _exit(3);
-    return port;
-  }
-  void Welcome(int port, const std::string& welcome) const {
-    const int client = accept(port, nullptr, nullptr);
-    send(client, welcome.data(), welcome.size(), MSG_NOSIGNAL);
-    pollfd waiting = {client, POLLIN, 0};
-    char bytes[4096];
-    ssize_t size = 0;
-    if (poll(&waiting, 1, 1000) > 0) size = recv(client, bytes, sizeof bytes, 0);
-    if (size > 0 && write(heard_[1], bytes, static_cast<size_t>(size)) != size) _exit(4);
-    close(client);
-  }
-
-  int heard_[2] = {-1, -1};
-  pid_t pid_ = -1;
-};
+// Another user's program on the ports of bus and store, who says that whoever comes is welcome, and what he was told.
+constexpr char kImpostor[] = R"(
+import os, select, socket
+os.setgid(65534)
+os.setuid(65534)
+welcome = {socket.create_server(("127.0.0.1", 5291)): b"\x20\x03\0\0\0", socket.create_server(("127.0.0.1", 5299)): b""}
+print("listens", flush=True)
+while True:
+    for port in select.select(list(welcome), [], [])[0]:
+        client = port.accept()[0]
+        client.settimeout(1)
+        try:
+            client.sendall(welcome[port])
+            told = client.recv(4096)
+        except OSError:
+            told = b""
+        if told:
+            print(told, flush=True)
+        client.close()
+)";
 
 // While broker and store are away somebody else takes their ports: he is told nothing, neither a password nor a request
 // nor what is in the documents, by nobody.
@@ -295,8 +256,13 @@ TEST_F(Siege, AFalseBrokerAndAFalseStore) {
   AnswersAfter();
   device_.store.Kill();
   device_.broker.Kill();
-  Impostor impostor;
-  std::this_thread::sleep_for(milliseconds(2500));
+  std::string told;
+  desk::Process impostor(loop_, "impostor");
+  impostor.Configure({"python3", "-c", kImpostor}, directory_.path);
+  impostor.OnLine([&](const std::string& line) { told += line; });
+  Launch(impostor);
+  EXPECT_TRUE(loop_.RunUntil([&] { return told == "listens"; }, milliseconds(10000))) << told;
+  loop_.RunFor(milliseconds(2500));
   const std::string programs = BINARY_DIRECTORY "/";
   const std::string nobody = "env -u CREDENTIALS_DIRECTORY timeout 3 ";
   for (const std::string& command :
@@ -306,7 +272,10 @@ TEST_F(Siege, AFalseBrokerAndAFalseStore) {
     const Outcome outcome = Shell(command);
     EXPECT_NE(outcome.status, 0) << command << ": " << outcome.output;
   }
-  EXPECT_EQ(impostor.Leave(), "");
+  loop_.RunFor(milliseconds(100));
+  EXPECT_TRUE(impostor.running());
+  EXPECT_EQ(told, "listens");
+  impostor.Kill();
   AnswersAfter();
   Report("another user's program on the ports of bus and store: nobody tells it a byte");
 }
