@@ -20,7 +20,6 @@
 namespace {
 
 namespace bs = businessserver;
-using desk::Loop;
 using std::chrono::milliseconds;
 
 constexpr size_t kLongestMessage = 65536;
@@ -35,6 +34,7 @@ TEST_F(Siege, UnfinishedPacketsWithoutAnAccount) {
 
 TEST_F(Siege, ReadersThatStall) {
   std::vector<Stranger> readers;
+  readers.reserve(4);
   for (const char* role : {"integrator", "integrator", "front_end", "relay"}) {
     readers.push_back(LogIn(role, 4096));
     readers.back().Send(mqtt::Subscribe({"#"}));
