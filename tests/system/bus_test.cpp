@@ -127,6 +127,7 @@ TEST_F(BusClient, AnAnswerIsToTheQuestionThatWasAsked) {
   bus::Kept<desk::Loop>* answerer = nullptr;
   handlers.up = [&] { answerer->Subscribe({"park/g/request/cam"}); };
   handlers.message = [&](const bus::Message& message) {
+    EXPECT_FALSE(message.retained);
     answerer->Publish({message.response_topic, "to another", "", "of before"});
     answerer->Publish({message.response_topic, "yes: " + message.payload, "", message.correlation});
   };
