@@ -45,6 +45,20 @@ Json::Value Member(const Json::Value& document, const char* name) {
   return document.isObject() ? document.get(name, Json::Value()) : Json::Value();
 }
 
+// The beacon's identity is set as a text: one that is none, or is not shown whole, cannot be set back.
+bool CanBeSetBack(std::string_view type, const Json::Value& before) {
+  if (type != bs::kSetBt) return true;
+  const Json::Value uuid = Member(before, bs::kUuid);
+  return uuid.isString() && !uuid.asString().empty() && uuid.asString().find("\xEF\xBF\xBD") == std::string::npos;
+}
+
+// A command may name a part of the identity only; everything else is stored as it is sent.
+bool Holds(std::string_view type, const Json::Value& stored, const Json::Value& wanted) {
+  if (type != bs::kSetBt || !stored.isObject() || !wanted.isObject()) return stored == wanted;
+  const std::vector<std::string> names = wanted.getMemberNames();
+  return std::all_of(names.begin(), names.end(), [&](const std::string& name) { return stored[name] == wanted[name]; });
+}
+
 }  // namespace
 
 std::string CompactText(const Json::Value& document) {
@@ -64,6 +78,7 @@ std::string ReplyText(std::string_view type, int state, const std::string& error
 
 std::string_view ReadingCommand(std::string_view storing_command) {
   if (storing_command == kSetRelayCfg) return kGetRelayCfg;
+  if (storing_command == bs::kSetBt) return bs::kGetBt;  // asks the module, which the stored document only echoes
   const bs::Command* const storing = bs::FindCommand(bs::kBusRequestMessage, storing_command);
   if (storing == nullptr || storing->effect != bs::CommandEffect::kStores) return {};
   for (const bs::Command& command : bs::kCommands) {
@@ -353,6 +368,7 @@ void ChangeGuard::TellOther(uint64_t token, Found found, std::string_view text, 
 const bs::StoredDocument* ChangeGuard::DocumentRead() const {
   if (phase_ == Phase::kSetting || (phase_ == Phase::kRestoring && !compares_)) return nullptr;
   const Change& change = changes_[phase_ == Phase::kRestoring ? at_ - 1 : at_];
+  if (change.type == bs::kSetBt) return nullptr;
   const bs::Command* const command = bs::FindCommand(bs::kBusRequestMessage, change.type);
   return command != nullptr ? command->document : nullptr;
 }
@@ -391,10 +407,13 @@ void ChangeGuard::Taken(const Outcome& outcome, const Json::Value& body, Millise
     return;
   }
   Outcome failure = outcome;
-  if (done && phase_ == Phase::kReading) changes_[at_].before = body;
+  if (done && phase_ == Phase::kReading) {
+    changes_[at_].before = body;
+    if (!CanBeSetBack(changes_[at_].type, body)) failure = {409, "what the beacon module goes by cannot be set back"};
+  }
   if (done && phase_ == Phase::kChecking) {
     changes_[at_].stored = body;
-    if (body != changes_[at_].wanted)
+    if (!Holds(changes_[at_].type, body, changes_[at_].wanted))
       failure = {409, "the device did not store " + changes_[at_].type + " as it was sent"};
   }
   if (failure.state == bs::kAllDone.state) {

@@ -81,6 +81,12 @@ TEST_F(ParkctlConfig, SetsWhatDiffersAndGoesBack) {
         },
         at);
   }
+  // Through the hub the module itself says who the beacon is.
+  Play({{"parkctl config export far $HUB && parkctl config check far", 0, "14 documents, all valid"},
+        {"sed 's/FACTORY/FACTURY/' far >other; parkctl config diff other $HUB", 1, "sys_blue_tooth_value\n  ~ uuid"},
+        {"parkctl config apply other $HUB --yes --confirm 60 && parkctl config rollback $HUB && "
+         "parkctl config diff far $HUB",
+         0, "nothing differs"}});
 }
 
 TEST_F(ParkctlConfig, KeepsWhatWasLastKnownToBeGood) {
@@ -105,6 +111,7 @@ TEST_F(ParkctlConfig, SetsUpAReplacementInOneCommand) {
         {"parkctl request set_dev_pos '{\"pos\":2}'", 0, "200"},
         {"parkctl relay set site=garage device=L1-1 user=L1-1 broker=mqtt://127.0.0.1:1", 0, "+ site"},
         {"parkctl config export died.json", 0, "14 documents"}});
+  Play({{"parkctl request set_bt '{\"uuid\":\"OUT-OF-ITS-CARTN\",\"major\":1,\"minor\":1}'", 0, "200"}});
   for (const auto& identity :
        {businessserver::kSysBlueTooth, businessserver::kSiteMembership}) {  // as out of the carton
     desk_.store_client().Delete(std::string(identity.key, identity.key_length));
@@ -113,6 +120,8 @@ TEST_F(ParkctlConfig, SetsUpAReplacementInOneCommand) {
         {"parkctl config apply died.json --yes", 0, "left out, for they are who L1-1 is: "},
         {"parkctl config diff died.json", 1, "relay_value\n"},
         {"parkctl config diff died.json | grep -c pos", 1, "0"},
+        {"parkctl config apply died.json --replace --yes --confirm 60 && parkctl config rollback", 0, "set for 60 s"},
+        {"parkctl request get_bt", 0, "OUT-OF-ITS-CARTN"},
         {"parkctl config apply died.json --replace --yes", 0, "sys_blue_tooth_value: set\n"},
         {"parkctl config diff died.json && parkctl store get relay", 0, "\"device\": \"L1-1\""},
         // One that has a name of its own is somebody else.
@@ -142,7 +151,7 @@ TEST_F(ParkctlConfig, GoesBackByItselfUnlessConfirmed) {
             {"parkctl config diff after $at", 0, "nothing differs"},
             {"parkctl config apply before $at --yes", 0, "set"},
             // Whoever asked for it is killed at any moment: it goes back, or was never made.
-            {"parkctl config apply after $at --yes --confirm 1 >/dev/null & until changed; do :; done; "
+            {"parkctl config apply after $at --yes --confirm 1 >/dev/null & until changed || ! kill -0 $!; do :; done; "
              "kill -9 $! 2>/dev/null; await parkctl config diff before && await unchanged",
              0, nullptr},
             {"parkctl config apply third $at --yes --confirm 600", 0, "set for 600 s"},
@@ -164,8 +173,9 @@ TEST_F(ParkctlConfig, OutlivesWhatIsKilledOnTheWay) {
          "parkctl config apply before --yes; true",
          0, "the process that guards it was killed"},
         {"await parkctl config diff before", 0, nullptr},
-        {"parkctl config apply after $HUB --yes --confirm 600 >/dev/null & echo $! >tool; until changed; do :; done", 0,
-         nullptr}});
+        {"parkctl config apply after $HUB --yes --confirm 600 >/dev/null & echo $! >tool; until changed || ! kill -0 "
+         "$!; do :; done",
+         0, nullptr}});
   desk_.relay().Kill();
   Launch(desk_.relay());
   Play({{"kill -9 $(cat tool) 2>/dev/null; await parkctl config rollback $HUB; await parkctl config diff before", 0,

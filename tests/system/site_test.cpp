@@ -149,10 +149,26 @@ TEST_F(SiteOfPeople, ADeviceJoinsIsSeenIsAskedAndLeaves) {
   Expect({"as vera parkctl version --site mqtts://localhost/garage --device L9", 2, {"is not online at the hub"}});
 
   const std::string ask = "as bert parkctl request --site mqtts://localhost/garage --device L1-1 ";
-  Expect({(ask + "get_dev_pos").c_str(), 1, {"403 remote requests are off", "remote=read"}});
-  Expect({"parkctl relay set remote=read", 0, {"+ remote: \"read\""}});
+  const std::string from_afar = "--site mqtts://localhost/garage --device L1-1";
+  Expect({(ask + "get_dev_pos").c_str(), 2, {"403 remote requests are off: \"parkctl relay set remote=read\" on"}});
+  Expect(
+      {("as bert parkctl config confirm " + from_afar).c_str(), 2, {"403 remote requests are off: \"parkctl relay"}});
+  Expect({"parkctl relay set remote=all", 3, {"remote: \"all\" is none of \"off\""}});
+  Expect(
+      {"parkctl relay set remote=all --force && parkctl relay set remote=read", 0, {"~ remote: \"all\" -> \"read\""}});
   Await(ask + "get_dev_pos", "200 All done");
-  Expect({(ask + "set_dev_pos '{\"pos\":2}'").c_str(), 1, {"403 not allowed from the site"}});
+  Expect({(ask + "get_relay_cfg").c_str(), 0, {"\"device\": \"L1-1\""}});
+  Expect({(ask + "set_relay_cfg '{}'").c_str(), 3, {"body.broker: missing"}});
+  Expect({(ask + "set_dev_pos '{\"pos\":2}'").c_str(),
+          1,
+          {"403 not allowed from the site: \"parkctl relay set remote=configure\" on"}});
+  Expect({(ask + "cmd '{\"cmdline\":\"true\"}'").c_str(), 1, {"no relay carries cmd, say it on the device itself"}});
+  // What no relay carries says so, and what does the like.
+  Expect({("parkctl external check_controled_device " + from_afar).c_str(), 3, {"no relay carries external control"}});
+  Expect({("parkctl store get bus_dev_pos " + from_afar).c_str(), 3, {"\"parkctl config export --device\""}});
+  Expect({("parkctl relay show " + from_afar).c_str(), 3, {"\"parkctl request get_relay_cfg --device\""}});
+  Expect({"parkctl result --space 2 --free --trigger 9", 3, {"space 2.trigger: 9 is not a whole number from 0 to 8"}});
+  Expect({"parkctl result --space 2 --free --trigger 9 --force", 0, {"forwarded"}});
   // A report from afar holds what its account may see.
   const std::string report = " parkctl report r.tgz --site mqtts://localhost/garage --device L1-1; tar -xzOf r.tgz";
   Expect({("as bert" + report).c_str(), 0, {"bus_dev_pos_value:\n", "\"data\": \"(masked)\"", "health.txt: NOT ALL"}});

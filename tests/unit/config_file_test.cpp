@@ -25,6 +25,9 @@ TEST(ConfigFile, SaysWhatIsWrong) {
       {"unknown document",
        R"({"version": 1, "documents": {"bus_dev_pos_valeu": {"pos": 1}}})",
        {"documents.bus_dev_pos_valeu: is no document of a configuration, is bus_dev_pos_value meant?"}},
+      {"a part of what is to be held",
+       R"({"version": 1, "documents": {"sys_blue_tooth_value": {"major": 7}}})",
+       {"sys_blue_tooth_value.uuid: missing", "sys_blue_tooth_value.minor: missing"}},
       {"every fault at once",
        R"({"version": 1, "owner": 1, "documents": {
             "bus_dev_pos_value": {"pos": 4},

@@ -311,6 +311,22 @@ TEST_F(RelayChanges, AWrongHubGoesBackByItself) {
   EXPECT_EQ(Last("connect").substr(0, 12), "connect hub:");
 }
 
+TEST_F(RelayChanges, TheBeaconsIdentityGoesBackWhereItIsAText) {
+  const std::string other = R"({"type": "set_bt", "body": {"uuid": "OTHER", "major": 7, "minor": 2}})";
+  documents_["bt"] = Value(R"({"uuid": "FACTORY", "major": 1, "minor": 2})");
+  const Json::Value factory = documents_["bt"];
+  EXPECT_EQ(Try(other), "200 All done");
+  EXPECT_EQ(documents_["bt"]["uuid"], "OTHER");
+  Wait(61000);
+  EXPECT_EQ(documents_["bt"], factory);
+  Sets();
+  for (const char* uuid : {"", "A\xEF\xBF\xBD"}) {  // the module is silent, or goes by bytes that are no text
+    documents_["bt"]["uuid"] = uuid;
+    EXPECT_EQ(Try(other), "409 set_bt: what the beacon module goes by cannot be set back");
+    EXPECT_EQ(Sets(), "");
+  }
+}
+
 TEST_F(RelayChanges, TheRelaysOwnDocument) {
   EXPECT_EQ(Request(R"({"type": "get_relay_cfg"})"), "200 All done");
   EXPECT_EQ(CompactText(reply_["body"]), kConfigured);

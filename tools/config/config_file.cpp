@@ -20,6 +20,7 @@ constexpr char kDocuments[] = "documents";
 constexpr char kBodyPlace[] = "body";
 
 std::string ReadingCommandOf(const bs::StoredDocument* document) {
+  if (document == &bs::kSysBlueTooth) return bs::kGetBt;  // asks the module, which its document only echoes
   for (const bs::Command& command : bs::kCommands) {
     if (command.effect == bs::CommandEffect::kReads && command.document == document) return std::string(command.name);
   }
@@ -63,9 +64,13 @@ void ReadDocuments(const Json::Value& documents, Configuration& configuration, s
   for (const Part& part : Parts()) {
     if (!documents.isMember(part.name)) continue;
     const Json::Value& value = documents[part.name];
-    for (const contract::Fault& fault : contract::Check(SchemaOf(part), StoringRequest(part, value))) {
-      faults.push_back(DocumentFault(part, fault));
+    std::vector<contract::Fault> wrong = contract::Check(SchemaOf(part), StoringRequest(part, value));
+    if (wrong.empty()) {
+      // A command may name a part of what it sets; a file says what the device is to hold.
+      wrong = contract::Check("documents/" + part.name, value);
+      for (contract::Fault& fault : wrong) fault.place.insert(0, std::string(kBodyPlace) + ".");
     }
+    for (const contract::Fault& fault : wrong) faults.push_back(DocumentFault(part, fault));
     configuration.documents.push_back({&part, value});
   }
 }

@@ -178,8 +178,8 @@ std::string DocumentsTable() {
     std::string read;
     for (const Json::Value& when : schema["x-read"]) {
       const std::string word = when.asString();
-      const bool message = word.find('_') != std::string::npos;
-      read += (read.empty() ? "" : ", ") + (message             ? Code(word)
+      const std::string message = "messages/" + word;
+      read += (read.empty() ? "" : ", ") + (Has(message)        ? Code(Schema(message)["x-topic"].asString())
                                             : word == "start"   ? "at start"
                                             : word == "request" ? "on request"
                                                                 : word);

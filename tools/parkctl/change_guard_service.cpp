@@ -16,7 +16,7 @@
 
 #include "bus_account.h"
 #include "console.h"
-#include "kvdb.h"
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "relay/change_guard.h"
@@ -76,9 +76,8 @@ class GuardService {
     std::string text;
     while (store_.Read(relay::kDeviceChange, text) == Store::Found::kUnreachable) std::this_thread::sleep_for(kTurn);
     guard_.Restore(text, Uptime());
-    auto last_busy = std::chrono::steady_clock::now();
-    while (!once || std::chrono::steady_clock::now() - last_busy < kIdleEnd) {
-      if (!guard_.IsIdle()) last_busy = std::chrono::steady_clock::now();
+    while (!once || std::chrono::steady_clock::now() - last_busy_ < kIdleEnd) {
+      if (!guard_.IsIdle()) last_busy_ = std::chrono::steady_clock::now();
       Listen();
       guard_.Turn(Uptime());
       DoWishes();
@@ -110,6 +109,7 @@ class GuardService {
       Answer(message, relay::ReplyText("", 400, "not a request", Json::Value()));
       return;
     }
+    last_busy_ = std::chrono::steady_clock::now();  // who asks whether it is there has a change to make
     const uint64_t token = ++last_token_;
     asked_[token] = message;
     guard_.Request(token, request, Uptime());
@@ -135,7 +135,13 @@ class GuardService {
     Json::Value request;
     bs::ParseJson(ask.text, request);
     for (const config::Part& part : config::Parts()) {
-      if (part.reading_command == ask.type) {
+      if (part.reading_command == ask.type && ask.type == bs::kGetBt) {
+        // The module's own word: before the first set_bt nothing is stored.
+        const Reply reply = device_.AskDevice(ask.type);
+        if (reply.Came()) {
+          guard_.Answered(relay::ReplyText(ask.type, reply.state, reply.error_msg, reply.body), Uptime());
+        }
+      } else if (part.reading_command == ask.type) {
         const std::optional<Json::Value> value = device_.ReadDocument(part);
         if (value) guard_.Answered(relay::ReplyText(ask.type, 200, "All done", *value), Uptime());
       } else if (part.storing_command == ask.type) {
@@ -153,9 +159,8 @@ class GuardService {
     asked_.erase(answer.token);
   }
   void Do(const relay::ChangeGuard::Store& store) {
-    const bool done = store.text.empty()
-                          ? Kvdb_DeleteKey(relay::kDeviceChange.key, relay::kDeviceChange.key_length) == 1
-                          : store_.Write(relay::kDeviceChange, store.text);
+    const bool done =
+        store.text.empty() ? store_.Erase(relay::kDeviceChange) : store_.Write(relay::kDeviceChange, store.text);
     guard_.Stored(done, Uptime());
   }
   void Do(const relay::ChangeGuard::Look& look) {
@@ -173,6 +178,7 @@ class GuardService {
   const Store store_;
   relay::ChangeGuard guard_;
   std::optional<DeviceBus> bus_;
+  std::chrono::steady_clock::time_point last_busy_ = std::chrono::steady_clock::now();
   uint64_t last_token_ = 0;
   std::map<uint64_t, bus::Message> asked_;
 };

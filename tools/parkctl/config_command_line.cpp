@@ -57,7 +57,8 @@ void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
        true, true, false},
       {"apply", "Set what differs, and read it back",
        "  parkctl config apply camera.json\n  parkctl config apply camera.json --confirm 60 --yes\n"
-       "  parkctl config apply camera.json --replace --yes",
+       "  parkctl config apply camera.json --replace --yes\n"
+       "With --confirm the beacon's identity goes back too; where its module does not say who it is, that is refused.",
        ApplyConfiguration, true, true, true},
       {"confirm", "Keep a change that would go back by itself", "  parkctl config confirm", ConfirmConfiguration, false,
        true, false},
@@ -70,12 +71,17 @@ void AddConfig(CLI::App& app, Action& action, const Ports& ports) {
       auto* file = command->add_option("file", options->file, "The file, - for standard input or output");
       if (row.run != ExportConfiguration && !row.sets) file->required();
     }
-    if (row.asks_device) AddDeviceOptions(*command, options->device.device);
+    if (row.asks_device) {
+      AddDeviceOptions(*command, options->device.device);
+    } else {
+      RefuseSite(*command, "a file is checked without any: leave it out");
+    }
     auto confirm = std::make_shared<std::string>();
     if (row.sets) {
       command
-          ->add_option("--confirm", *confirm,
-                       "Everything goes back after these seconds (90) unless \"parkctl config confirm\" comes")
+          ->add_option(
+              "--confirm", *confirm,
+              "Everything goes back these seconds (90) after the last setting unless \"parkctl config confirm\" comes")
           ->expected(0, 1)
           ->type_name("SECONDS")
           ->default_str(std::to_string(kUsualConfirmSeconds));

@@ -23,6 +23,7 @@ namespace bs = businessserver;
 
 using config::Change;
 using config::Configuration;
+using config::Difference;
 
 namespace {
 
@@ -35,18 +36,6 @@ bool ReadSound(const std::string& path, Configuration& configuration) {
   const std::vector<std::string> faults = config::ReadFile(text, configuration);
   for (const std::string& fault : faults) std::cerr << words::Printable(fault) << "\n";
   return faults.empty();
-}
-
-// What differs; of what this way cannot be read it says so, and lets it be.
-std::vector<Change> Difference(const ConfigDevice& device, const Configuration& held, const Configuration& wanted) {
-  std::vector<Change> changes = config::Difference(held, wanted);
-  const auto unknown = [&](const Change& change) {
-    if (device.CanRead(*change.part)) return false;
-    Note(change.part->name + " cannot be read through the relay and is left as it is");
-    return true;
-  };
-  changes.erase(std::remove_if(changes.begin(), changes.end(), unknown), changes.end());
-  return changes;
 }
 
 void Show(const std::vector<Change>& changes) {
@@ -139,6 +128,10 @@ Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
   if (!reply.Came()) {
     device.Explain(reply);
     waiting.status = kNoAnswer;
+  } else if (const std::string refusal = RelayRefusal(reply.state, reply.error_msg, relay::kGetChange);
+             reply.Away() || !refusal.empty()) {
+    Note(reply.Away() ? words::Printable(reply.error_msg) : refusal);
+    waiting.status = kNoAnswer;
   } else if (!reply.Done()) {
     waiting.status = kRefused;
     waiting.problem = std::to_string(reply.state) + " " + words::Printable(reply.error_msg);
@@ -217,11 +210,10 @@ int SetAll(ConfigDevice& device, const ConfigState& state, const std::vector<Cha
 }
 
 // What an earlier run that ended half way has left to set comes along; where both name a document, this one's counts.
-void TakeUpUnfinished(const ConfigDevice& device, const ConfigState& state, const Configuration& held,
-                      Configuration& wanted) {
+void TakeUpUnfinished(const ConfigState& state, const Configuration& held, Configuration& wanted) {
   std::optional<Configuration> unfinished = state.UnfinishedRun();
   if (!unfinished) return;
-  const size_t left = Difference(device, held, *unfinished).size();
+  const size_t left = Difference(held, *unfinished).size();
   std::cout << "an earlier run ended half way, " << left << " of its " << unfinished->documents.size()
             << " documents are left to set\n";
   for (config::Document& document : unfinished->documents) {
@@ -235,11 +227,11 @@ void TakeUpUnfinished(const ConfigDevice& device, const ConfigState& state, cons
 }
 
 // Another parkctl of this user is at it: what it sets is what would change under this one's feet.
-int RefuseBesideAnother(const ConfigDevice& device, const ConfigState& state, const Configuration& held) {
+int RefuseBesideAnother(const ConfigState& state, const Configuration& held) {
   const std::optional<Configuration> run = state.UnfinishedRun();
   Note(std::string("another parkctl changes this device's configuration right now, nothing is set") +
        (run ? ". It is setting:" : ""));
-  if (run) Show(Difference(device, held, *run));
+  if (run) Show(Difference(held, *run));
   return kRefused;
 }
 
@@ -340,7 +332,7 @@ int ShowDifference(const ConfigOptions& options) {
   ConfigDevice device(options.device);
   const std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
-  const std::vector<Change> changes = Difference(device, *held, wanted);
+  const std::vector<Change> changes = Difference(*held, wanted);
   Show(changes);
   if (changes.empty()) std::cout << "nothing differs\n";
   return changes.empty() ? kDone : kRefused;
@@ -363,12 +355,12 @@ int ApplyConfiguration(const ConfigOptions& options) {
   if (!waiting.elsewhere.empty()) return RefuseForOther(waiting);
   const std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
-  if (!state.alone()) return RefuseBesideAnother(device, state, *held);
+  if (!state.alone()) return RefuseBesideAnother(state, *held);
   if (!IsForThisDevice(wanted, *held, options.other_device || options.replace)) return kMisused;
   if (!options.replace) LeaveIdentityOut(*held, wanted);
   state.SettleTry(*held);
-  TakeUpUnfinished(device, state, *held, wanted);
-  const std::vector<Change> changes = Difference(device, *held, wanted);
+  TakeUpUnfinished(state, *held, wanted);
+  const std::vector<Change> changes = Difference(*held, wanted);
   if (changes.empty()) {
     state.EndRun(true);
     std::cout << "nothing differs\n";
@@ -425,14 +417,14 @@ int RollBackConfiguration(const ConfigOptions& options) {
   const ConfigState state(device.FileName());
   const std::optional<Configuration> held = device.Read();
   if (!held) return kNoAnswer;
-  if (!state.alone()) return RefuseBesideAnother(device, state, *held);
+  if (!state.alone()) return RefuseBesideAnother(state, *held);
   state.SettleTry(*held);
   const std::optional<Configuration> good = state.LastGood();
   if (!good) {
     Note("nothing was set on this device from here: there is nothing to go back to");
     return kRefused;
   }
-  std::vector<Change> changes = Difference(device, *held, *good);
+  std::vector<Change> changes = Difference(*held, *good);
   for (const config::Document& document : held->documents) {
     // Only the relay's document can be taken away: every other has a default.
     const auto same_part = [&](const config::Document& other) { return other.part == document.part; };

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <iterator>
+#include <thread>
 #include <utility>
 
 #include "bus_account.h"
@@ -9,7 +10,8 @@
 #include "console.h"
 #include "contract/schemas.h"
 #include "json_words.h"
-#include "kvdb.h"
+#include "plain_words.h"
+#include "protocol/commands.h"
 #include "protocol/json_text.h"
 #include "protocol/names.h"
 #include "relay/change_guard.h"
@@ -22,6 +24,8 @@ namespace {
 
 constexpr std::chrono::seconds kPatience{6};        // a device that is busy with its beacon module answers in time
 constexpr std::chrono::seconds kGuardPatience{30};  // a change is made and read back before it is answered
+constexpr std::chrono::seconds kGuardReturns{5};    // to a broker that started again
+constexpr std::chrono::milliseconds kGuardPause{100};
 constexpr char kRelayKey[] = "relay_value";
 
 const bs::StoredDocument& DocumentOf(const config::Part& part) {
@@ -97,14 +101,18 @@ int ConfigDevice::Explain(const Reply& reply) const { return link_->Explain(repl
 
 std::optional<Json::Value> ConfigDevice::ReadDocument(const config::Part& part) {
   if (remote_) {
-    Json::Value request;
-    request[bs::kType] = part.reading_command;
-    const Reply reply = Ask(bs::kBusRequestMessage, request);
+    const Reply reply = AskDevice(part.reading_command);
     if (reply.Done()) return reply.body;
+    if (part.reading_command == bs::kGetBt && reply.Came() && reply.state == bs::kSetError.state) {
+      return Json::Value();  // there is no beacon module, or it keeps silent
+    }
+    const std::string refusal = RelayRefusal(reply.state, reply.error_msg, part.reading_command);
     if (!reply.Came()) {
       Explain(reply);
     } else {
-      Note(part.reading_command + ": " + std::to_string(reply.state) + " " + reply.error_msg);
+      Note(!refusal.empty()
+               ? refusal
+               : part.reading_command + ": " + std::to_string(reply.state) + " " + words::Printable(reply.error_msg));
     }
     return std::nullopt;
   }
@@ -126,7 +134,6 @@ std::optional<config::Configuration> ConfigDevice::Read() {
   const config::Part& relay = *config::FindPart(config::kRelayDocument);
   if (remote_ && !ReadDocument(relay)) return std::nullopt;
   for (const config::Part& part : config::Parts()) {
-    if (!CanRead(part)) continue;
     std::optional<Json::Value> value = ReadDocument(part);
     if (!value) return std::nullopt;
     if (value->isObject() && !value->empty()) configuration.documents.push_back({&part, std::move(*value)});
@@ -137,8 +144,7 @@ std::optional<config::Configuration> ConfigDevice::Read() {
 
 Reply ConfigDevice::SetRelayDocument(const Json::Value& value) {
   const std::string text = bs::StyledText(value);
-  const bool stored =
-      value.isNull() ? Kvdb_DeleteKey(kRelayValue.key, kRelayValue.key_length) == 1 : store_->Write(kRelayValue, text);
+  const bool stored = value.isNull() ? store_->Erase(kRelayValue) : store_->Write(kRelayValue, text);
   Reply reply;
   reply.outcome = Outcome::kDelivered;
   reply.state = stored ? bs::kAllDone.state : bs::kSetError.state;
@@ -151,6 +157,12 @@ Reply ConfigDevice::SetRelayDocument(const Json::Value& value) {
   return reply;
 }
 
+Reply ConfigDevice::AskDevice(const std::string& command) {
+  Json::Value request;
+  request[bs::kType] = command;
+  return Ask(bs::kBusRequestMessage, request);
+}
+
 Reply ConfigDevice::Set(const config::Part& part, const Json::Value& value) {
   if (!remote_ && part.name == config::kRelayDocument) return SetRelayDocument(value);
   return Ask(bs::kBusRequestMessage, config::StoringRequest(part, value));
@@ -158,9 +170,15 @@ Reply ConfigDevice::Set(const config::Part& part, const Json::Value& value) {
 
 Reply ConfigDevice::AskGuard(const Json::Value& request) {
   if (remote_) return Ask(bs::kBusRequestMessage, request);
-  Reply nobody;
-  nobody.outcome = Outcome::kNobodyListens;
-  return ChangeGuardRuns() ? Ask(kChangeRequestMessage, request) : nobody;
+  Reply reply;
+  reply.outcome = Outcome::kNobodyListens;
+  const auto end = std::chrono::steady_clock::now() + kGuardReturns;
+  while (ChangeGuardRuns()) {
+    reply = Ask(kChangeRequestMessage, request);
+    if (reply.outcome != Outcome::kNobodyListens || std::chrono::steady_clock::now() >= end) break;
+    std::this_thread::sleep_for(kGuardPause);
+  }
+  return reply;
 }
 
 }  // namespace parkctl

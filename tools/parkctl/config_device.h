@@ -48,11 +48,11 @@ class ConfigDevice {
   // is left out. Nothing, with the reason on standard error, when it cannot be known.
   std::optional<config::Configuration> Read();
 
-  // Through a relay a document is only known where the device has a command that reads it.
-  bool CanRead(const config::Part& part) const { return !remote_ || !part.reading_command.empty(); }
-
   // The stored document; null where there is none, nothing when it cannot be known.
   std::optional<Json::Value> ReadDocument(const config::Part& part);
+
+  // What the device answers to a command that takes no body.
+  Reply AskDevice(const std::string& command);
 
   // Stores a document through the device's own command; null takes the relay's document away.
   Reply Set(const config::Part& part, const Json::Value& value);

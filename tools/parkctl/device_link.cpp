@@ -6,8 +6,10 @@
 
 #include "console.h"
 #include "plain_words.h"
+#include "protocol/commands.h"
 #include "protocol/names.h"
 #include "protocol/site_names.h"
+#include "relay/change_guard.h"
 
 namespace parkctl {
 
@@ -46,6 +48,16 @@ bus::Options HubOptions(const SiteOptions& given) {
 }
 
 }  // namespace
+
+std::string RelayRefusal(int state, const std::string& error_msg, const std::string& command) {
+  if (state != bs::kErrorType.state || error_msg == bs::kErrorType.error_msg) return "";
+  const bool reads = bs::IsReadingName(command);
+  const bool never = !reads && !bs::IsConfiguringName(command) && !relay::ChangeGuard::Takes(command);
+  return std::to_string(state) + " " + words::Printable(error_msg) + ": " +
+         (never   ? "no relay carries " + words::Printable(command) + ", say it on the device itself"
+          : reads ? "\"parkctl relay set remote=read\" on the device lets a site ask"
+                  : "\"parkctl relay set remote=configure\" on the device lets a site set");
+}
 
 Hub::Hub(const SiteOptions& options) : Caller(HubOptions(options)) {}
 

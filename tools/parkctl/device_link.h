@@ -39,6 +39,10 @@ struct DeviceOptions {
   const char* role = platform::kIntegratorRole;  // on this device's own bus
 };
 
+// What a relay says of a command that its device's owner lets no site ask: one line with what would help. Empty for
+// every other answer.
+std::string RelayRefusal(int state, const std::string& error_msg, const std::string& command);
+
 class DeviceLink {
  public:
   explicit DeviceLink(const DeviceOptions& options);  // throws UserError

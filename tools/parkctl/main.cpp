@@ -52,6 +52,8 @@ void AddRequest(CLI::App& app, Action& action, const Ports& ports, const char* n
   command->add_flag("--force", options->force, kForceHelp);
   if (message_type == std::string(businessserver::kBusRequestMessage)) {
     parkctl::AddDeviceOptions(*command, options->device);
+  } else {
+    parkctl::RefuseSite(*command, "no relay carries external control");
   }
   command->footer("Examples:\n" + example + "\n\nCommands:" + Names(parkctl::CommandNames(message_type)));
   command->callback([options, &action, &ports] {
@@ -87,6 +89,8 @@ void AddResult(CLI::App& app, Action& action, const Ports& ports) {
   }
   command->add_option("--record-text", options->record_text, "The record's own extra text");
   command->add_flag("--change", options->change, "As AVS_PARK_RECT_CHANGE, which the device does not forward");
+  command->add_flag("--force", options->force, kForceHelp);
+  parkctl::RefuseSite(*command, "results come from its own recognition process. \"parkctl latest --device\" shows one");
   command->footer(
       "Examples:\n"
       "  parkctl result --space 1 --occupied --plate 京A12345 --space 2 --free\n"
@@ -109,6 +113,7 @@ void AddPush(CLI::App& app, Action& action, const Ports& ports) {
       ->capture_default_str();
   command->add_option("--device", options->devices, "ADDRESS:TOTAL:FREE of a device that it reports for");
   command->add_flag("--force", options->force, kForceHelp);
+  parkctl::RefuseSite(*command, "relays bring counts, as \"parkctl site apply\" says", {"--site"});
   command->footer(
       "Example:\n"
       "  parkctl push --from 192.168.1.20 --total 3 --free 2 --position left --device 192.168.1.31:2:1\n"
@@ -124,6 +129,7 @@ void AddWatch(CLI::App& app, Action& action, const Ports& ports) {
   auto options = std::make_shared<parkctl::WatchOptions>();
   command->add_flag("--json", options->json, "One JSON document a line");
   command->add_option("--count", options->count, "End after this many messages");
+  parkctl::RefuseSite(*command, "\"parkctl site watch\" shows what the devices of a site say");
   command->footer("Examples:\n  parkctl watch\n  parkctl watch --json | jq -r .words");
   command->callback([options, &action, &ports] {
     options->bus_port = ports.bus;
@@ -154,6 +160,7 @@ void AddDecode(CLI::App& app, Action& action, const Ports& ports) {
   command->add_option("bytes", options->words, "Hexadecimal bytes, a beacon line, @file, or - for standard input")
       ->required();
   command->add_option("--fields", options->fields, "File with the field list (the device's own without it)");
+  parkctl::RefuseSite(*command, "for another's bytes take \"parkctl request get_rs485pro_cfg --device\" as --fields");
   command->footer(
       "Examples:\n"
       "  parkctl decode AA 02 17 03 31 32 33 8F\n"

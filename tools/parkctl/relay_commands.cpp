@@ -99,7 +99,7 @@ int ShowRelay(uint16_t store_port) {
   return TellHub(document);
 }
 
-int SetRelay(uint16_t store_port, uint16_t bus_port, const std::vector<std::string>& members) {
+int SetRelay(uint16_t store_port, uint16_t bus_port, const std::vector<std::string>& members, bool force) {
   Json::Value before;
   {
     const Store store(store_port);
@@ -118,9 +118,7 @@ int SetRelay(uint16_t store_port, uint16_t bus_port, const std::vector<std::stri
     after[name] = member.substr(equals + 1);
     if (equals + 1 == member.size() && name != kBroker) after.removeMember(name);
   }
-  const std::vector<contract::Fault> faults = contract::Check(kDocument, after);
-  for (const contract::Fault& fault : faults) std::cerr << fault.Text() << "\n";
-  if (!faults.empty()) return kMisused;
+  if (!force && !SayFaults(contract::Check(kDocument, after))) return kMisused;
   return Keep(store_port, bus_port, before, after);
 }
 

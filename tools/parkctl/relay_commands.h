@@ -11,7 +11,7 @@ namespace parkctl {
 int ShowRelay(uint16_t store_port);
 
 // members: "site=garage", "broker=mqtts://hub.example", ...; the others stay. An empty value takes a member away.
-int SetRelay(uint16_t store_port, uint16_t bus_port, const std::vector<std::string>& members);
+int SetRelay(uint16_t store_port, uint16_t bus_port, const std::vector<std::string>& members, bool force = false);
 
 int LeaveSite(uint16_t store_port, uint16_t bus_port);
 

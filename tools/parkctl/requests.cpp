@@ -30,10 +30,7 @@ std::string UnknownCommandHint(const RequestOptions& options) {
   return nearest.empty() ? "--help lists the commands" : "did you mean " + nearest + "?";
 }
 
-std::string Hint(int state, const std::string& error, const RequestOptions& options, size_t request_size) {
-  if (state == bs::kErrorType.state && error != bs::kErrorType.error_msg) {
-    return "what a site may ask is set on the device: parkctl relay set remote=read, or remote=configure";
-  }
+std::string Hint(int state, const RequestOptions& options, size_t request_size) {
   switch (state) {
     case bs::kRequestDataError.state:
       return "the request is " + std::to_string(request_size) + " bytes, the device takes 1 to " +
@@ -57,8 +54,19 @@ Json::Value RequestDocument(const RequestOptions& options) {
   return document;
 }
 
+// A relay answers some commands itself.
+std::string SiteSchema(const RequestOptions& options) {
+  const std::string name = "site/" + options.command;
+  const bool is_command = !options.device.device.empty() && contract::Has(name) &&
+                          contract::Schema(name)["properties"]["type"]["const"] == Json::Value(options.command);
+  return is_command ? name : "";
+}
+
 // False when something is wrong with it, said on standard error.
 bool IsSound(const RequestOptions& options, const Json::Value& request) {
+  if (const std::string schema = SiteSchema(options); !schema.empty()) {
+    return SayFaults(contract::Check(schema, request));
+  }
   if (bs::FindCommand(options.message_type, options.command) != nullptr) {
     return SayFaults(contract::Check("requests/" + options.command, request));
   }
@@ -83,7 +91,11 @@ int ShowReply(const std::string& reply, const RequestOptions& options, size_t re
   const int state = document[bs::kState].asInt();
   const Json::Value& text = document[bs::kErrorMsg];
   const std::string error = text.isString() ? text.asString() : "";
-  const std::string hint = Hint(state, error, options, request_size);
+  if (const std::string refusal = RelayRefusal(state, error, options.command); !refusal.empty()) {
+    Note(refusal);
+    return bs::IsReadingName(options.command) ? kNoAnswer : kRefused;
+  }
+  const std::string hint = Hint(state, options, request_size);
   std::cerr << state << " " << words::Printable(error) << (hint.empty() ? "" : "\n  " + hint) << std::endl;
   if (document.isMember(bs::kBody)) std::cout << IndentedText(document[bs::kBody]) << "\n";
   if (state == kDeviceSilent) return kNoAnswer;
@@ -117,9 +129,14 @@ int RunRequest(const RequestOptions& options) {
   if (!options.raw) return ShowReply(reply, options, request.size());
   std::cout << reply << std::flush;
   Json::Value answer;
-  const bool refused =
-      bs::ParseJson(reply, answer) && answer.isObject() && answer[bs::kState] != Json::Value(bs::kAllDone.state);
-  return refused ? kRefused : kDone;
+  if (!bs::ParseJson(reply, answer) || !answer.isObject()) return kDone;  // a record
+  const Json::Value& state = answer[bs::kState];
+  const Json::Value& error = answer[bs::kErrorMsg];
+  const bool from_relay =
+      state == Json::Value(kDeviceSilent) ||
+      (state.isInt() && error.isString() && !RelayRefusal(state.asInt(), error.asString(), options.command).empty() &&
+       bs::IsReadingName(options.command));
+  return from_relay ? kNoAnswer : state == Json::Value(bs::kAllDone.state) ? kDone : kRefused;
 }
 
 int RunLatest(const LatestOptions& options) {
@@ -135,10 +152,7 @@ int RunLatest(const LatestOptions& options) {
   if (status != kDone) return status;
   bs::LX_Parking_Result_Param record;
   std::string problem;
-  if (!ReadRecord(reply, record, problem)) {
-    Note(problem);
-    return kRefused;
-  }
+  if (!ReadRecord(reply, record, problem)) return ShowReply(reply, request, 0);
   std::cout << IndentedText(RecordJson(record)) << "\n";
   return kDone;
 }

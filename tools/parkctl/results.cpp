@@ -7,6 +7,8 @@
 #include "bus_account.h"
 #include "console.h"
 #include "contract/check.h"
+#include "contract/faults.h"
+#include "contract/schemas.h"
 #include "device_bus.h"
 #include "message_words.h"
 #include "plain_words.h"
@@ -108,6 +110,22 @@ bool Forwards(const bs::LX_Parking_Result_Param& latest, const bs::LX_Parking_Re
   return true;
 }
 
+// Numbers of a record that the device takes for others, or that mean nothing.
+std::vector<contract::Fault> RecordFaults(const bs::LX_Parking_Result_Param& record) {
+  std::vector<contract::Fault> faults;
+  for (const Json::Value& space : RecordJson(record)["spaces"]) {
+    for (const Json::Value& field : contract::Schema("messages/result")["x-fields"]) {
+      if (!field.isMember("minimum") || space["valid"] != 1) continue;
+      const std::string name = field["name"].asString();
+      for (contract::Finding& found : contract::FindFaults(field, space[name])) {
+        found.fault.place = "space " + space["space"].asString() + "." + name;
+        faults.push_back(std::move(found.fault));
+      }
+    }
+  }
+  return faults;
+}
+
 int TellResult(uint16_t bus_port, const bs::LX_Parking_Result_Param& sent, bool forwarded) {
   Daemon daemon(bus_port);
   Json::Value state;
@@ -135,6 +153,7 @@ int TellResult(uint16_t bus_port, const bs::LX_Parking_Result_Param& sent, bool 
 int SendResult(const ResultOptions& options) {
   const auto now = static_cast<uint32_t>(time(nullptr));
   const bs::LX_Parking_Result_Param record = BuildRecord(options.spaces, options.record_text, now);
+  if (!options.force && !SayFaults(RecordFaults(record))) return kMisused;
   const std::string data(reinterpret_cast<const char*>(&record), sizeof record);
   const int status = Send(options.bus_port, platform::kRecogniserRole,
                           options.change ? bs::kAvsParkRectChange : bs::kAvsSimulatorTrigger, data);

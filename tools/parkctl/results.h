@@ -14,6 +14,7 @@ struct ResultOptions {
   bool change = false;  // the other type, which is not forwarded
   std::string record_text;
   std::vector<GivenOption> spaces;
+  bool force = false;  // sent although it is not valid
 };
 int SendResult(const ResultOptions& options);
 

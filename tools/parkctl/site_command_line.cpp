@@ -22,6 +22,16 @@ void AddDeviceOptions(CLI::App& command, DeviceOptions& options) {
   AddSiteOptions(command, options.site);
 }
 
+void RefuseSite(CLI::App& command, const char* instead, std::vector<const char*> options) {
+  const std::string name = command.get_name();
+  for (const char* option : options) {
+    const auto refuse = [=](const std::string&) {
+      throw UserError(std::string(option) + ": \"" + name + "\" asks no other device; " + instead);
+    };
+    command.add_option_function<std::string>(option, refuse)->group("");
+  }
+}
+
 namespace {
 
 // A command of commands: alone it prints its help.
@@ -39,6 +49,7 @@ CLI::App* AddGroup(CLI::App& app, Action& action, const char* name, const char* 
   return group;
 }
 
+constexpr char kSetFromAfar[] = "\"parkctl config apply --confirm --device\" sets another's document";
 constexpr char kFileHelp[] = "The site file, or - for standard input";
 
 void AddFiles(CLI::App& site, Action& action) {
@@ -146,6 +157,7 @@ void AddRelay(CLI::App& app, Action& action, const Ports& ports) {
                          "  parkctl relay set remote=read\n"
                          "  parkctl relay leave");
   auto* show = relay->add_subcommand("show", "What the relay goes by, and whether its hub answers");
+  RefuseSite(*show, "\"parkctl request get_relay_cfg --device\" shows another's document");
   show->footer("Example:\n  parkctl relay show");
   show->callback([&action, &ports] { action = [&ports] { return ShowRelay(ports.store); }; });
 
@@ -154,10 +166,15 @@ void AddRelay(CLI::App& app, Action& action, const Ports& ports) {
   set->add_option("members", *members,
                   "NAME=VALUE of site, device, broker, user, ca, remote; an empty value takes it away")
       ->required();
+  auto force = std::make_shared<bool>(false);
+  set->add_flag("--force", *force, "Store it although the relay cannot act on it");
+  RefuseSite(*set, kSetFromAfar);
   set->footer("Example:\n  parkctl relay set site=garage device=L2-B-014 broker=mqtts://hub.example remote=off");
-  set->callback([=, &action, &ports] { action = [=, &ports] { return SetRelay(ports.store, ports.bus, *members); }; });
+  set->callback(
+      [=, &action, &ports] { action = [=, &ports] { return SetRelay(ports.store, ports.bus, *members, *force); }; });
 
   auto* leave = relay->add_subcommand("leave", "Leave the site");
+  RefuseSite(*leave, kSetFromAfar);
   leave->footer("Example:\n  parkctl relay leave");
   leave->callback([&action, &ports] { action = [&ports] { return LeaveSite(ports.store, ports.bus); }; });
 }

@@ -12,6 +12,8 @@ namespace parkctl {
 
 namespace {
 
+constexpr char kFromAfar[] = "\"parkctl config export --device\" and \"config apply --device\" are for another's";
+
 void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
   auto name = std::make_shared<std::string>();
   auto options = std::make_shared<SetOptions>();
@@ -19,6 +21,7 @@ void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
 
   auto* get = store.add_subcommand("get", "One document");
   get->add_option("name", *name, kNameHelp)->required();
+  RefuseSite(*get, kFromAfar);
   get->footer("Example:\n  parkctl store get rs485pro > rs485.json");
   get->callback([=, &action, &ports] { action = [=, &ports] { return GetDocument(ports.store, *name); }; });
 
@@ -27,6 +30,7 @@ void AddStoreDocument(CLI::App& store, Action& action, const Ports& ports) {
   set->add_option("json", options->source, "The document: JSON, @file, or - for standard input")->required();
   set->add_flag("--show", options->only_show, "Only show what would change");
   set->add_flag("--force", options->force, "Store it although the device cannot act on it");
+  RefuseSite(*set, kFromAfar);
   set->footer("Example:\n  parkctl store set bus_dev_pos '{\"pos\":1}'");
   set->callback([=, &action, &ports] { action = [=, &ports] { return SetDocument(ports.store, *options); }; });
 }
@@ -54,6 +58,7 @@ void AddStoreTransfer(CLI::App& store, Action& action, const Ports& ports) {
       command->add_flag("--show", options->only_show, "Only show which documents would change");
       command->add_flag("--other-device", options->other_device, "Also where the file is of another device");
     }
+    RefuseSite(*command, kFromAfar);
     command->footer(std::string("Examples:\n") + row.example);
     command->callback([options, run = row.run, &action, &ports] {
       action = [options, run, &ports] {
@@ -99,6 +104,7 @@ void AddStore(CLI::App& app, Action& action, const Ports& ports) {
   };
   for (const auto& row : kWhole) {
     auto* command = store->add_subcommand(row.name, row.help);
+    RefuseSite(*command, kFromAfar);
     command->footer(std::string("Example:\n  parkctl store ") + row.name);
     command->callback([run = row.run, &action, &ports] { action = [run, &ports] { return run(ports.store); }; });
   }

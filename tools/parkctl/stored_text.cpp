@@ -1,7 +1,9 @@
 #include "stored_text.h"
 
+#include <chrono>
 #include <iterator>
 #include <map>
+#include <thread>
 
 #include "console.h"
 #include "kvdb.h"
@@ -16,6 +18,8 @@ namespace {
 
 constexpr char kHost[] = "127.0.0.1";
 constexpr char kUsualEnding[] = "_value";
+constexpr std::chrono::seconds kPatience{3};
+constexpr std::chrono::milliseconds kPause{100};
 
 using Values = std::map<std::string, std::string>;
 
@@ -25,6 +29,18 @@ Values ValuesOf(const Json::Value& document) {
     values[path.empty() ? "(the whole)" : path] = OneLineText(*value);
   }
   return values;
+}
+
+// The library gives a store half a second, for a loop that serves others. A person rather waits than hears that a busy
+// machine's store is away.
+template <typename Attempt>
+bool Patiently(const Attempt& succeeds) {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  while (!succeeds()) {
+    if (std::chrono::steady_clock::now() >= end) return false;
+    std::this_thread::sleep_for(kPause);
+  }
+  return true;
 }
 
 void KeepText(const char*, int, const char* value, int length, void* text) {
@@ -73,14 +89,26 @@ Store::Store(uint16_t port) : port_(port), is_up_(Kvdb_Start(kHost, port) == 1) 
 Store::~Store() { Kvdb_Stop(); }
 
 Store::Found Store::Read(const StoredDocument& document, std::string& text) const {
-  const int result = Kvdb_GetKeyAbsolutely(document.key, document.key_length, KeepText, &text);
+  int result = -1;
+  const auto answers = [&] {
+    result = Kvdb_GetKeyAbsolutely(document.key, document.key_length, KeepText, &text);
+    is_up_ = is_up_ || result >= 0;
+    return result >= 0 || !is_up_;
+  };
+  Patiently(answers);
   // Defaults are stored with their terminating NUL, which is no part of the document.
   while (!text.empty() && text.back() == '\0') text.pop_back();
   return result == 1 ? Found::kYes : result == 0 ? Found::kNo : Found::kUnreachable;
 }
 
 bool Store::Write(const StoredDocument& document, const std::string& text) const {
-  return Kvdb_SetKey(document.key, document.key_length, text.data(), static_cast<uint32_t>(text.size())) == 1;
+  return Patiently([&] {
+    return Kvdb_SetKey(document.key, document.key_length, text.data(), static_cast<uint32_t>(text.size())) == 1;
+  });
+}
+
+bool Store::Erase(const StoredDocument& document) const {
+  return Patiently([&] { return Kvdb_DeleteKey(document.key, document.key_length) == 1; });
 }
 
 int Store::Explain() const {

@@ -32,12 +32,13 @@ class Store {
   bool IsUp() const { return is_up_; }
   Found Read(const businessserver::StoredDocument& document, std::string& text) const;
   bool Write(const businessserver::StoredDocument& document, const std::string& text) const;
+  bool Erase(const businessserver::StoredDocument& document) const;  // true also where there was none
 
   int Explain() const;  // that it is out of reach; returns the exit status
 
  private:
   uint16_t port_;
-  bool is_up_;
+  mutable bool is_up_;  // it has answered
 };
 
 // The field list that the device uses: the stored one, or the default, with a note when the store cannot be asked.
