@@ -212,7 +212,7 @@ TEST(Contract, AgreesWithTheDevicesTables) {
     EXPECT_EQ(schema["x-key-length"].asUInt(), document->key_length) << name;
     for (const Json::Value& when : schema["x-read"]) {
       const bool known = when == "start" || when == "request" || when == "never";
-      EXPECT_TRUE(known || contract::Has("messages/" + when.asString())) << name << " " << when;
+      EXPECT_TRUE(known || contract::Has("messages/" + when.asString())) << name << " " << when.asString();
     }
     Json::Value default_document;
     bs::ParseJson(bs::DefaultDocument(document->default_index), default_document);

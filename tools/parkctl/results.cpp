@@ -113,7 +113,8 @@ bool Forwards(const bs::LX_Parking_Result_Param& latest, const bs::LX_Parking_Re
 // Numbers of a record that the device takes for others, or that mean nothing.
 std::vector<contract::Fault> RecordFaults(const bs::LX_Parking_Result_Param& record) {
   std::vector<contract::Fault> faults;
-  for (const Json::Value& space : RecordJson(record)["spaces"]) {
+  const Json::Value document = RecordJson(record);
+  for (const Json::Value& space : document["spaces"]) {
     for (const Json::Value& field : contract::Schema("messages/result")["x-fields"]) {
       if (!field.isMember("minimum") || space["valid"] != 1) continue;
       const std::string name = field["name"].asString();
