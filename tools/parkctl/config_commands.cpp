@@ -128,9 +128,11 @@ Waiting WaitingChange(ConfigDevice& device, const ConfigOptions& options) {
   if (!reply.Came()) {
     device.Explain(reply);
     waiting.status = kNoAnswer;
+  } else if (reply.Away()) {
+    waiting.status = device.ExplainAway(reply);
   } else if (const std::string refusal = RelayRefusal(reply.state, reply.error_msg, relay::kGetChange);
-             reply.Away() || !refusal.empty()) {
-    Note(reply.Away() ? words::Printable(reply.error_msg) : refusal);
+             !refusal.empty()) {
+    Note(refusal);
     waiting.status = kNoAnswer;
   } else if (!reply.Done()) {
     waiting.status = kRefused;

@@ -99,6 +99,12 @@ bool ConfigDevice::SiteTriesChange() const {
 
 int ConfigDevice::Explain(const Reply& reply) const { return link_->Explain(reply.outcome, bs::kBusRequestMessage); }
 
+int ConfigDevice::ExplainAway(const Reply& reply) const {
+  if (store_) return store_->Explain();
+  Note(words::Printable(reply.error_msg));
+  return kNoAnswer;
+}
+
 std::optional<Json::Value> ConfigDevice::ReadDocument(const config::Part& part) {
   if (remote_) {
     const Reply reply = AskDevice(part.reading_command);

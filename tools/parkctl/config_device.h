@@ -72,6 +72,9 @@ class ConfigDevice {
   // Says why nothing came; returns the exit status.
   int Explain(const Reply& reply) const;
 
+  // The same of a guard that cannot reach the store.
+  int ExplainAway(const Reply& reply) const;
+
  private:
   Reply Ask(const std::string& topic, const Json::Value& request);
   Reply SetRelayDocument(const Json::Value& value);
