@@ -26,12 +26,13 @@ make_root() {
   echo "$*" >"$file.packages"
 }
 
-# Process 1 of the machine, with the folder as its root.
-machine_main() {
+# As process 1 of a new process namespace, in a mount namespace of its own: the folder becomes the root, with file systems
+# of the kernel and devices as a machine has them.
+enter_root() {
   local root=$1 node
+  mount --rbind "$root" "$root"
   mount -t proc proc "$root/proc"
   mount -t sysfs -o ro sysfs "$root/sys"
-  mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
   mount -t tmpfs -o mode=755 tmpfs "$root/run"
   mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
   mount -t tmpfs -o mode=755 tmpfs "$root/dev"
@@ -44,10 +45,15 @@ machine_main() {
   mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm"
   ln -s pts/ptmx "$root/dev/ptmx"
   ln -s /proc/self/fd "$root/dev/fd"
-  ip link set lo up
   cd "$root"
   pivot_root . mnt
   umount -l /mnt
+}
+
+machine_main() {
+  enter_root "$1"
+  mount -t cgroup2 cgroup2 /sys/fs/cgroup
+  ip link set lo up
   mount --make-rshared /  # the supervisor makes credentials in a namespace of their own, and they are to come back
   exec env -i container=test PATH=/usr/sbin:/usr/bin:/sbin:/bin /lib/systemd/systemd </dev/null >/dev/null 2>&1
 }
@@ -66,7 +72,7 @@ boot() {
     mount -t overlay -o "lowerdir=$lower,upperdir=$scratch/disk,workdir=$scratch/work" overlay "$scratch/root"
   (
     echo "$BASHPID" >"$group/cgroup.procs"
-    export -f machine_main
+    export -f machine_main enter_root
     exec unshare --net --pid --fork --kill-child --mount --uts --ipc --cgroup \
       bash -ec 'machine_main "$1"' machine "$scratch/root"
   ) 9>&- &
