@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 

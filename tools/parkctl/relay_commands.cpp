@@ -1,5 +1,6 @@
 #include "relay_commands.h"
 
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 
