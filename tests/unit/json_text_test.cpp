@@ -31,7 +31,7 @@ std::string Repeated(const std::string& text, size_t count) {
   return all;
 }
 
-TEST(JsonText, RefusesMoreThanTheDeviceKeeps) {
+TEST(JsonText, TakesWhatStoredDocumentsRelyOnAndNoMoreThanTheDeviceKeeps) {
   const std::tuple<const char*, std::string, bool> kRows[] = {
       {"64 lists", Repeated("[", 64) + Repeated("]", 64), true},
       {"65 lists", Repeated("[", 65) + Repeated("]", 65), false},
@@ -46,18 +46,6 @@ TEST(JsonText, RefusesMoreThanTheDeviceKeeps) {
       {"many values", "[" + Repeated("0,", kMaxJsonValues - 2) + "0]", true},
       {"too many values", "[" + Repeated("0,", kMaxJsonValues) + "0]", false},
       {"too many lists", "[" + Repeated("[],", kMaxJsonValues / 2 + 1) + "0]", false},
-  };
-  for (const auto& [name, text, accepted] : kRows) {
-    Json::Value document(7);
-    EXPECT_EQ(ParseJson(text, document), accepted) << name;
-  }
-  Json::Value document(7);
-  ParseJson("[1," + Repeated("[", 65), document);
-  EXPECT_TRUE(document.isNull()) << "nothing of it is used";
-}
-
-TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
-  const std::tuple<const char*, std::string, bool> rows[] = {
       {"counted terminator", std::string("{\"a\":1}\0", 8), true},
       {"text after the document", "{\"a\":1} x", true},
       {"comment", "{\"a\":/* c */1}", true},
@@ -65,13 +53,16 @@ TEST(JsonText, AcceptsWhatStoredDocumentsRelyOn) {
       {"empty", "", false},
       {"nesting beyond the reader", std::string(100000, '['), false},
   };
-  for (const auto& [name, text, accepted] : rows) {
-    Json::Value document;
+  for (const auto& [name, text, accepted] : kRows) {
+    Json::Value document(7);
     EXPECT_EQ(ParseJson(text, document), accepted) << name;
-    if (text.size() > 4 && text.size() < 20) {
-      EXPECT_EQ(document["a"].asInt(), 1) << name << ": what was read stays";
+    if (text.substr(0, 5) == "{\"a\":" && text.size() < 20) {
+      EXPECT_EQ(document["a"], 1) << name << ": what was read stays";
     }
   }
+  Json::Value document(7);
+  ParseJson("[1," + Repeated("[", 65), document);
+  EXPECT_TRUE(document.isNull()) << "nothing of it is used";
 }
 
 }  // namespace

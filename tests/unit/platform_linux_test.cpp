@@ -331,18 +331,21 @@ DpPollHandle* StartBusClient(uint16_t port, DpStatusCallback on_status, void* us
   return DpClient_CreatePollHandle(nullptr, user, on_status, 0, 0);
 }
 
+using Report = std::pair<Clock::time_point, int>;  // that there is no bus, and what connecting again came to
+
+void NoteReport(DpPollHandle* handle, unsigned status, void* reports) {
+  EXPECT_EQ(status, kDpStatusDisconnected);
+  static_cast<std::vector<Report>*>(reports)->emplace_back(Clock::now(), DpClient_HdlReConnect(handle));
+}
+
 // A port that takes connections and says nothing is no broker: as if nobody were there, only that the connection that
 // is being made is not made anew each time.
 TEST(Loop, ABrokerThatDoesNotAnswerIsReportedEverySecond) {
   const auto [listener, port] = LoopbackSocket();
   ASSERT_EQ(listen(listener, 8), 0);
-  std::vector<std::pair<Clock::time_point, int>> reports;  // and what connecting again came to
-  const auto on_status = [](DpPollHandle* handle, unsigned status, void* user) {
-    EXPECT_EQ(status, kDpStatusDisconnected);
-    static_cast<decltype(reports)*>(user)->emplace_back(Clock::now(), DpClient_HdlReConnect(handle));
-  };
+  std::vector<Report> reports;
   const CapturedErrors errors;
-  DpPollHandle* const handle = StartBusClient(port, on_status, &reports);
+  DpPollHandle* const handle = StartBusClient(port, NoteReport, &reports);
   lxconn::EVT_TIMER awake;
   awake.Init(
       DpClient_GetEvtLoopFromPoll(handle), [](int, short, const void*) { return 0; }, nullptr);
@@ -401,17 +404,12 @@ TEST(Loop, SurvivesWhateverATimerThrows) {
 
 // The server stops the bus client before it destroys its timers.
 TEST(Loop, TimersOutliveTheBusClientAndAnAbsentBrokerIsReportedEverySecond) {
-  std::vector<Clock::time_point> reports;
-  const auto on_status = [](DpPollHandle* handle, unsigned status, void* user) {
-    EXPECT_EQ(status, kDpStatusDisconnected);
-    EXPECT_EQ(DpClient_HdlReConnect(handle), -1);
-    static_cast<std::vector<Clock::time_point>*>(user)->push_back(Clock::now());
-  };
+  std::vector<Report> reports;
   int fired[2] = {};
   const auto count = [](int, short, const void* user) { return ++*static_cast<int*>(const_cast<void*>(user)); };
   lxconn::EVT_TIMER repeating, once;
   EXPECT_EQ(once.Start(1, 0), -1);
-  DpPollHandle* const handle = StartBusClient(FreePort(), on_status, &reports);
+  DpPollHandle* const handle = StartBusClient(FreePort(), NoteReport, &reports);
   lxconn::EVT_LOOP* const loop = DpClient_GetEvtLoopFromPoll(handle);
   ASSERT_EQ(repeating.Init(loop, count, &fired[0]), 0);
   ASSERT_EQ(once.Init(loop, count, &fired[1]), 0);
@@ -421,8 +419,9 @@ TEST(Loop, TimersOutliveTheBusClientAndAnAbsentBrokerIsReportedEverySecond) {
   while (SecondsSince(start) < 2.5) DpClient_PollDpMessage(handle, 10);
   EXPECT_EQ(DpClient_SendDpMessage("EVENT", 0, "x", 1), -1);
   ASSERT_EQ(reports.size(), 3u);
-  EXPECT_LT(std::chrono::duration<double>(reports[0] - start).count(), 0.1);
-  EXPECT_NEAR(std::chrono::duration<double>(reports[2] - reports[0]).count(), 2, 0.2);
+  EXPECT_LT(std::chrono::duration<double>(reports[0].first - start).count(), 0.1);
+  EXPECT_NEAR(std::chrono::duration<double>(reports[2].first - reports[0].first).count(), 2, 0.2);
+  for (const Report& report : reports) EXPECT_EQ(report.second, -1);
   EXPECT_NEAR(fired[0], 26, 2);
   EXPECT_EQ(fired[1], 1);
   EXPECT_EQ(DpClient_Stop(), 1);

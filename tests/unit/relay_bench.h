@@ -42,6 +42,11 @@ class RelayBench : public testing::Test {
   void BusUp() { relay_->BusUp(now_), Collect(); }
   void HubUp() { relay_->HubUp(now_), Collect(); }
   void HubDown() { relay_->HubDown(now_), Collect(); }
+  void HubUpAgain() {
+    HubDown();
+    Advance(3000);
+    HubUp();
+  }
   void Subscribed() { relay_->HubSubscribed(now_), Collect(); }
   void Device(const char* type, const std::string& text) { relay_->BusHeard(type, text, now_), Collect(); }
   void Answer(uint64_t id, const std::string& text) { relay_->DeviceAnswered(id, text, now_), Collect(); }

@@ -96,9 +96,7 @@ TEST_F(RelayBench, WhatAnEarlierRunLeftInOtherZonesIsCleared) {
   EXPECT_EQ(Of("unsubscribe"), (Lines{"unsubscribe park/garage/counts/A/#"}));
   EXPECT_EQ(Health().find("\"rejected\": 1"), std::string::npos);
   Forget();
-  HubDown();
-  Advance(3000);
-  HubUp();
+  HubUpAgain();
   EXPECT_EQ(Of("subscribe park/garage/counts"), Lines());
 }
 
@@ -119,9 +117,7 @@ TEST_F(RelayBench, AnEmptyPlanClearsAHubWithoutMemoryDoesNot) {
   Frame(3, 1);
   Counts("B/L2/C", 3, 2);
   Forget();
-  HubDown();
-  Advance(3000);
-  HubUp();
+  HubUpAgain();
   Settle();
   EXPECT_TRUE(HealthHas(R"("plan": "ok")"));
   EXPECT_EQ(Of("subscribe park/garage/counts").size(), 1U);
@@ -184,9 +180,7 @@ TEST_F(RelayBench, AKeptCountIsGoodForAShorterTime) {
   EXPECT_EQ(LeftIn(69999), "3/1");
   Counts("B/L2/C", 3, 0);
   Advance(30000);
-  HubDown();
-  Advance(3000);
-  HubUp();
+  HubUpAgain();
   Kept("park/garage/counts/B/L2/C", R"({"spaces": 3, "free": 2})");  // newer than what was heard before the cut
   Settle();
   EXPECT_EQ(LeftIn(1000), "3/2");
