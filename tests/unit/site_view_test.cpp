@@ -118,15 +118,16 @@ TEST_F(SiteView, WhatIsWrongStandsFirst) {
   Say("plan/Z", R"({"zone":"L1","name":"Tor"})");
   Say("counts/A/L1", R"({"spaces":3,"free":1})");
   Say("health/A", R"({"online":true,"daemon":"ok","plan":"ok","spaces":3,"free":1,"rejected":2,"duplicate":true,)"
-                  R"("shows":{"left":{"spaces":9,"free":4,"missing":["B","C"],"missing_count":5}}})");
+                  R"("shows":{"left":{"spaces":9,"free":4,"missing":["B","C"],"missing_count":5},)"
+                  R"("right":{"spaces":1,"free":0,"missing":["D"],"missing_count":1}}})");
   EXPECT_EQ(StatusText(view_, now_),
             "g, 2 devices: 1 offline, 1 ok\n"
             "offline  Z  L1    Tor\n"
-            "ok       A  L1  1 of 3 free; two relays bear this name; left misses B, C and 3 more\n"
+            "ok       A  L1  1 of 3 free; two relays bear this name; left misses B, C and 3 more; right misses D\n"
             "\nL1  1 of 3 free, 1 device\n");
-  EXPECT_EQ(
-      site::HealthWords(view_.Health("A")),
-      "daemon ok, plan ok, 1 of 3 free; left 4 of 9 free; two relays bear this name; left misses B, C and 3 more");
+  EXPECT_EQ(site::HealthWords(view_.Health("A")),
+            "daemon ok, plan ok, 1 of 3 free; left 4 of 9 free; right 0 of 1 free; two relays bear this name; "
+            "left misses B, C and 3 more; right misses D");
   const std::string metrics = OpenMetrics(view_, now_);
   for (const char* line : {"\npark_device_state{site=\"g\",device=\"Z\",park_device_state=\"offline\"} 1\n",
                            "\npark_device_rejected_messages_total{site=\"g\",device=\"A\"} 2\n",
