@@ -186,7 +186,7 @@ TEST_F(BoardTest, BeaconWithoutAPort) {
     EXPECT_EQ(-1, run(*beacon)) << unsent;
     std::string logged;
     for (const auto& [level, source, text] : Fake().log) {
-      if (level != 1) logged += std::to_string(level) + " " + text.substr(0, text.find("-")) + "|";
+      if (level != 1) logged += std::to_string(level) + " " + text.substr(0, text.find('-')) + "|";
     }
     EXPECT_EQ(unsent, logged);
   };
