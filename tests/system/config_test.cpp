@@ -34,7 +34,7 @@ class ParkctlConfig : public ParkctlOnDesk {
     const std::string first = "HUB='--site mqtt://127.0.0.1/garage --device D1'; at=\"" + at +
                               "\"; mine=.local/state/parkctl/" +
                               (at.empty() ? "this-device" : "mqtt___127.0.0.1_garage.D1") +
-                              "; await() { for i in $(seq 150); do \"$@\" >/dev/null "
+                              "; await() { for i in $(seq 400); do \"$@\" >/dev/null "
                               "2>&1 && return; sleep 0.1; "
                               "done; return 1; }; changed() { redis-cli -p 5299 hkeys kvdb | grep -q change_value; }; "
                               "unchanged() { ! changed; }; ";

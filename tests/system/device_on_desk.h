@@ -88,7 +88,7 @@ class DeviceOnDesk : public testing::Test {
       if (size > 0) outcome.output.append(part, static_cast<size_t>(size));
       ended = size <= 0;
     });
-    desk_.loop().RunUntil([&] { return ended; }, Milliseconds(20000));
+    desk_.loop().RunUntil([&] { return ended; }, Milliseconds(60000));
     desk_.loop().Unwatch(fileno(pipe));
     const int status = pclose(pipe);
     if (WIFEXITED(status)) outcome.status = WEXITSTATUS(status);
