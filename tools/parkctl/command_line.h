@@ -21,7 +21,8 @@ using Action = std::function<int()>;
 void AddSiteOptions(CLI::App& command, SiteOptions& options);
 void AddDeviceOptions(CLI::App& command, DeviceOptions& options);  // the same, and which device of the site
 // For a command that no relay carries: who gives it a site's options is told so, and what does the like from afar.
-void RefuseSite(CLI::App& command, const char* instead, std::vector<const char*> options = {"--site", "--device"});
+void RefuseSite(CLI::App& command, const char* instead,
+                const std::vector<const char*>& options = {"--site", "--device"});
 
 void AddStore(CLI::App& app, Action& action, const Ports& ports);
 void AddConfig(CLI::App& app, Action& action, const Ports& ports);

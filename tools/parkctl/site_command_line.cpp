@@ -22,7 +22,7 @@ void AddDeviceOptions(CLI::App& command, DeviceOptions& options) {
   AddSiteOptions(command, options.site);
 }
 
-void RefuseSite(CLI::App& command, const char* instead, std::vector<const char*> options) {
+void RefuseSite(CLI::App& command, const char* instead, const std::vector<const char*>& options) {
   const std::string name = command.get_name();
   for (const char* option : options) {
     const auto refuse = [=](const std::string&) {
